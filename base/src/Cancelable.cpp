@@ -1,0 +1,7 @@
+#include "Cancelable.h"
+
+namespace orv {
+
+Cancelable::~Cancelable() = default;
+
+} // namespace orv

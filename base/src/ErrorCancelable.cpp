@@ -1,0 +1,47 @@
+#include "ErrorCancelable.h"
+
+#include <utility>
+
+namespace orv {
+
+class ErrorCancelable::Private
+{
+public:
+    Error error;
+    bool canceled = false;
+};
+
+ErrorCancelable::ErrorCancelable(QObject* parent)
+    : QObject(parent)
+    , d(std::make_unique<Private>())
+{
+}
+
+ErrorCancelable::~ErrorCancelable() = default;
+
+bool ErrorCancelable::isCanceled() const
+{
+    return d->canceled;
+}
+
+void ErrorCancelable::setCanceled(bool canceled)
+{
+    d->canceled = canceled;
+}
+
+bool ErrorCancelable::hasError() const
+{
+    return d->error.hasError();
+}
+
+Error ErrorCancelable::error() const
+{
+    return d->error;
+}
+
+void ErrorCancelable::setError(Error error)
+{
+    d->error = std::move(error);
+}
+
+} // namespace orv

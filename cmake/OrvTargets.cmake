@@ -1,0 +1,76 @@
+# How this project declares its targets, so that every library, program and test is made the same way.
+
+include_guard(GLOBAL)
+include(GenerateExportHeader)
+
+# Compiler settings of our own code; nothing of this reaches the users of the libraries.
+function(orv_configure_target target)
+    target_compile_features(${target} PUBLIC cxx_std_20)
+    target_compile_definitions(${target} PRIVATE
+        QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING
+        QT_NO_KEYWORDS QT_NO_FOREACH QT_STRICT_ITERATORS)
+    target_compile_options(${target} PRIVATE
+        $<$<CXX_COMPILER_ID:GNU,Clang,AppleClang>:-Wall -Wextra -Wpedantic -Wshadow
+            -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough>
+        $<$<CXX_COMPILER_ID:MSVC>:/W4 /permissive-  /utf-8>)
+    set_target_properties(${target} PROPERTIES
+        AUTOMOC ON
+        AUTORCC ON
+        CXX_EXTENSIONS OFF
+        CXX_VISIBILITY_PRESET hidden
+        VISIBILITY_INLINES_HIDDEN ON)
+endfunction()
+
+# orv_add_library(<target> ALIAS <Name> SOURCES ... HEADERS ... [LINK ...] [LINK_PRIVATE ...])
+#
+# A shared library <target> with the alias Orv::<Name>. HEADERS are the public ones: they are installed, and are
+# included by their file name alone from the build tree and from an install alike.
+function(orv_add_library target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS" "SOURCES;HEADERS;LINK;LINK_PRIVATE")
+    add_library(${target} SHARED ${arg_SOURCES} ${arg_HEADERS})
+    add_library(Orv::${arg_ALIAS} ALIAS ${target})
+    orv_configure_target(${target})
+    generate_export_header(${target})
+    target_include_directories(${target} PUBLIC
+        $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/src>
+        $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
+        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/orv_network>)
+    target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE ${arg_LINK_PRIVATE})
+    set_target_properties(${target} PROPERTIES
+        EXPORT_NAME ${arg_ALIAS}
+        VERSION ${PROJECT_VERSION}
+        SOVERSION ${PROJECT_VERSION_MAJOR})
+    set_property(GLOBAL APPEND PROPERTY ORV_LIBRARIES ${target})
+    if(ORV_INSTALL)
+        install(TARGETS ${target} EXPORT OrvNetworkTargets
+            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
+            RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
+        install(FILES ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h
+            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orv_network)
+    endif()
+endfunction()
+
+# orv_add_program(<target> SOURCES ... LINK ...)
+function(orv_add_program target)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+    add_executable(${target} ${arg_SOURCES})
+    orv_configure_target(${target})
+    target_link_libraries(${target} PRIVATE ${arg_LINK})
+endfunction()
+
+# orv_add_test(<name> LABEL <room> [TIMEOUT <seconds>] LINK ... [SOURCES ...])
+#
+# The test program tests/<room>/<name>.cpp, one ctest entry with the room as its label.
+function(orv_add_test name)
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL;TIMEOUT" "LINK;SOURCES")
+    orv_add_program(${name} SOURCES ${name}.cpp ${arg_SOURCES} LINK Qt6::Test ${arg_LINK})
+    add_test(NAME ${arg_LABEL}.${name} COMMAND ${name})
+    if(NOT arg_TIMEOUT)
+        set(arg_TIMEOUT 60)
+    endif()
+    set_tests_properties(${arg_LABEL}.${name} PROPERTIES
+        LABELS ${arg_LABEL}
+        TIMEOUT ${arg_TIMEOUT}
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_LOGGING_RULES=")
+endfunction()
