@@ -1,0 +1,68 @@
+#pragma once
+
+#include "BaseTask.h"
+
+namespace orv {
+
+class Task;
+
+/// A link of an intrusive ring, so that a task enters and leaves its queue's lists without an allocation or a
+/// search.
+struct TaskLink
+{
+    TaskLink() = default;
+    TaskLink(const TaskLink&) = delete;
+    TaskLink& operator=(const TaskLink&) = delete;
+    ~TaskLink() { unlink(); }
+
+    bool isLinked() const { return next != this; }
+
+    void linkBefore(TaskLink& other)
+    {
+        previous = other.previous;
+        next = &other;
+        previous->next = this;
+        next->previous = this;
+    }
+
+    void unlink()
+    {
+        previous->next = next;
+        next->previous = previous;
+        previous = next = this;
+    }
+
+    TaskLink* previous = this;
+    TaskLink* next = this;
+    Task* task = nullptr; // null in a ring's head
+};
+
+class BaseTask::Private
+{
+public:
+    enum class State { Idle, Running, Paused, Finished };
+
+    explicit Private(BaseTask* task)
+        : q(task)
+    {
+    }
+
+    bool mayChange() const { return state != State::Finished && !finishing; }
+    void setState(State newState);
+
+    BaseTask* const q;
+    QString name;
+    State state = State::Idle;
+    bool finishing = false;  // finish() has been called
+    bool cancelling = false; // cancel() has been called
+    bool autoDelete = false;
+
+    // What the queue keeps about the task; written by TasksQueue only.
+    TasksQueue* queue = nullptr;
+    TaskLink link;
+    int priority = 0;
+    bool isPending = false;
+    bool holdsSlot = false;
+};
+
+} // namespace orv

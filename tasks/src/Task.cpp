@@ -1,0 +1,79 @@
+#include "Task.h"
+
+#include "BaseTask_p.h"
+#include "TasksQueue.h"
+
+#include <QPointer>
+
+#include <exception>
+
+namespace orv {
+
+namespace {
+
+Error unexpectedException(const char* what)
+{
+    return Error(ErrorCode::General, what).ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
+}
+
+} // namespace
+
+Task::Task(QObject* parent)
+    : BaseTask(parent)
+{
+}
+
+Task::~Task()
+{
+    if (d->queue)
+        d->queue->onTaskDestroyed(this);
+}
+
+void Task::setPriority(int priority)
+{
+    d->priority = priority;
+}
+
+void Task::finalize()
+{
+    BaseTask::finalize();
+}
+
+void Task::exec()
+{
+    if (isFinished() || isRunning())
+        return;
+    const QPointer<Task> self(this);
+    setRunning();
+    if (self && isRunning())
+        run(this);
+}
+
+Error Task::doExec()
+{
+    return Error(ErrorCode::None);
+}
+
+QCoro::Task<Error> Task::co_doExec()
+{
+    co_return doExec();
+}
+
+// Outlives the task when the task is destroyed while its coroutine is suspended; touches it only through the
+// guard.
+QCoro::Task<> Task::run(Task* task)
+{
+    const QPointer<Task> self(task);
+    Error outcome;
+    try {
+        outcome = co_await task->co_doExec();
+    } catch (const std::exception& exception) {
+        outcome = unexpectedException(exception.what());
+    } catch (...) {
+        outcome = unexpectedException("Unknown exception");
+    }
+    if (self)
+        self->finish(outcome);
+}
+
+} // namespace orv
