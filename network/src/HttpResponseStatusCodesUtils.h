@@ -1,0 +1,89 @@
+#pragma once
+
+#include "orv_network_export.h"
+
+#include <Error.h>
+#include <ErrorWarningMessagesUtils.h>
+
+#include <QNetworkReply>
+#include <QObject>
+
+namespace orv {
+
+/// The HTTP status codes that the library treats specially, registered with the meta-object system.
+namespace ORV_QEnumsHttpResponseStatusCodesUtils {
+Q_NAMESPACE_EXPORT(ORV_NETWORK_EXPORT)
+
+/// An HTTP status code (RFC 9110, section 15). Variables of this type also carry statuses without a name
+/// here, such as 204 or 503.
+enum class HttpResponseStatusCode : int {
+    Unknown = 0, ///< No status, as with a pure transport failure.
+    OK = 200,
+    Created = 201,
+    TemporaryRedirect = 307,
+    BadRequest = 400,
+    Unauthorized = 401,
+    Forbidden = 403,
+    NotFound = 404,
+    RequestTimeout = 408,
+    Locked = 423,
+    TooManyRequests = 429,
+    LoginTimeout = 440,
+    InternalServerError = 500,
+};
+Q_ENUM_NS(HttpResponseStatusCode)
+
+} // namespace ORV_QEnumsHttpResponseStatusCodesUtils
+
+using HttpResponseStatusCode = ORV_QEnumsHttpResponseStatusCodesUtils::HttpResponseStatusCode;
+
+/// The numbers in the details of every Error that stands for a network outcome: one int, an HTTP status or a
+/// transport error moved by its offset, or UNKNOWN_ERROR_CODE.
+namespace NetworkErrorConstants {
+/// 2000; added to an HTTP status.
+ORV_NETWORK_EXPORT extern const int HTTP_ERROR_OFFSET;
+/// 3000; added to a QNetworkReply::NetworkError.
+ORV_NETWORK_EXPORT extern const int NETWORK_ERROR_OFFSET;
+/// 65535; a failure of which nothing is known.
+ORV_NETWORK_EXPORT extern const int UNKNOWN_ERROR_CODE;
+} // namespace NetworkErrorConstants
+
+// All functions below are reentrant. None throws.
+
+/// The HTTP status of @p reply, which must not be null; 0 when it has none.
+ORV_NETWORK_EXPORT int responseStatusCodeNumber(QNetworkReply* reply);
+/// responseStatusCodeNumber() as an enumeration value, whether it is a key or not.
+ORV_NETWORK_EXPORT HttpResponseStatusCode responseStatusCode(QNetworkReply* reply);
+/// The key of @p code in words, for example "Too Many Requests"; empty for a value without a key.
+ORV_NETWORK_EXPORT QString httpResponseStatusCodeName(HttpResponseStatusCode code);
+
+/// The error number of an HTTP status.
+ORV_NETWORK_EXPORT int httpErrorCode(HttpResponseStatusCode code);
+/// The error number of a transport error.
+ORV_NETWORK_EXPORT int networkErrorCode(QNetworkReply::NetworkError error);
+/// The HTTP status in the details of @p error; OK where there is none, as in a transport error or a success.
+ORV_NETWORK_EXPORT HttpResponseStatusCode httpResponseStatusCode(const Error& error);
+/// The transport error in the details of @p error; NoError where there is none. Unbounded above: an unknown
+/// failure reads back as 62535.
+ORV_NETWORK_EXPORT QNetworkReply::NetworkError networkError(const Error& error);
+
+/// Success for 200 and 201, otherwise forcedNetworkError().
+ORV_NETWORK_EXPORT Error networkError(HttpResponseStatusCode code, const QString& message);
+/// The error of an HTTP status, even of a success: ErrorCode::SessionTimedOut for 440, otherwise
+/// ErrorCode::Network, with httpErrorCode() in the details. An empty @p message is replaced by a text that
+/// names the status.
+ORV_NETWORK_EXPORT Error forcedNetworkError(HttpResponseStatusCode code, const QString& message);
+/// Success for NoError, otherwise an error of code ErrorCode::Network with networkErrorCode() in the details.
+/// An empty
+/// @p message is replaced by a text that names the transport error.
+ORV_NETWORK_EXPORT Error networkError(QNetworkReply::NetworkError error, const QString& message);
+/// ErrorCode::General, "Unknown error", with UNKNOWN_ERROR_CODE in the details.
+ORV_NETWORK_EXPORT Error networkUnknownError();
+
+/// Success when @p reply is there and has the status 200 or 201.
+///
+/// Otherwise ErrorCode::InvalidArgument for a null reply or ErrorCode::Network, both without a message; the
+/// text for people is appended to the errors of @p messages, which may be null.
+ORV_NETWORK_EXPORT Error checkHttpStatus(QNetworkReply* reply, ErrorWarningMessages* messages);
+
+} // namespace orv

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "orv_network_export.h"
+
+#include <QByteArray>
+
+#include <chrono>
+
+/// Constants that the library shares with the applications that use it.
+namespace network {
+
+/// How long a request may go without progress before it times out, unless a task says otherwise: 300,000 ms.
+ORV_NETWORK_EXPORT extern const std::chrono::milliseconds DEFAULT_TIMEOUT;
+
+/// How many requests Qt sends to one host at a time: 6. For applications that size their own parallelism, for
+/// example with TasksQueue::setMaxRunningTasks(); nothing in the library applies it.
+ORV_NETWORK_EXPORT extern const int MAX_PARALLEL_REQUESTS;
+
+/// The User-Agent of tasks and queues that are not given another one: "OrvLabs".
+ORV_NETWORK_EXPORT extern const QByteArray DEFAULT_USER_AGENT;
+
+} // namespace network

@@ -1,0 +1,83 @@
+#pragma once
+
+#include "orv_network_export.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QMap>
+#include <QString>
+
+#include <functional>
+
+class QDebug;
+class QRegularExpression;
+
+namespace orv {
+
+/// What one HTTP request asks for: a plain record that a NetworkTask turns into a request on the wire.
+///
+/// @code
+/// NetworkRequest request(url, NetworkRequest::jsonContentType, NetworkRequest::Method::Post);
+/// request.postDataContentType = NetworkRequest::jsonContentType;
+/// request.postData = R"({"user":"ann","password":"secret"})";
+/// request.setMaskingRegularExpression(QRegularExpression(R"(("password":")[^"]*("))"));
+/// @endcode
+///
+/// A value type: distinct records may be used on distinct threads.
+struct ORV_NETWORK_EXPORT NetworkRequest
+{
+    /// The HTTP method (RFC 9110, section 9). The values are part of the interface.
+    enum class Method : int { Head = 0, Get = 1, Post = 2, Put = 3, Delete = 4 };
+
+    static const QByteArray jsonContentType;        ///< "application/json"
+    static const QByteArray plainTextContentType;   ///< "text/plain"
+    static const QByteArray octetStreamContentType; ///< "application/octet-stream"
+    static const QByteArray htmlContentType;        ///< "text/html"
+    static const QByteArray defaultContentType;     ///< The same as jsonContentType.
+
+    NetworkRequest();
+    /// Mind the middle argument: it is what the client accepts, not the type of the content it sends.
+    NetworkRequest(const QString& url, const QByteArray& acceptedContentTypes, Method method);
+    NetworkRequest(const NetworkRequest& other);
+    NetworkRequest(NetworkRequest&& other) noexcept;
+    NetworkRequest& operator=(const NetworkRequest& other);
+    NetworkRequest& operator=(NetworkRequest&& other) noexcept;
+    ~NetworkRequest();
+
+    /// Compares url, acceptedContentTypes, postDataContentType and method. Requests that differ only in
+    /// content or header fields are equal.
+    bool operator==(const NetworkRequest& other) const;
+    bool operator!=(const NetworkRequest& other) const;
+
+    /// The content as it may be written to a log: what the masking function makes of postData, or postData
+    /// itself where none is set.
+    QByteArray maskedData() const;
+    /// Sets what turns the content into text for logs, called on the thread that calls maskedData(). An empty
+    /// function switches masking off.
+    void setMaskingFunction(std::function<QByteArray(QByteArray)> function);
+    /// Masks every match of @p expressions, one expression after the other, in the content read as UTF-8:
+    /// what the capture groups 1 and 2 hold stays, with six asterisks between them. Replaces any earlier
+    /// masking.
+    void setMaskingRegularExpressions(const QList<QRegularExpression>& expressions);
+    /// The same for one expression.
+    void setMaskingRegularExpression(const QRegularExpression& expression);
+
+    QString url; ///< The absolute URL.
+    /// Header fields by name. They are set after Accept and User-Agent and win over them.
+    QMap<QByteArray, QByteArray> rawHeaders;
+    QByteArray postDataContentType;  ///< Content-Type of what is sent.
+    QByteArray postData;             ///< Content to send with Post or Put.
+    QByteArray acceptedContentTypes; ///< Value of Accept; no such field when empty.
+    Method method = Method::Get;
+    /// Whether the task takes the reply's content as it arrives; otherwise it stays with the reply until it
+    /// is read.
+    bool streaming = false;
+    std::function<QByteArray(QByteArray)> maskingFunction;
+};
+
+/// Writes for example "Method::Get", in no-space mode; nothing for a value that is no method.
+ORV_NETWORK_EXPORT QDebug operator<<(QDebug debug, NetworkRequest::Method method);
+/// Writes the request with its content masked and without its header fields, in no-space mode.
+ORV_NETWORK_EXPORT QDebug operator<<(QDebug debug, const NetworkRequest& request);
+
+} // namespace orv

@@ -1,0 +1,277 @@
+#pragma once
+
+#include "Authenticable.h"
+#include "HttpResponseStatusCodesUtils.h"
+#include "NetworkConstants.h"
+#include "NetworkRequest.h"
+#include "orv_network_export.h"
+#include "Retriable.h"
+
+#include <Result.h>
+#include <Task.h>
+
+#include <QHash>
+#include <QList>
+#include <QMetaObject>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QPointer>
+#include <QSet>
+#include <QUrl>
+
+#include <chrono>
+#include <functional>
+#include <optional>
+
+class QHttpMultiPart;
+class QJsonObject;
+
+namespace orv {
+
+class SslIgnorantNetworkAccessManager;
+
+/// One HTTP exchange as a task: it sends a request, collects or streams the reply and ends, exactly once,
+/// with the content or with an Error.
+///
+/// exec() starts it from the event loop, alone or through a NetworkQueue. A reply with the status 200 or 201
+/// ends the task with success; every other status and every transport failure becomes an Error whose details
+/// hold a number, see HttpResponseStatusCodesUtils.h. What passes (time-outs, 408, 429, 503 and the like) is
+/// retried after a growing delay; a missing or refused token makes the task wait for its authenticator.
+/// Handlers for single statuses and two error policies change this for one task.
+/// @code
+/// auto* task = new NetworkTask(url, NetworkTask::Priority::Normal, this);
+/// connect(task, &NetworkTask::finished, this, [this, task] {
+///     if (task->hasError())
+///         showError(task->error().errorMessage());
+///     else
+///         show(task->data());
+///     task->deleteLater();
+/// });
+/// task->exec();
+/// @endcode
+///
+/// Redirects are never followed: a 3xx reply is a status like any other. The time-out measures inactivity,
+/// not the whole exchange.
+///
+/// The task owns its reply, its time-out timer and any multipart content. It refers to its authenticator and
+/// its access manager without owning them; either may be destroyed at any time, and the task still ends. It
+/// is used from the thread that it lives on. Any public function may be called, and the task deleted, in any
+/// slot and in any handler.
+class ORV_NETWORK_EXPORT NetworkTask : public Task, public Retriable, public Authenticable
+{
+    Q_OBJECT
+
+public:
+    /// What a task does with an error.
+    enum ErrorPolicy {
+        Ignore = 0,            ///< Nothing: the task stays running, and its user must finish it.
+        FinishWithError = 1,   ///< Ends with the error.
+        FinishWithSuccess = 2, ///< Drops the error and ends with success.
+    };
+    Q_ENUM(ErrorPolicy)
+
+    /// How early a queue runs a task.
+    enum Priority { Low = 0, Normal = 1, High = 2 };
+
+    /// What prepareRequest() makes a request from.
+    struct PrepareRequestParams
+    {
+        QUrl baseUrl;
+        QString relativePath; ///< Path, query and fragment; must start with '/'.
+        NetworkRequest::Method method = NetworkRequest::Method::Get;
+        QByteArray body; ///< JSON to send.
+        bool streaming = false;
+    };
+
+    /// An idle task without a request.
+    explicit NetworkTask(Priority priority = Normal, QObject* parent = nullptr);
+    /// A task for @p request.
+    explicit NetworkTask(const NetworkRequest& request, Priority priority = Normal,
+                         QObject* parent = nullptr);
+    /// A task that gets @p url and accepts JSON.
+    explicit NetworkTask(const QString& url, Priority priority = Normal, QObject* parent = nullptr);
+    ~NetworkTask() override;
+
+    // The request. What is set after exec() counts from the next attempt on.
+
+    NetworkRequest request() const;
+    void setRequest(const NetworkRequest& request);
+    /// Sets these four fields and leaves header fields, content and masking as they are.
+    void setRequest(const QString& url, const QByteArray& acceptedContentTypes, NetworkRequest::Method method,
+                    bool streaming);
+
+    /// How long an attempt may go without progress in either direction; 300,000 ms by default. The
+    /// application setting "Network/Timeout" (ms) overrides it. 0 times out in the next turn of the event
+    /// loop, a negative value never. A value that does not fit into 32 bits is cut to them.
+    std::chrono::milliseconds timeout() const;
+    void setTimeout(const std::chrono::milliseconds& timeout);
+    void setTimeout(int milliseconds);
+
+    /// The User-Agent: the one set, even an empty one, else defaultUserAgent().
+    QByteArray userAgent() const;
+    void setUserAgent(const QByteArray& userAgent);
+    bool hasOverriddenUserAgent() const;
+    /// "OrvLabs".
+    static QByteArray defaultUserAgent();
+
+    /// Attributes for every request of the task, set last: they may replace the redirect policy.
+    QHash<QNetworkRequest::Attribute, QVariant> requestAttributes() const;
+    void setRequestAttributes(const QHash<QNetworkRequest::Attribute, QVariant>& attributes);
+    void setRequestAttribute(QNetworkRequest::Attribute attribute, const QVariant& value);
+
+    /// The access manager to send through, null for defaultNetworkAccessManager(). Not owned. Null again once
+    /// it is destroyed; an exchange that it carried has then failed.
+    SslIgnorantNetworkAccessManager* networkAccessManager() const;
+    void setNetworkAccessManager(SslIgnorantNetworkAccessManager* manager);
+    /// The manager of the process, made on the first call as a child of the application object.
+    static SslIgnorantNetworkAccessManager* defaultNetworkAccessManager();
+
+    // Login.
+
+    /// Whether requests must carry a token. Setting an authenticator turns it on.
+    bool requiresAuthentication() const;
+    void setRequiresAuthentication(bool required);
+    /// Sets where the token comes from. A task that waits for another authenticator goes on with this one;
+    /// null leaves requiresAuthentication() as it is, so such a task ends with
+    /// ErrorCode::AuthenticationFailed.
+    void setAuthenticator(AbstractAuthenticator* authenticator) override;
+
+    // Judging the reply.
+
+    /// What becomes of transport failures and unhandled statuses; FinishWithError by default.
+    ErrorPolicy replyErrorPolicy() const;
+    void setReplyErrorPolicy(ErrorPolicy policy);
+    /// What becomes of 400, 404 and failed logins; FinishWithError by default.
+    ErrorPolicy responseErrorPolicy() const;
+    void setResponseErrorPolicy(ErrorPolicy policy);
+    /// Ends the task, or not, as @p policy says.
+    void applyErrorPolicy(ErrorPolicy policy, Error error);
+    void applyReplyErrorPolicy(const Error& error);
+    void applyResponseErrorPolicy(const Error& error);
+
+    /// Sets what is done about a status, in place of everything the task would do, finishing included.
+    /// Calling an empty handler throws std::bad_function_call.
+    void setResponseHandler(HttpResponseStatusCode code, std::function<void()> handler);
+    void setResponseHandler(const QList<HttpResponseStatusCode>& codes, std::function<void()> handler);
+
+    /// Adds to the transport errors that are retried: at first time-outs (of the proxy too), temporary and
+    /// unknown network failures, and an unavailable service (503).
+    void registerRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
+    void unregisterRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
+
+    // The reply.
+
+    /// The content received so far; the whole of it once the reply is complete. While a task does not stream,
+    /// the content stays with the reply until it is complete. Kept until clearData() or the next attempt.
+    QByteArray data() const;
+    void setData(QByteArray data);
+    void clearData();
+    /// Drops the first @p count bytes of data() without copying the rest. Returns how many are left, or -1,
+    /// and changes nothing, when there are none or fewer than @p count, or when @p count is negative.
+    int chopFirstBytes(int count);
+    /// Bytes of content that the current or last reply has reported.
+    qint64 bytesReceived() const;
+
+    /// The status of the last reply. HttpResponseStatusCode::OK from exec() until a reply has been judged.
+    HttpResponseStatusCode httpResponseStatusCode() const;
+    /// Sets the number as well.
+    void setHttpResponseStatusCode(HttpResponseStatusCode code);
+    int httpResponseStatusCodeNumber() const;
+    /// Sets the number alone.
+    void setHttpResponseStatusCodeNumber(int number);
+    /// The transport error of the last reply, and its text.
+    QNetworkReply::NetworkError networkResponseError() const;
+    void setNetworkResponseError(QNetworkReply::NetworkError error);
+    QString networkResponseErrorMessage() const;
+    void setNetworkResponseErrorMessage(const QString& message);
+
+    /// The current reply, or null. Owned by the task: never delete it.
+    QNetworkReply* networkReply();
+    const QNetworkReply* networkReply() const;
+    /// Gives the task a reply of which it takes ownership, in place of the current one, which is deleted.
+    void setNetworkReply(QNetworkReply* reply);
+    /// The connection to the reply's completion, while one is awaited.
+    std::optional<QMetaObject::Connection> networkConnection();
+    /// Replaces the connection and stops the time-out timer.
+    void setNetworkConnection(QMetaObject::Connection connection);
+    /// Drops the connection and stops the time-out timer: the current reply will not be judged any more.
+    void resetNetworkConnection();
+    /// resetNetworkConnection(), and forgets content, error and status.
+    void clearNetworkState();
+    /// Aborts the current reply, if there is one.
+    void abort();
+
+    /// A text for the log line of a failed reply; empty here, for subclasses.
+    virtual QString errorMessage() const;
+
+Q_SIGNALS:
+    /// Content has arrived: in data() when the request streams, else to be taken with read(). Deleting the
+    /// task in a slot is safe, as with every signal of the task.
+    void readyRead() const;
+    /// The task is queued or executing again after a failed attempt. Once for each aboutToRetry().
+    void retried() const;
+    /// A failed attempt is about to be repeated: its reply's state has been dropped and the retry counted.
+    void aboutToRetry();
+
+public Q_SLOTS:
+    /// Takes up to @p maxSize bytes (250 MB by default) of the content that the reply holds. Bypasses data().
+    /// Empty for a negative size.
+    QByteArray read(qint64 maxSize = 250 * MB);
+    /// Starts an attempt, after retryDelay() and from the event loop. A finished task is not run again.
+    void exec() override;
+    /// Ends the task with ErrorCode::Canceled, wherever it stands; nothing is sent and no signal but
+    /// canceled() and finished() is emitted after that.
+    void cancel() override;
+
+protected:
+    void finalize() override;
+    Error doFinish() override;
+
+    /// Called for a reply whose status has no handler. Fails the task, after retries if the transport error
+    /// is a recoverable one.
+    virtual void processUnhandledReply();
+    /// Puts the token into @p request. Returns whether it may be sent now; if not, a login has been asked
+    /// for.
+    virtual bool doAuthenticateRequest(QNetworkRequest* request);
+    /// Rewrites a relative path before prepareRequest() uses it; the path as it is, here.
+    virtual QString fullRelativePath(const QString& relativePath) const;
+    /// Makes the content of a Post or Delete request; null, for none, here. Called once for each attempt; the
+    /// task takes ownership and deletes it with the attempt's reply.
+    virtual QHttpMultiPart* createMultiPart() const;
+
+    /// A request for a path on a server, which accepts JSON and sends the body, if there is one, as JSON.
+    /// Path, query and fragment of the base URL are replaced. ErrorCode::InvalidArgument for a path that does
+    /// not start with '/'.
+    Result<NetworkRequest> prepareRequest(const PrepareRequestParams& params) const;
+    Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
+                                          NetworkRequest::Method method) const;
+    Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
+                                          NetworkRequest::Method method, const QJsonObject& json) const;
+    Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
+                                          NetworkRequest::Method method, bool streaming) const;
+
+    /// Reads error and status off the reply. Returns whether it can be processed.
+    bool setNetworkTaskStatusFromReply();
+    /// Retries, or ends the task under the reply error policy; an empty @p message stands for the reply's own
+    /// text.
+    void processFailedReply(const QString& message);
+    /// Starts another attempt if one is allowed, and returns whether it did.
+    bool retry();
+    /// Waits for a login and sends the request again, for subclasses that learn of an expired login in their
+    /// own way.
+    void handleUnauthorizedError();
+
+private:
+    void processRecoverableError();
+
+    static constexpr qint64 MB = 1048576;
+    static constexpr qint64 GB = 1073741824;
+
+    class Private;
+    QPointer<Private> d;
+};
+
+/// Writes the task with its request (content masked) and what it received, in no-space mode.
+ORV_NETWORK_EXPORT QDebug operator<<(QDebug debug, const NetworkTask& task);
+
+} // namespace orv

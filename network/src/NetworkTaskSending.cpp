@@ -1,0 +1,305 @@
+#include "NetworkLog_p.h"
+#include "NetworkTask_p.h"
+
+#include <Settings.h>
+
+#include <QDebug>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <algorithm>
+#include <limits>
+
+namespace orv {
+
+namespace {
+
+QLatin1String methodName(NetworkRequest::Method method)
+{
+    switch (method) {
+    case NetworkRequest::Method::Head:
+        return QLatin1String("Method::Head");
+    case NetworkRequest::Method::Get:
+        return QLatin1String("Method::Get");
+    case NetworkRequest::Method::Post:
+        return QLatin1String("Method::Post");
+    case NetworkRequest::Method::Put:
+        return QLatin1String("Method::Put");
+    case NetworkRequest::Method::Delete:
+        return QLatin1String("Method::Delete");
+    }
+    return {};
+}
+
+// Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove
+// the field.
+void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray& value)
+{
+    request.setRawHeader(name, value.isNull() ? QByteArray("") : value);
+}
+
+// Qt writes names and values to the wire as they are, so these bytes would begin another field (RFC
+// 9110, 5.5).
+bool breaksFields(const QByteArray& text)
+{
+    return std::any_of(text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
+}
+
+// The name of a field that must not be sent, made printable; empty when all of them may.
+QString unsafeField(const QNetworkRequest& request)
+{
+    const auto names = request.rawHeaderList();
+    for (const auto& name : names) {
+        if (breaksFields(name))
+            return QString::fromLatin1(name.toPercentEncoding(" !#$%&'*+^`|~:"));
+        if (breaksFields(request.rawHeader(name)))
+            return QString::fromLatin1(name);
+    }
+    return {};
+}
+
+std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
+{
+    using std::chrono::milliseconds;
+    constexpr milliseconds longest(std::numeric_limits<int>::max());
+    return delay >= longest ? longest : milliseconds(std::max(delay, std::chrono::seconds(0)));
+}
+
+} // namespace
+
+void NetworkTask::exec()
+{
+    if (isFinished()) {
+        qCWarning(networkLog) << "Unable to continue, the task is finished";
+        return;
+    }
+    const QPointer<Private> guard(d);
+    setRunning();
+    if (!guard || isFinished())
+        return;
+    setNetworkResponseError(QNetworkReply::NoError);
+    setNetworkResponseErrorMessage({});
+    setHttpResponseStatusCode(HttpResponseStatusCode::OK);
+    const bool isLoginUnderWay = requiresAuthentication() && authenticator() &&
+                                 authenticator()->state() == AbstractAuthenticator::State::Authenticating;
+    if (isLoginUnderWay)
+        d->awaitLogin();
+    else
+        d->scheduleSending();
+}
+
+// The task holds no slot of its queue while it waits for the delay.
+void NetworkTask::Private::scheduleSending()
+{
+    const auto delay = waitingTime(q->retryDelay());
+    const auto serial = enterPhase(Phase::Scheduled);
+    QTimer::singleShot(delay, this, [this, serial] {
+        if (!isCurrent(serial))
+            return;
+        const QPointer<Private> guard(this);
+        if (q->isPaused())
+            q->resume();
+        if (guard && isCurrent(serial))
+            sendRequest();
+    });
+    if (delay > std::chrono::milliseconds(0))
+        q->pause();
+}
+
+void NetworkTask::Private::sendRequest()
+{
+    if (q->isFinished()) {
+        qCWarning(networkLog) << "Task is already finished";
+        return;
+    }
+    QNetworkRequest networkRequest(QUrl(request.url, QUrl::TolerantMode));
+    networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                                QNetworkRequest::ManualRedirectPolicy);
+    if (!request.acceptedContentTypes.isEmpty())
+        setField(networkRequest, QByteArrayLiteral("Accept"), request.acceptedContentTypes);
+    setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent());
+    for (auto header = request.rawHeaders.cbegin(); header != request.rawHeaders.cend(); ++header)
+        setField(networkRequest, header.key(), header.value());
+    if (requiresAuthentication && !q->authenticator()) {
+        q->finish(Error(ErrorCode::AuthenticationFailed, tr("Authentication failed")));
+        return;
+    }
+    const QPointer<Private> guard(this);
+    if (requiresAuthentication && !q->doAuthenticateRequest(&networkRequest))
+        return;
+    if (!guard || q->isFinished())
+        return;
+    for (auto attribute = requestAttributes.cbegin(); attribute != requestAttributes.cend(); ++attribute)
+        networkRequest.setAttribute(attribute.key(), attribute.value());
+    const auto unsafe = breaksFields(request.postDataContentType) ? QStringLiteral("Content-Type")
+                                                                  : unsafeField(networkRequest);
+    if (!unsafe.isEmpty()) {
+        q->finish(Error(ErrorCode::InvalidArgument,
+                        tr("The header field \"%1\" holds a line break or a NUL character").arg(unsafe)));
+        return;
+    }
+    executeRequest(networkRequest);
+}
+
+bool NetworkTask::doAuthenticateRequest(QNetworkRequest* request)
+{
+    if (!authenticator())
+        return false;
+    const auto token = authenticator()->token().toLatin1();
+    if (token.isEmpty()) {
+        qCInfo(networkLog) << "No token, auth required";
+        d->onAuthenticationRequired();
+        return false;
+    }
+    request->setRawHeader(QByteArrayLiteral("Authorization"), "Bearer " + token);
+    return true;
+}
+
+void NetworkTask::Private::executeRequest(QNetworkRequest networkRequest)
+{
+    qCInfo(networkLog) << "Sending request:" << networkRequest.url() << methodName(request.method)
+                       << "acceptedContentTypes:" << request.acceptedContentTypes << "for task" << q->name();
+    SslIgnorantNetworkAccessManager* manager = networkAccessManager;
+    if (!manager)
+        manager = defaultNetworkAccessManager();
+    if (!manager) {
+        qCWarning(networkLog) << "The network access manager is null";
+        return;
+    }
+    const QPointer<Private> guard(this);
+    QHttpMultiPart* content = nullptr;
+    if (request.method != NetworkRequest::Method::Head && request.method != NetworkRequest::Method::Get)
+        content = q->createMultiPart();
+    if (!guard || q->isFinished()) {
+        delete content;
+        return;
+    }
+    if (content)
+        content->setParent(q);
+    QNetworkReply* newReply = dispatch(manager, networkRequest, content);
+    q->setNetworkReply(newReply);
+    replyContent = content;
+    managerConnection = connect(manager, &QObject::destroyed, this, &Private::onTransportLost);
+    awaitCompletion();
+}
+
+QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* manager,
+                                              QNetworkRequest& networkRequest, QHttpMultiPart* content)
+{
+    switch (request.method) {
+    case NetworkRequest::Method::Head:
+        return manager->head(networkRequest);
+    case NetworkRequest::Method::Get:
+        break;
+    case NetworkRequest::Method::Post:
+    case NetworkRequest::Method::Put:
+        return dispatchContent(manager, networkRequest, content);
+    case NetworkRequest::Method::Delete:
+        if (content)
+            qCInfo(networkLog) << "Using multipart message:" << content;
+        return manager->deleteResource(networkRequest, content);
+    }
+    return manager->get(networkRequest);
+}
+
+QNetworkReply* NetworkTask::Private::dispatchContent(SslIgnorantNetworkAccessManager* manager,
+                                                     QNetworkRequest& networkRequest, QHttpMultiPart* content)
+{
+    const bool isPost = request.method == NetworkRequest::Method::Post;
+    if (!request.postData.isEmpty() && !(isPost && content)) {
+        qCInfo(networkLog).nospace() << "Using dataContentType " << request.postDataContentType << " ("
+                                     << request.postData.size()
+                                     << "bytes): " << request.maskedData().left(2000) << Qt::endl;
+    }
+    setField(networkRequest, QByteArrayLiteral("Content-Type"), request.postDataContentType);
+    if (!isPost)
+        return manager->put(networkRequest, request.postData);
+    if (!content)
+        return manager->post(networkRequest, request.postData);
+    qCInfo(networkLog) << "Using multipart message:" << content;
+    return manager->post(networkRequest, content);
+}
+
+// The completion comes through the event loop, and one that is on its way stays so after a disconnect: it is
+// only judged if it is the one that is awaited when it arrives.
+void NetworkTask::Private::awaitCompletion()
+{
+    const auto completion = ++lastCompletion;
+    q->setNetworkConnection(connect(
+        reply, &QNetworkReply::finished, this, [this, completion] { onReplyFinished(completion); },
+        Qt::QueuedConnection));
+    awaitedCompletion = completion;
+    enterPhase(Phase::Exchange);
+    connect(q, &ErrorCancelable::canceled, this, &Private::onCanceled, Qt::UniqueConnection);
+    connect(timer, &QTimer::timeout, this, &Private::onTimeout, Qt::UniqueConnection);
+    startTimer();
+}
+
+void NetworkTask::Private::startTimer()
+{
+    const auto milliseconds = static_cast<int>(timeout.count());
+    timer->setInterval(as::value(QStringLiteral("Network/Timeout"), milliseconds).toInt());
+    restartTimer();
+}
+
+// A negative interval means no time-out; Qt would print a warning about it.
+void NetworkTask::Private::restartTimer()
+{
+    if (timer->interval() >= 0)
+        timer->start();
+}
+
+Result<NetworkRequest> NetworkTask::prepareRequest(const PrepareRequestParams& params) const
+{
+    if (!params.relativePath.startsWith(QLatin1Char('/'))) {
+        return Error(ErrorCode::InvalidArgument, tr("relative path must start with '/'"))
+            .ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
+    }
+    const QUrl relative(fullRelativePath(params.relativePath), QUrl::TolerantMode);
+    QUrl url = params.baseUrl;
+    url.setPath(relative.path(QUrl::FullyDecoded), QUrl::DecodedMode);
+    url.setQuery(relative.query());
+    url.setFragment(relative.fragment());
+    qCInfo(networkLog) << "Request URL changed to: path=" << url.path() << "query:" << url.query()
+                       << "fragment:" << url.fragment();
+
+    NetworkRequest request(url.toString(), NetworkRequest::jsonContentType, params.method);
+    request.streaming = params.streaming;
+    if (!params.body.isEmpty()) {
+        request.postDataContentType = NetworkRequest::jsonContentType;
+        request.postData = params.body;
+    }
+    return request;
+}
+
+Result<NetworkRequest> NetworkTask::prepareRequest(const QUrl& baseUrl, const QString& relativePath,
+                                                   NetworkRequest::Method method) const
+{
+    return prepareRequest(PrepareRequestParams{baseUrl, relativePath, method, {}, false});
+}
+
+Result<NetworkRequest> NetworkTask::prepareRequest(const QUrl& baseUrl, const QString& relativePath,
+                                                   NetworkRequest::Method method,
+                                                   const QJsonObject& json) const
+{
+    const auto body = QJsonDocument(json).toJson(QJsonDocument::Indented);
+    return prepareRequest(PrepareRequestParams{baseUrl, relativePath, method, body, false});
+}
+
+Result<NetworkRequest> NetworkTask::prepareRequest(const QUrl& baseUrl, const QString& relativePath,
+                                                   NetworkRequest::Method method, bool streaming) const
+{
+    return prepareRequest(PrepareRequestParams{baseUrl, relativePath, method, {}, streaming});
+}
+
+QString NetworkTask::fullRelativePath(const QString& relativePath) const
+{
+    return relativePath;
+}
+
+QHttpMultiPart* NetworkTask::createMultiPart() const
+{
+    return nullptr;
+}
+
+} // namespace orv

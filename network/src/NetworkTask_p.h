@@ -1,0 +1,131 @@
+#pragma once
+
+#include "AbstractAuthenticator.h"
+#include "NetworkTask.h"
+#include "SslIgnorantNetworkAccessManager.h"
+
+#include <QHttpMultiPart>
+#include <QTimer>
+
+namespace orv {
+
+/// The state of a task and the steps of its road, in four rooms: sending (NetworkTaskSending.cpp), judging
+/// the reply (NetworkTaskReply.cpp), retrying (NetworkTaskRetry.cpp) and waiting for a token
+/// (NetworkTaskLogin.cpp).
+///
+/// Every step that runs foreign code (a signal, a handler, a virtual function) may find the task deleted
+/// afterwards: it holds a QPointer to this object across the call, and touches nothing once that is null.
+class NetworkTask::Private : public QObject
+{
+public:
+    /// What a running task is waiting for.
+    enum class Phase {
+        None,
+        Scheduled,     ///< The delay before an attempt, or just the event loop.
+        AwaitingLogin, ///< Its authenticator.
+        Exchange,      ///< The reply.
+    };
+
+    explicit Private(NetworkTask* task);
+    ~Private() override;
+
+    /// The one writer of the phase. Returns a number that is current until the next phase begins, so that
+    /// what was scheduled in an earlier one can be told and dropped.
+    quint64 enterPhase(Phase newPhase);
+    bool isCurrent(quint64 serial) const { return serial == phaseSerial; }
+
+    // Sending
+    void scheduleSending();
+    void sendRequest();
+    void executeRequest(QNetworkRequest networkRequest);
+    QNetworkReply* dispatch(SslIgnorantNetworkAccessManager* manager, QNetworkRequest& networkRequest,
+                            QHttpMultiPart* content);
+    QNetworkReply* dispatchContent(SslIgnorantNetworkAccessManager* manager, QNetworkRequest& networkRequest,
+                                   QHttpMultiPart* content);
+    void awaitCompletion();
+    void startTimer();
+    void restartTimer();
+
+    // Judging the reply
+    void disposeReply(QNetworkReply* old);
+    void forwardReadyRead();
+    void readAvailableData();
+    void onReplyFinished(quint64 completion);
+    void processNetworkReply();
+    void logReply();
+    void dumpReply();
+    bool handleStatus();
+    void processSuccessfulReply();
+    void processResponseError();
+    void onTimeout();
+    void onCanceled();
+    void onTransportLost();
+
+    // Retrying
+    bool retry();
+
+    // Waiting for a token
+    void onAuthenticationRequired();
+    void awaitLogin();
+    void subscribeToAuthenticator();
+    void onAuthenticatorReplaced();
+    void goOnAfterLogin();
+    void onAccessGranted();
+    void onAuthenticationError(AbstractAuthenticator::Error code);
+    void onAuthenticatorDestroyed();
+
+    NetworkTask* const q;
+    std::optional<QByteArray> data;
+    bool isDataFromReply = false; // data() took it from the current reply, so it goes when the reply goes
+    NetworkRequest request;
+    ErrorPolicy replyErrorPolicy = FinishWithError;
+    ErrorPolicy responseErrorPolicy = FinishWithError;
+    QTimer* const timer;
+    std::chrono::milliseconds timeout = network::DEFAULT_TIMEOUT;
+    QPointer<QNetworkReply> reply;
+    QPointer<QHttpMultiPart> replyContent; // what the current reply's request sends
+    QNetworkReply::NetworkError networkResponseError = QNetworkReply::NoError;
+    QString networkResponseErrorMessage;
+    HttpResponseStatusCode httpResponseStatusCode = HttpResponseStatusCode::Unknown;
+    int httpResponseStatusCodeNumber = 0;
+    std::optional<QMetaObject::Connection> networkConnection;
+    QMetaObject::Connection managerConnection;
+    QHash<QNetworkRequest::Attribute, QVariant> requestAttributes;
+    QPointer<SslIgnorantNetworkAccessManager> networkAccessManager;
+    std::optional<QByteArray> userAgent;
+    QMap<HttpResponseStatusCode, std::function<void()>> responseHandlers; // those set; the defaults are code
+    QSet<QNetworkReply::NetworkError> recoverableNetworkErrors;
+    bool retrySwitch = true;
+    qint64 bytesReceived = 0;
+    bool requiresAuthentication = false;
+
+    Phase phase = Phase::None;
+    quint64 phaseSerial = 0;
+    quint64 lastCompletion = 0;    // counts the completions that were awaited
+    quint64 awaitedCompletion = 0; // the one that may be judged; 0 for none
+    int repliesOnStack = 0;        // calls out of a reply's signals that have not returned
+    QPointer<AbstractAuthenticator> subscribedTo;
+
+    /// Marks that a signal of the reply is on the stack: Qt goes on using the reply when it returns.
+    class ReplyOnStack
+    {
+    public:
+        explicit ReplyOnStack(Private* task)
+            : m_task(task)
+        {
+            ++task->repliesOnStack;
+        }
+        ~ReplyOnStack()
+        {
+            if (m_task)
+                --m_task->repliesOnStack;
+        }
+        ReplyOnStack(const ReplyOnStack&) = delete;
+        ReplyOnStack& operator=(const ReplyOnStack&) = delete;
+
+    private:
+        QPointer<Private> m_task;
+    };
+};
+
+} // namespace orv

@@ -1,0 +1,73 @@
+#pragma once
+
+#include "orv_network_export.h"
+
+#include <chrono>
+#include <memory>
+
+namespace orv {
+
+/// Counts the attempts of an operation and computes the growing delay to wait before the next one.
+///
+/// A mix-in that only stores and computes; whoever runs the operation does the waiting. Nothing resets the
+/// counters by itself. All arithmetic saturates: no factor, delay or maximum overflows.
+class ORV_NETWORK_EXPORT Retriable
+{
+public:
+    /// How the delay grows from one attempt to the next.
+    enum class DelayPolicy : int {
+        None = 0,        ///< No delay.
+        Linear = 1,      ///< The increment factor is added, in seconds.
+        Exponential = 2, ///< From one second on, multiplied by the increment factor.
+    };
+
+    Retriable();
+    ~Retriable();
+    Retriable(const Retriable&) = delete;
+    Retriable& operator=(const Retriable&) = delete;
+
+    /// Whether retries are enabled and some are left.
+    bool canRetry() const;
+    /// Counts a retry and lets the delay grow.
+    void incrementRetries();
+    void incrementRetriesCount();
+    void incrementDelay();
+    /// Sets count and delay to 0.
+    void resetRetries();
+    /// Sets the count alone to 0.
+    void resetRetriesCount();
+
+    /// Retries counted so far.
+    int retriesCount() const;
+    /// How many retries are allowed; 10 by default. With 0 or less there is none.
+    int maxRetriesCount() const;
+    void setMaxRetriesCount(int maxRetriesCount);
+    bool retriesEnabled() const;
+    void setRetriesEnabled(bool enabled);
+
+    /// The delay before the next attempt; 0 at first.
+    std::chrono::seconds retryDelay() const;
+    /// Sets the delay, at most to maxDelay(). A negative delay counts as none where it is waited.
+    void setDelay(int seconds);
+    void setDelay(std::chrono::seconds delay);
+
+    /// The longest delay; 300 seconds by default.
+    std::chrono::seconds maxDelay() const;
+    /// Sets the longest delay. A current delay that is not above it is raised to it; one above it stays as it
+    /// is.
+    void setMaxDelay(int seconds);
+    void setMaxDelay(std::chrono::seconds maxDelay);
+
+    /// DelayPolicy::Exponential by default.
+    DelayPolicy delayPolicy() const;
+    void setDelayPolicy(DelayPolicy policy);
+    /// What Linear adds, in seconds, and Exponential multiplies by; 2.0 by default.
+    double incrementFactor() const;
+    void setIncrementFactor(double factor);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace orv
