@@ -19,8 +19,11 @@ namespace {
 QByteArray masked(const QByteArray& data, const QList<QRegularExpression>& expressions)
 {
     auto text = QString::fromUtf8(data);
-    for (const auto& expression : expressions)
+    for (const auto& expression : expressions) {
+        if (!expression.isValid()) // it matches nothing, and Qt would print a warning about it
+            continue;
         text.replace(expression, QStringLiteral("\\1******\\2"));
+    }
     return text.toUtf8();
 }
 

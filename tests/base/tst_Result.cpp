@@ -1,0 +1,187 @@
+#include <Result.h>
+
+#include <QTest>
+
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+using orv::Error;
+using orv::ErrorCode;
+using orv::Result;
+
+namespace {
+
+// Counts its living objects and throws from the copy or move that it is told to.
+struct Tracked
+{
+    explicit Tracked(int v)
+        : value(v)
+    {
+        ++living;
+    }
+    Tracked(const Tracked& other)
+        : value(other.value)
+    {
+        maybeThrow();
+        ++living;
+    }
+    Tracked(Tracked&& other) noexcept(false)
+        : value(other.value)
+    {
+        maybeThrow();
+        ++living;
+    }
+    Tracked& operator=(const Tracked& other) = default;
+    Tracked& operator=(Tracked&& other) = default;
+    ~Tracked() { --living; }
+
+    static void maybeThrow()
+    {
+        if (throwAfter >= 0 && throwAfter-- == 0)
+            throw std::runtime_error("no");
+    }
+
+    int value;
+    static inline int living = 0;
+    static inline int throwAfter = -1; // copies and moves that still succeed
+};
+
+Result<Tracked> failed(const char* message)
+{
+    return Error(ErrorCode::Network, message).addWarning(QStringLiteral("w"));
+}
+
+using MoveOnly = std::unique_ptr<int>;
+
+static_assert(!std::is_copy_constructible_v<Result<MoveOnly>> &&
+              !std::is_copy_assignable_v<Result<MoveOnly>>);
+static_assert(std::is_nothrow_move_constructible_v<Result<MoveOnly>>);
+static_assert(std::is_nothrow_move_assignable_v<Result<MoveOnly>>);
+static_assert(std::is_copy_constructible_v<Result<Tracked>>);
+static_assert(!std::is_nothrow_move_constructible_v<Result<Tracked>>);
+static_assert(std::is_convertible_v<const char*, Result<std::string>>);
+static_assert(!std::is_convertible_v<int, Result<Tracked>>, "as explicit as the value's own constructor");
+
+} // namespace
+
+class tst_Result : public QObject
+{
+    Q_OBJECT
+
+private:
+    // Every pair of what a result held before an assignment and what it is assigned.
+    static void addPairs()
+    {
+        QTest::addColumn<bool>("fromValue");
+        QTest::addColumn<bool>("toValue");
+        QTest::newRow("value to value") << true << true;
+        QTest::newRow("value to error") << true << false;
+        QTest::newRow("error to value") << false << true;
+        QTest::newRow("error to error") << false << false;
+    }
+
+    static Result<Tracked> make(bool value, int number)
+    {
+        return value ? Result<Tracked>(Tracked(number)) : failed(number == 1 ? "one" : "two");
+    }
+
+    static void verify(const Result<Tracked>& result, bool value, int number)
+    {
+        QCOMPARE(result.hasValue(), value);
+        QCOMPARE(bool(result), !result.hasError());
+        if (value)
+            QCOMPARE(result.value().value, number);
+        else
+            QCOMPARE(result.error().errorMessage(), QLatin1String(number == 1 ? "one" : "two"));
+        QCOMPARE(result.error().hasError(), !value);
+        QCOMPARE(result.warnings(), value ? QStringList() : QStringList{QStringLiteral("w")});
+    }
+
+private Q_SLOTS:
+    void cleanup()
+    {
+        Tracked::throwAfter = -1;
+        QCOMPARE(Tracked::living, 0);
+    }
+
+    void copiesAndMoves_data() { addPairs(); }
+    void copiesAndMoves()
+    {
+        QFETCH(bool, fromValue);
+        QFETCH(bool, toValue);
+        const auto source = make(fromValue, 2);
+
+        const auto copy = source;
+        verify(copy, fromValue, 2);
+        auto target = make(toValue, 1);
+        target = source;
+        verify(target, fromValue, 2);
+        target = *std::addressof(target);
+        verify(target, fromValue, 2);
+
+        auto moved = make(toValue, 1);
+        moved = std::move(target);
+        verify(moved, fromValue, 2);
+        const auto constructed = std::move(moved);
+        verify(constructed, fromValue, 2);
+        verify(source, fromValue, 2);
+    }
+
+    void staysAsItWasWhenTheValueThrows_data()
+    {
+        QTest::addColumn<int>("succeeding");
+        QTest::newRow("the copy") << 0;
+        QTest::newRow("the move into place") << 1;
+    }
+
+    void staysAsItWasWhenTheValueThrows()
+    {
+        QFETCH(int, succeeding);
+        const auto source = make(true, 2);
+        auto target = make(false, 1);
+        Tracked::throwAfter = succeeding;
+        QVERIFY_EXCEPTION_THROWN(target = source, std::runtime_error);
+        verify(target, false, 1);
+        Tracked::throwAfter = 0;
+        QVERIFY_EXCEPTION_THROWN(Result<Tracked>{source}, std::runtime_error);
+    }
+
+    void carriesMoveOnlyValues()
+    {
+        Result<MoveOnly> result = std::make_unique<int>(4);
+        Result<MoveOnly> other = Error(ErrorCode::General, "no");
+        other = std::move(result);
+        const MoveOnly taken = std::move(other).value();
+        QCOMPARE(*taken, 4);
+        other = Error(ErrorCode::General, "again");
+        QCOMPARE(other.error().errorMessage(), QStringLiteral("again"));
+    }
+
+    void warnsItsErrorToo()
+    {
+        auto result = failed("x");
+        result.addWarning(QStringLiteral("a"));
+        result.addWarnings({QStringLiteral("b"), QStringLiteral("c")});
+        QCOMPARE(result.error().warnings().join(QLatin1Char(' ')), QStringLiteral("w a b c"));
+        QCOMPARE(result.warnings(), result.error().warnings());
+        result.resetWarning(QStringLiteral("d"));
+        QCOMPARE(result.error().warnings(), QStringList{QStringLiteral("d")});
+        result.resetWarnings({QStringLiteral("e"), QStringLiteral("f")});
+        QCOMPARE(result.error().warnings().size(), 2);
+        result.clearWarnings();
+        QVERIFY(result.error().warnings().isEmpty() && result.warnings().isEmpty());
+
+        Result<int> success = 4;
+        success.addWarning(QStringLiteral("a"));
+        QCOMPARE(success.warnings().size(), 1);
+        QVERIFY(success.error().warnings().isEmpty());
+        const Error error = failed("x").error();
+        success = error;
+        QCOMPARE(success.warnings(), error.warnings());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Result)
+
+#include "tst_Result.moc"

@@ -1,0 +1,171 @@
+#pragma once
+
+#include <AbstractAuthenticator.h>
+#include <Authenticable.h>
+#include <LoopbackServer.h>
+#include <NetworkTask.h>
+#include <SslIgnorantNetworkAccessManager.h>
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QMetaMethod>
+#include <QPointer>
+#include <QTest>
+
+#include <functional>
+
+// What the tests of this room share.
+
+/// The signals and slots that a class itself declares, in order.
+inline QStringList methodsOf(const QMetaObject& metaObject)
+{
+    QStringList methods;
+    for (int i = metaObject.methodOffset(); i < metaObject.methodCount(); ++i) {
+        const auto method = metaObject.method(i);
+        QString text = method.methodType() == QMetaMethod::Signal ? QStringLiteral("signal ") : QStringLiteral("slot ");
+        text += QString::fromLatin1(method.methodSignature());
+        methods.append(method.isConst() ? text + QStringLiteral(" const") : text);
+    }
+    return methods;
+}
+
+/// A reply with a status and nothing behind it.
+class FakeReply : public QNetworkReply
+{
+public:
+    explicit FakeReply(int status, const QUrl& url = {}, QObject* parent = nullptr)
+        : QNetworkReply(parent)
+    {
+        setUrl(url);
+        if (status)
+            setAttribute(QNetworkRequest::HttpStatusCodeAttribute, status);
+    }
+
+    void abort() override {}
+
+protected:
+    qint64 readData(char*, qint64) override { return -1; }
+};
+
+/// An authenticator that logs in as the test tells it to.
+class TestAuthenticator : public orv::AbstractAuthenticator
+{
+public:
+    using AbstractAuthenticator::AbstractAuthenticator;
+
+    QString token() override { return currentToken; }
+
+    void succeed(const char* token)
+    {
+        currentToken = QString::fromLatin1(token);
+        setState(State::Authenticated);
+        Q_EMIT authenticated();
+    }
+
+    void fail(const orv::Error& details, Error code = Error::Failed)
+    {
+        setError(details);
+        setState(State::Failed);
+        Q_EMIT error(code);
+    }
+
+    QString currentToken;
+    int logins = 0;
+    bool startsLogins = true;
+    std::function<void()> duringLogin;
+
+protected:
+    bool authenticate() override
+    {
+        ++logins;
+        if (duringLogin)
+            duringLogin();
+        return startsLogins;
+    }
+};
+
+/// A task that opens what subclasses may use, and writes down its signals in order.
+class TestTask : public orv::NetworkTask
+{
+public:
+    using NetworkRequest = orv::NetworkRequest;
+
+    explicit TestTask(const QString& url = {}, NetworkRequest::Method method = NetworkRequest::Method::Get)
+        : NetworkTask(url)
+    {
+        setRequest(url, NetworkRequest::defaultContentType, method, false);
+        note(&NetworkTask::started, "started");
+        note(&NetworkTask::aboutToRetry, "aboutToRetry");
+        note(&NetworkTask::retried, "retried");
+        note(&NetworkTask::canceled, "canceled");
+        note(&NetworkTask::finished, "finished");
+    }
+
+    using NetworkTask::handleUnauthorizedError;
+    using NetworkTask::prepareRequest;
+    using NetworkTask::processFailedReply;
+    using NetworkTask::retry;
+    using NetworkTask::setNetworkTaskStatusFromReply;
+
+    QString fullRelativePath(const QString& path) const override { return pathPrefix + path; }
+    QHttpMultiPart* createMultiPart() const override { return multiPartFactory ? multiPartFactory() : nullptr; }
+    QString errorMessage() const override { return extraMessage; }
+
+    /// Changes one field of the request.
+    template<typename Change>
+    void change(Change change)
+    {
+        auto changed = request();
+        change(changed);
+        setRequest(changed);
+    }
+
+    /// Runs the task and the event loop until it has finished. False when it takes too long.
+    bool run()
+    {
+        exec();
+        return QTest::qWaitFor([this] { return isFinished(); }, 20000);
+    }
+
+    QString log() const { return events.join(QLatin1Char(' ')); }
+
+    QStringList events;
+    QString pathPrefix;
+    QString extraMessage;
+    std::function<QHttpMultiPart*()> multiPartFactory;
+
+private:
+    template<typename Signal>
+    void note(Signal signal, const char* name)
+    {
+        connect(this, signal, this, [this, name] { events.append(QLatin1String(name)); });
+    }
+};
+
+/// Collects what is logged while it lives, and lets nothing through.
+class LogCatcher
+{
+public:
+    explicit LogCatcher(const char* rules)
+    {
+        QLoggingCategory::setFilterRules(QString::fromLatin1(rules));
+        lines.clear();
+        previous = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& text) {
+            lines.append(QStringLiteral("%1|%2|%3").arg(type).arg(QLatin1String(context.category), text));
+        });
+    }
+    ~LogCatcher()
+    {
+        qInstallMessageHandler(previous);
+        QLoggingCategory::setFilterRules({});
+    }
+    LogCatcher(const LogCatcher&) = delete;
+    LogCatcher& operator=(const LogCatcher&) = delete;
+
+    static bool contains(const QString& text) { return lines.filter(text).size() > 0; }
+
+    static inline QStringList lines;
+
+private:
+    static inline QtMessageHandler previous = nullptr;
+};

@@ -1,0 +1,103 @@
+#include <Retriable.h>
+
+#include <QTest>
+
+#include <limits>
+
+using namespace orv;
+using std::chrono::seconds;
+using Policy = Retriable::DelayPolicy;
+
+Q_DECLARE_METATYPE(orv::Retriable::DelayPolicy)
+
+class tst_Retriable : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void allowsTenRetriesUnlessToldOtherwise()
+    {
+        Retriable retriable;
+        for (int i = 0; i < 10; ++i) {
+            QVERIFY(retriable.canRetry());
+            retriable.incrementRetriesCount();
+        }
+        QVERIFY(!retriable.canRetry());
+        retriable.resetRetriesCount();
+        QVERIFY(retriable.canRetry());
+        retriable.setRetriesEnabled(false);
+        QVERIFY(!retriable.canRetry());
+        retriable.setRetriesEnabled(true);
+        retriable.setMaxRetriesCount(0);
+        QVERIFY(!retriable.canRetry());
+        retriable.setMaxRetriesCount(-1);
+        QVERIFY(!retriable.canRetry());
+    }
+
+    void growsTheDelay_data()
+    {
+        constexpr int most = std::numeric_limits<int>::max();
+        QTest::addColumn<Policy>("policy");
+        QTest::addColumn<double>("factor");
+        QTest::addColumn<int>("start");
+        QTest::addColumn<int>("maximum");
+        QTest::addColumn<QList<int>>("delays");
+        QTest::newRow("exponential") << Policy::Exponential << 2.0 << 0 << 300
+                                     << QList<int>{1, 2, 4, 8, 16, 32, 64, 128, 256, 300, 300};
+        QTest::newRow("linear") << Policy::Linear << 2.0 << 0 << 5 << QList<int>{2, 4, 5, 5};
+        QTest::newRow("none") << Policy::None << 2.0 << 7 << 300 << QList<int>{0, 0};
+        QTest::newRow("truncated") << Policy::Exponential << 1.5 << 3 << 300 << QList<int>{4, 6, 9, 13};
+        QTest::newRow("shrinking") << Policy::Exponential << 0.5 << 3 << 300 << QList<int>{1, 0, 1, 0};
+        QTest::newRow("negative") << Policy::Linear << -2.5 << 0 << 300 << QList<int>{-2, -4};
+        QTest::newRow("too large") << Policy::Exponential << 1e300 << 2 << most << QList<int>{most, most};
+        QTest::newRow("too small") << Policy::Exponential << -1e300 << 2 << most
+                                   << QList<int>{std::numeric_limits<int>::min(), most};
+        QTest::newRow("infinite") << Policy::Linear << std::numeric_limits<double>::infinity() << 0 << 9
+                                  << QList<int>{9};
+        QTest::newRow("no number") << Policy::Linear << std::numeric_limits<double>::quiet_NaN() << 5 << 9
+                                   << QList<int>{0};
+    }
+
+    void growsTheDelay()
+    {
+        QFETCH(Policy, policy);
+        QFETCH(double, factor);
+        QFETCH(int, start);
+        QFETCH(int, maximum);
+        QFETCH(QList<int>, delays);
+        Retriable retriable;
+        retriable.setDelayPolicy(policy);
+        retriable.setIncrementFactor(factor);
+        retriable.setMaxDelay(maximum);
+        retriable.setDelay(start);
+        for (const int delay : delays) {
+            retriable.incrementRetries();
+            QCOMPARE(retriable.retryDelay().count(), delay);
+        }
+        QCOMPARE(retriable.retriesCount(), delays.size());
+        retriable.resetRetries();
+        QCOMPARE(retriable.retryDelay(), seconds(0));
+        QCOMPARE(retriable.retriesCount(), 0);
+    }
+
+    void raisesTheDelayWithItsMaximum()
+    {
+        Retriable retriable;
+        retriable.setDelay(1000);
+        QCOMPARE(retriable.retryDelay(), seconds(300));
+        retriable.setDelay(30);
+        retriable.setMaxDelay(10);
+        QCOMPARE(retriable.retryDelay(), seconds(30));
+        retriable.setMaxDelay(seconds(60));
+        QCOMPARE(retriable.retryDelay(), seconds(60));
+        retriable.setDelay(seconds::max());
+        QCOMPARE(retriable.retryDelay(), seconds(60));
+        retriable.setMaxDelay(seconds::max());
+        retriable.incrementDelay();
+        QCOMPARE(retriable.retryDelay().count(), std::numeric_limits<int>::max());
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Retriable)
+
+#include "tst_Retriable.moc"

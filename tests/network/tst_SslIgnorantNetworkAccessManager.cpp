@@ -1,0 +1,103 @@
+#include "NetworkTestSupport.h"
+
+#include <QHttpMultiPart>
+#include <QSignalSpy>
+#include <QSslConfiguration>
+
+#include <memory>
+
+using namespace orv;
+using SslMode = SslIgnorantNetworkAccessManager::SslMode;
+
+class tst_SslIgnorantNetworkAccessManager : public QObject
+{
+    Q_OBJECT
+
+private:
+    static std::unique_ptr<QNetworkReply> finished(QNetworkReply* reply)
+    {
+        QSignalSpy spy(reply, &QNetworkReply::finished);
+        if (!reply->isFinished())
+            spy.wait(10000);
+        return std::unique_ptr<QNetworkReply>(reply);
+    }
+
+private Q_SLOTS:
+    void verifiesUnlessToldToIgnore()
+    {
+        LoopbackServer server(LoopbackServer::Transport::Tls);
+        server.addReply(QStringLiteral("/"), LoopbackReply(200, "secret"));
+        QVERIFY(!server.listen().hasError());
+        const QNetworkRequest request{QUrl(server.url())};
+
+        SslIgnorantNetworkAccessManager manager;
+        QCOMPARE(manager.sslMode(), SslMode::Verify);
+        QCOMPARE(finished(manager.get(request))->error(), QNetworkReply::SslHandshakeFailedError);
+        QVERIFY(server.requests().isEmpty()); // nothing of the request reaches an unverified server
+
+        manager.setSslMode(SslMode::Ignore);
+        auto reply = finished(manager.get(request));
+        QCOMPARE(reply->error(), QNetworkReply::NoError);
+        QCOMPARE(reply->readAll(), QByteArrayLiteral("secret"));
+
+        // The connection that was not verified is still open, but is not for requests that must be.
+        manager.setSslMode(SslMode::Verify);
+        QCOMPARE(finished(manager.get(request))->error(), QNetworkReply::SslHandshakeFailedError);
+        QCOMPARE(server.requests().size(), 1);
+    }
+
+    void replacesOnlyWhatHttpsRequestsBring_data()
+    {
+        QTest::addColumn<SslMode>("mode");
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<bool>("isReplaced");
+        QTest::newRow("ignore https") << SslMode::Ignore << QStringLiteral("https://127.0.0.1:1/") << true;
+        QTest::newRow("ignore http") << SslMode::Ignore << QStringLiteral("http://127.0.0.1:1/") << false;
+        QTest::newRow("verify https") << SslMode::Verify << QStringLiteral("https://127.0.0.1:1/") << false;
+    }
+
+    void replacesOnlyWhatHttpsRequestsBring()
+    {
+        QFETCH(SslMode, mode);
+        QFETCH(QString, url);
+        QFETCH(bool, isReplaced);
+        QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+        configuration.setPeerVerifyDepth(7);
+        QNetworkRequest request{QUrl(url)};
+        request.setSslConfiguration(configuration);
+        SslIgnorantNetworkAccessManager manager(mode);
+        const std::unique_ptr<QNetworkReply> reply(manager.get(request));
+        const auto used = reply->request().sslConfiguration();
+        QCOMPARE(used.peerVerifyDepth(), isReplaced ? 0 : 7);
+        QCOMPARE(used.peerVerifyMode() == QSslSocket::VerifyNone, isReplaced);
+    }
+
+    void deletesWithAndWithoutContent()
+    {
+        LoopbackServer server;
+        server.addReply(QStringLiteral("/"), LoopbackReply(200));
+        QVERIFY(!server.listen().hasError());
+        const QNetworkRequest request{QUrl(server.url())};
+        SslIgnorantNetworkAccessManager manager;
+        finished(manager.deleteResource(request, nullptr));
+        QHttpMultiPart multiPart(QHttpMultiPart::FormDataType);
+        QHttpPart part;
+        part.setBody("value");
+        multiPart.append(part);
+        finished(manager.deleteResource(request, &multiPart));
+
+        const auto requests = server.requests();
+        QCOMPARE(requests.size(), 2);
+        QCOMPARE(requests[0].startLine(), QByteArrayLiteral("DELETE / HTTP/1.1"));
+        QVERIFY(requests[0].content.isEmpty());
+        QCOMPARE(requests[1].method, QByteArrayLiteral("DELETE"));
+        QVERIFY(requests[1].field("Content-Type").startsWith("multipart/form-data; boundary="));
+        QVERIFY(requests[1].content.contains("value"));
+    }
+};
+
+Q_DECLARE_METATYPE(orv::SslIgnorantNetworkAccessManager::SslMode)
+
+QTEST_GUILESS_MAIN(tst_SslIgnorantNetworkAccessManager)
+
+#include "tst_SslIgnorantNetworkAccessManager.moc"

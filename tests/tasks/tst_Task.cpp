@@ -1,0 +1,257 @@
+#include <Task.h>
+#include <TasksQueue.h>
+
+#include <QPointer>
+#include <QTest>
+
+#include <coroutine>
+#include <functional>
+#include <optional>
+#include <stdexcept>
+
+using namespace orv;
+
+namespace {
+
+// Writes down what happens to it, in order, and does what it is told to when it does.
+class RecordingTask : public Task
+{
+    Q_OBJECT
+
+public:
+    RecordingTask()
+    {
+        connect(this, &Task::started, this, [this] { note("started"); });
+        connect(this, &Task::canceled, this, [this] { note("canceled"); });
+        connect(this, &Task::finished, this,
+                [this] { note(isFinished() ? "finished" : "finished too early"); });
+    }
+
+    void note(const char* event)
+    {
+        events.append(QLatin1String(event));
+        if (events.size() < 50 && reactions.contains(events.last()))
+            reactions[events.last()]();
+    }
+
+    Error doExec() override
+    {
+        note("doExec");
+        return outcome;
+    }
+    Error doFinish() override
+    {
+        QPointer<RecordingTask> self(this);
+        note("doFinish");
+        return self ? (verdict ? *verdict : Task::doFinish()) : Error();
+    }
+    void finalize() override { note(isFinished() ? "finalize" : "finalize too early"); }
+
+    QStringList events;
+    QHash<QString, std::function<void()>> reactions;
+    Error outcome;
+    std::optional<Error> verdict;
+};
+
+// Suspends its coroutine until somebody resumes the handle.
+class SuspendedTask : public Task
+{
+public:
+    struct Awaiter
+    {
+        SuspendedTask* task;
+        bool await_ready() const noexcept { return false; }
+        void await_suspend(std::coroutine_handle<> handle) noexcept { *task->m_handle = handle; }
+        void await_resume() const noexcept {}
+    };
+
+    explicit SuspendedTask(std::coroutine_handle<>* handle)
+        : m_handle(handle)
+    {
+    }
+
+    QCoro::Task<Error> co_doExec() override
+    {
+        co_await Awaiter{this};
+        co_return Error(ErrorCode::General, "resumed");
+    }
+
+private:
+    std::coroutine_handle<>* m_handle;
+};
+
+} // namespace
+
+class tst_Task : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void endsInOrder()
+    {
+        RecordingTask task;
+        task.outcome = Error(ErrorCode::General, "stored");
+        task.reactions[QStringLiteral("doFinish")] = [&] {
+            QCOMPARE(task.error().errorMessage(), QStringLiteral("stored"));
+            QVERIFY(task.isRunning() && !task.isFinished());
+        };
+        task.verdict = Error(ErrorCode::FileAccess, "final");
+        task.reactions[QStringLiteral("finalize")] = [&] {
+            QCOMPARE(task.error().errorMessage(), QStringLiteral("final"));
+        };
+        task.exec();
+        QCOMPARE(task.events.join(QLatin1Char(' ')),
+                 QStringLiteral("started doExec doFinish finalize finished"));
+        QCOMPARE(task.error().errorCode(), ErrorCode::FileAccess);
+        task.exec();
+        task.setRunning();
+        task.setIdle();
+        task.cancel();
+        task.finish(Error());
+        QCOMPARE(task.events.size(), 5);
+        QVERIFY(task.isFinished() && !task.isRunning() && !task.isCanceled());
+        QCOMPARE(task.error().errorCode(), ErrorCode::FileAccess);
+    }
+
+    void finishesOnceThoughEverybodyTries_data()
+    {
+        QTest::addColumn<QString>("event");
+        for (const auto* event : {"doFinish", "finalize", "finished"})
+            QTest::newRow(event) << QString::fromLatin1(event);
+    }
+
+    void finishesOnceThoughEverybodyTries()
+    {
+        QFETCH(QString, event);
+        RecordingTask task;
+        task.reactions[event] = [&] {
+            task.finish(Error(ErrorCode::General, "second"));
+            task.cancel();
+            task.setIdle();
+            task.exec();
+        };
+        task.exec();
+        QCOMPARE(task.events.join(QLatin1Char(' ')),
+                 QStringLiteral("started doExec doFinish finalize finished"));
+        QVERIFY(!task.hasError());
+    }
+
+    void cancelsFromEveryState_data()
+    {
+        QTest::addColumn<int>("state");
+        QTest::newRow("idle") << 0;
+        QTest::newRow("running") << 1;
+        QTest::newRow("paused") << 2;
+        QTest::newRow("idle again") << 3;
+    }
+
+    void cancelsFromEveryState()
+    {
+        QFETCH(int, state);
+        RecordingTask task;
+        if (state > 0)
+            task.setRunning();
+        if (state == 2)
+            task.pause();
+        if (state == 3)
+            task.setIdle();
+        QCOMPARE(task.isPaused(), state == 2);
+        QCOMPARE(task.isRunning(), state == 1 || state == 2);
+        task.events.clear();
+        task.setCanceled(state == 1); // the flag alone stops nothing
+        task.reactions[QStringLiteral("canceled")] = [&] {
+            QVERIFY(task.isCanceled());
+            task.cancel();
+        };
+        task.cancel();
+        QCOMPARE(task.events.join(QLatin1Char(' ')), QStringLiteral("canceled doFinish finalize finished"));
+        QCOMPARE(task.error().errorCode(), ErrorCode::Canceled);
+    }
+
+    void announcesEachStart()
+    {
+        RecordingTask task;
+        task.setRunning();
+        task.pause();
+        task.resume();
+        task.setRunning();
+        QCOMPARE(task.events.size(), 1);
+        task.setIdle();
+        QVERIFY(!task.isRunning() && !task.isFinished());
+        task.setRunning();
+        QCOMPARE(task.events.size(), 2);
+    }
+
+    void survivesDeletionInEveryEvent_data()
+    {
+        QTest::addColumn<QString>("event");
+        for (const auto* event : {"started", "doFinish", "finalize", "finished", "canceled"})
+            QTest::newRow(event) << QString::fromLatin1(event);
+    }
+
+    void survivesDeletionInEveryEvent()
+    {
+        QFETCH(QString, event);
+        QPointer<RecordingTask> task = new RecordingTask;
+        TasksQueue queue;
+        queue.append(task);
+        task->reactions[event] = [&task] { delete task; };
+        if (event == QLatin1String("canceled"))
+            task->cancel();
+        else
+            task->exec();
+        QVERIFY(!task);
+        QVERIFY(queue.isEmpty());
+    }
+
+    void deletesItselfWhenToldTo()
+    {
+        QPointer<RecordingTask> task = new RecordingTask;
+        task->setAutoDelete(true);
+        task->exec();
+        QVERIFY(task);
+        QTRY_VERIFY(!task);
+    }
+
+    void finishesWithTheCoroutinesResult()
+    {
+        std::coroutine_handle<> handle;
+        SuspendedTask task(&handle);
+        task.exec();
+        task.exec();
+        QVERIFY(task.isRunning());
+        handle.resume();
+        QVERIFY(task.isFinished());
+        QCOMPARE(task.error().errorMessage(), QStringLiteral("resumed"));
+    }
+
+    void outlivesNothingItsCoroutineTouches()
+    {
+        std::coroutine_handle<> handle;
+        {
+            SuspendedTask task(&handle);
+            task.exec();
+        }
+        handle.resume(); // ends the coroutine of a task that is gone, and frees it
+
+        SuspendedTask canceled(&handle);
+        canceled.exec();
+        canceled.cancel();
+        handle.resume();
+        QCOMPARE(canceled.error().errorCode(), ErrorCode::Canceled);
+    }
+
+    void turnsExceptionsIntoErrors()
+    {
+        RecordingTask task;
+        task.reactions[QStringLiteral("doExec")] = [] { throw std::runtime_error("thrown"); };
+        task.exec();
+        QVERIFY(task.isFinished());
+        QCOMPARE(task.error().errorCode(), ErrorCode::General);
+        QCOMPARE(task.error().errorMessage(), QStringLiteral("thrown"));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_Task)
+
+#include "tst_Task.moc"
