@@ -397,7 +397,6 @@ Error NetworkTask::doFinish()
 void NetworkTask::finalize()
 {
     d->timer->stop();
-    d->enterPhase(Private::Phase::None);
     QObject::disconnect(d->managerConnection);
     if (d->reply)
         d->reply->disconnect();

@@ -31,11 +31,23 @@ QLatin1String methodName(NetworkRequest::Method method)
     return {};
 }
 
-// Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove
-// the field.
+// Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove the
+// field, and an empty User-Agent would be replaced by Qt's own; white space is an empty value too (RFC 9110, 5.5).
 void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray& value)
 {
-    request.setRawHeader(name, value.isNull() ? QByteArray("") : value);
+    if (!value.isEmpty())
+        request.setRawHeader(name, value);
+    else
+        request.setRawHeader(name, name.compare("User-Agent", Qt::CaseInsensitive) == 0 ? " " : "");
+}
+
+// Content always goes with its type, be it an empty one. A type among the raw headers stands in for one that is
+// not given, and multipart content brings its own.
+void setContentType(QNetworkRequest& request, const QByteArray& contentType, bool isMultiPart)
+{
+    static const auto name = QByteArrayLiteral("Content-Type");
+    if (!contentType.isEmpty() || !(isMultiPart || request.hasRawHeader(name)))
+        setField(request, name, contentType);
 }
 
 // Qt writes names and values to the wire as they are, so these bytes would begin another field (RFC
@@ -211,7 +223,7 @@ QNetworkReply* NetworkTask::Private::dispatchContent(SslIgnorantNetworkAccessMan
                                      << request.postData.size()
                                      << "bytes): " << request.maskedData().left(2000) << Qt::endl;
     }
-    setField(networkRequest, QByteArrayLiteral("Content-Type"), request.postDataContentType);
+    setContentType(networkRequest, request.postDataContentType, isPost && content);
     if (!isPost)
         return manager->put(networkRequest, request.postData);
     if (!content)

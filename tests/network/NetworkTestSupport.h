@@ -22,7 +22,8 @@ inline QStringList methodsOf(const QMetaObject& metaObject)
     QStringList methods;
     for (int i = metaObject.methodOffset(); i < metaObject.methodCount(); ++i) {
         const auto method = metaObject.method(i);
-        QString text = method.methodType() == QMetaMethod::Signal ? QStringLiteral("signal ") : QStringLiteral("slot ");
+        QString text =
+            method.methodType() == QMetaMethod::Signal ? QStringLiteral("signal ") : QStringLiteral("slot ");
         text += QString::fromLatin1(method.methodSignature());
         methods.append(method.isConst() ? text + QStringLiteral(" const") : text);
     }
@@ -108,11 +109,14 @@ public:
     using NetworkTask::setNetworkTaskStatusFromReply;
 
     QString fullRelativePath(const QString& path) const override { return pathPrefix + path; }
-    QHttpMultiPart* createMultiPart() const override { return multiPartFactory ? multiPartFactory() : nullptr; }
+    QHttpMultiPart* createMultiPart() const override
+    {
+        return multiPartFactory ? multiPartFactory() : nullptr;
+    }
     QString errorMessage() const override { return extraMessage; }
 
     /// Changes one field of the request.
-    template<typename Change>
+    template <typename Change>
     void change(Change change)
     {
         auto changed = request();
@@ -135,7 +139,7 @@ public:
     std::function<QHttpMultiPart*()> multiPartFactory;
 
 private:
-    template<typename Signal>
+    template <typename Signal>
     void note(Signal signal, const char* name)
     {
         connect(this, signal, this, [this, name] { events.append(QLatin1String(name)); });
@@ -150,9 +154,10 @@ public:
     {
         QLoggingCategory::setFilterRules(QString::fromLatin1(rules));
         lines.clear();
-        previous = qInstallMessageHandler([](QtMsgType type, const QMessageLogContext& context, const QString& text) {
-            lines.append(QStringLiteral("%1|%2|%3").arg(type).arg(QLatin1String(context.category), text));
-        });
+        previous = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext& context, const QString& text) {
+                lines.append(QStringLiteral("%1|%2|%3").arg(type).arg(QLatin1String(context.category), text));
+            });
     }
     ~LogCatcher()
     {

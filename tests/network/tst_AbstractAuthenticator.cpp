@@ -14,9 +14,10 @@ private Q_SLOTS:
     void declaresItsMembersInOrder()
     {
         QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
-                 (QStringList{QStringLiteral("signal authenticating()"), QStringLiteral("signal authenticated()"),
-                              QStringLiteral("signal error(orv::AbstractAuthenticator::Error)"),
-                              QStringLiteral("slot onAuthenticationRequired()"), QStringLiteral("slot cancel()")}));
+                 (QStringList{
+                     QStringLiteral("signal authenticating()"), QStringLiteral("signal authenticated()"),
+                     QStringLiteral("signal error(orv::AbstractAuthenticator::Error)"),
+                     QStringLiteral("slot onAuthenticationRequired()"), QStringLiteral("slot cancel()")}));
         QCOMPARE(AbstractAuthenticator::staticMetaObject.enumeratorCount(), 0);
     }
 

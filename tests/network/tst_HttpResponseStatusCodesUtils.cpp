@@ -140,10 +140,11 @@ private Q_SLOTS:
         }
         QCOMPARE(error.errorCode(), ErrorCode::Network);
         QVERIFY(error.errorMessage().isEmpty() && !error.errorDetails().isValid());
-        QVERIFY(messages.errors.startsWith(
-            QStringLiteral("before Unable to access QUrl(\"http://host/x\") - ")));
-        QVERIFY(messages.errors.contains(status == 404 ? QStringLiteral("NotFound") : QString::number(status)) ||
-                status == 0);
+        QVERIFY(
+            messages.errors.startsWith(QStringLiteral("before Unable to access QUrl(\"http://host/x\") - ")));
+        QVERIFY(
+            messages.errors.contains(status == 404 ? QStringLiteral("NotFound") : QString::number(status)) ||
+            status == 0);
         QVERIFY(messages.warnings.isEmpty());
     }
 

@@ -93,7 +93,8 @@ private Q_SLOTS:
         QDebug(&text) << NetworkRequest::Method::Head << NetworkRequest::Method::Delete;
         QCOMPARE(text, QStringLiteral("Method::HeadMethod::Delete"));
         text.clear();
-        QDebug(&text) << static_cast<NetworkRequest::Method>(7) << "a" << "b";
+        QDebug(&text) << static_cast<NetworkRequest::Method>(7) << "a"
+                      << "b";
         QCOMPARE(text, QStringLiteral("a b "));
     }
 };

@@ -1,1 +1,148 @@
-int main() {}
+#include "NetworkTestSupport.h"
+
+#include <QMetaEnum>
+#include <QTimer>
+
+using namespace orv;
+
+class tst_NetworkTask : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void declaresItsMembersInOrder()
+    {
+        const auto& meta = NetworkTask::staticMetaObject;
+        QCOMPARE(
+            methodsOf(meta),
+            (QStringList{QStringLiteral("signal readyRead() const"), QStringLiteral("signal retried() const"),
+                         QStringLiteral("signal aboutToRetry()"), QStringLiteral("slot read(qlonglong)"),
+                         QStringLiteral("slot read()"), QStringLiteral("slot exec()"),
+                         QStringLiteral("slot cancel()")}));
+        QCOMPARE(meta.enumeratorCount() - meta.enumeratorOffset(), 1);
+        const auto policy = QMetaEnum::fromType<NetworkTask::ErrorPolicy>();
+        QCOMPARE(policy.keyCount(), 3);
+        QCOMPARE(policy.keyToValue("FinishWithSuccess"), 2);
+        QCOMPARE(meta.superClass(), &Task::staticMetaObject);
+    }
+
+    void startsWithItsDefaults()
+    {
+        NetworkTask task(QStringLiteral("http://host/"), NetworkTask::Priority::High);
+        QCOMPARE(task.request().acceptedContentTypes, QByteArrayLiteral("application/json"));
+        QCOMPARE(task.timeout().count(), 300000);
+        QCOMPARE(task.findChild<QTimer*>()->interval(), 300000);
+        QCOMPARE(task.replyErrorPolicy(), NetworkTask::FinishWithError);
+        QCOMPARE(task.responseErrorPolicy(), NetworkTask::FinishWithError);
+        QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::Unknown);
+        QCOMPARE(task.networkResponseError(), QNetworkReply::NoError);
+        QCOMPARE(task.userAgent(), QByteArrayLiteral("OrvLabs"));
+        QVERIFY(!task.hasOverriddenUserAgent() && !task.requiresAuthentication());
+        QVERIFY(!task.networkAccessManager() && !task.networkReply() && !task.networkConnection());
+        QVERIFY(task.requestAttributes().isEmpty() && task.data().isEmpty());
+        QVERIFY(task.canRetry());
+    }
+
+    void setsOnlyWhatItIsGiven()
+    {
+        TestTask task;
+        task.change([](NetworkRequest& request) {
+            request.postData = "data";
+            request.rawHeaders.insert("X", "y");
+        });
+        task.setRequest(QStringLiteral("http://host/"), "text/plain", NetworkRequest::Method::Put, true);
+        QCOMPARE(task.request().postData, QByteArrayLiteral("data"));
+        QCOMPARE(task.request().rawHeaders.size(), 1);
+        QVERIFY(task.request().streaming);
+
+        task.setUserAgent({});
+        QVERIFY(task.hasOverriddenUserAgent() && task.userAgent().isEmpty());
+        task.setHttpResponseStatusCode(HttpResponseStatusCode::NotFound);
+        QCOMPARE(task.httpResponseStatusCodeNumber(), 404);
+        task.setHttpResponseStatusCodeNumber(418);
+        QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::NotFound);
+
+        TestAuthenticator authenticator;
+        task.setAuthenticator(&authenticator);
+        QVERIFY(task.requiresAuthentication());
+        task.setAuthenticator(nullptr);
+        QVERIFY(task.requiresAuthentication() && !task.authenticator());
+    }
+
+    void sharesOneDefaultManager()
+    {
+        auto* manager = NetworkTask::defaultNetworkAccessManager();
+        QCOMPARE(NetworkTask::defaultNetworkAccessManager(), manager);
+        QCOMPARE(manager->parent(), QCoreApplication::instance());
+        QCOMPARE(manager->sslMode(), SslIgnorantNetworkAccessManager::SslMode::Verify);
+    }
+
+    void forgetsADestroyedManager()
+    {
+        NetworkTask task;
+        auto manager = std::make_unique<SslIgnorantNetworkAccessManager>();
+        task.setNetworkAccessManager(manager.get());
+        manager.reset();
+        QVERIFY(!task.networkAccessManager());
+    }
+
+    void keepsWhatIsLeftOfItsData()
+    {
+        TestTask task;
+        QCOMPARE(task.chopFirstBytes(0), -1); // absent
+        task.setData({});
+        QCOMPARE(task.chopFirstBytes(0), -1); // present but empty
+        task.setData("abcdef");
+        QCOMPARE(task.chopFirstBytes(7), -1);
+        QCOMPARE(task.chopFirstBytes(-1), -1);
+        const auto held = task.data();
+        QCOMPARE(task.chopFirstBytes(2), 4);
+        QCOMPARE(task.data(), QByteArrayLiteral("cdef"));
+        QCOMPARE(task.data().constData(), held.constData() + 2); // not copied, though somebody holds it
+        QCOMPARE(held, QByteArrayLiteral("abcdef"));
+        QCOMPARE(task.chopFirstBytes(4), 0);
+        QVERIFY(task.data().isEmpty() && !task.data().isNull());
+        QCOMPARE(task.chopFirstBytes(0), -1);
+        task.clearData();
+        QVERIFY(task.data().isNull());
+    }
+
+    void printsItself()
+    {
+        TestTask task(QStringLiteral("http://host/"));
+        task.setData("abc");
+        task.setHttpResponseStatusCode(HttpResponseStatusCode::NotFound);
+        task.setNetworkResponseError(QNetworkReply::ContentNotFoundError);
+        task.setNetworkResponseErrorMessage(QStringLiteral("gone"));
+        QString text;
+        QDebug(&text) << task;
+        QVERIFY2(
+            text.startsWith(QLatin1String(typeid(TestTask).name()) +
+                            QStringLiteral("(\n  request=struct orv::NetworkRequest(url=\"http://host/\"")),
+            qPrintable(text));
+        QVERIFY2(text.endsWith(
+                     QStringLiteral("method=Method::Get)\n  dataReceived=\"abc\" "
+                                    "networkResponseError=QNetworkReply::ContentNotFoundError "
+                                    "networkResponseErrorMessage=\"gone\" "
+                                    "httpResponseStatusCode=orv::ORV_QEnumsHttpResponseStatusCodesUtils::"
+                                    "HttpResponseStatusCode::NotFound httpResponseStatusCodeNumber=404)")) ||
+                     text.contains(QStringLiteral("NotFound httpResponseStatusCodeNumber=404)")),
+                 qPrintable(text));
+        QVERIFY(task.errorMessage().isEmpty());
+    }
+
+    void logsNothingUntilItIsAskedTo()
+    {
+        LogCatcher log("");
+        TestTask task(QStringLiteral("http://127.0.0.1:1/"));
+        task.setRetriesEnabled(false);
+        QVERIFY(task.run());
+        task.exec();
+        task.read();
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(QLatin1Char('\n'))));
+    }
+};
+
+QTEST_GUILESS_MAIN(tst_NetworkTask)
+
+#include "tst_NetworkTask.moc"
