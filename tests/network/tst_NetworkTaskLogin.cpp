@@ -1,1 +1,311 @@
-int main() {}
+#include "NetworkTestSupport.h"
+
+#include <NetworkQueue.h>
+
+#include <memory>
+
+using namespace orv;
+using namespace std::chrono_literals;
+
+/// How a task gets the token that it needs.
+class tst_NetworkTaskLogin : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TestTask> makeTask(AbstractAuthenticator* authenticator)
+    {
+        auto task = std::make_unique<TestTask>(m_server->url());
+        task->setAuthenticator(authenticator);
+        return task;
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_server = std::make_unique<LoopbackServer>();
+        m_server->setHandler([this](const LoopbackRequest& request) {
+            return request.field("Authorization") == m_accepted ? LoopbackReply(200, "in")
+                                                                : LoopbackReply(401, "out");
+        });
+        QVERIFY(!m_server->listen().hasError());
+        m_authenticator = std::make_unique<TestAuthenticator>();
+    }
+
+    void getsATokenBeforeSending()
+    {
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        QCOMPARE(m_authenticator->logins, 1);
+        QCOMPARE(m_server->connectionCount(), 0);
+        m_authenticator->succeed("good");
+        QVERIFY(task->networkReply()); // sent at once
+        QVERIFY(!task->isPaused());
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(task->data(), QByteArrayLiteral("in"));
+        QCOMPARE(task->retriesCount(), 0);
+    }
+
+    void getsANewTokenWhenTheOldOneIsRefused_data()
+    {
+        QTest::addColumn<QByteArray>("challenge");
+        QTest::newRow("none") << QByteArray();
+        QTest::newRow("Bearer") << QByteArray("Bearer realm=\"x\", error=\"invalid_token\"");
+        QTest::newRow("Basic") << QByteArray("Basic realm=\"x\"");
+    }
+
+    void getsANewTokenWhenTheOldOneIsRefused()
+    {
+        QFETCH(QByteArray, challenge);
+        m_server->setHandler([&](const LoopbackRequest& request) {
+            LoopbackReply refusal(401, "out");
+            if (!challenge.isEmpty())
+                refusal.withField("WWW-Authenticate", challenge);
+            return request.field("Authorization") == m_accepted ? LoopbackReply(200, "in") : refusal;
+        });
+        m_authenticator->currentToken = QStringLiteral("expired");
+        auto task = makeTask(m_authenticator.get());
+        task->setDelay(0);
+        for (int round = 1; round <= 2; ++round) {
+            if (round == 1)
+                task->exec();
+            QTRY_COMPARE(m_authenticator->logins, round);
+            QVERIFY(task->isPaused());
+            QCOMPARE(task->httpResponseStatusCodeNumber(), 0);
+            QCOMPARE(task->data(), QByteArrayLiteral("out")); // looked at while it waits ...
+            m_authenticator->succeed(round == 1 ? "wrong again" : "good");
+        }
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(task->data(), QByteArrayLiteral("in")); // ... and gone with the new reply
+        QCOMPARE(m_server->requests().size(), 3);
+        QCOMPARE(task->log(), QStringLiteral("started finished"));
+    }
+
+    void waitsForALoginThatIsUnderWay()
+    {
+        m_authenticator->onAuthenticationRequired();
+        auto first = makeTask(m_authenticator.get());
+        auto second = makeTask(m_authenticator.get());
+        first->exec();
+        second->exec();
+        QVERIFY(first->isPaused() && second->isPaused());
+        QCOMPARE(m_authenticator->logins, 1);
+        m_authenticator->succeed("good");
+        QTRY_VERIFY(first->isFinished() && second->isFinished());
+        QVERIFY(!first->hasError() && !second->hasError());
+        QCOMPARE(m_server->requests().size(), 2);
+    }
+
+    void waitsWhenASubclassSaysSo()
+    {
+        m_authenticator->currentToken = QStringLiteral("good");
+        auto task = makeTask(m_authenticator.get());
+        task->setResponseHandler(HttpResponseStatusCode::OK, [&] {
+            if (m_authenticator->logins == 0)
+                task->handleUnauthorizedError();
+            else
+                task->finish(Error());
+        });
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        m_authenticator->succeed("good");
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(m_server->requests().size(), 2);
+    }
+
+    void endsWithTheAuthenticatorsError_data()
+    {
+        QTest::addColumn<int>("policy");
+        QTest::addColumn<int>("code");
+        QTest::newRow("error") << int(NetworkTask::FinishWithError) << 7;
+        QTest::newRow("pardoned") << int(NetworkTask::FinishWithSuccess) << 0;
+    }
+
+    void endsWithTheAuthenticatorsError()
+    {
+        QFETCH(int, policy);
+        auto task = makeTask(m_authenticator.get());
+        task->setResponseErrorPolicy(NetworkTask::ErrorPolicy(policy));
+        task->setReplyErrorPolicy(NetworkTask::Ignore);
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        m_authenticator->fail(Error(static_cast<ErrorCode>(7), "no such user"),
+                              AbstractAuthenticator::Error::InvalidCredentials);
+        QVERIFY(task->isFinished());
+        QTEST(static_cast<int>(task->error().errorCode()), "code");
+        QCOMPARE(m_authenticator->logins, 1);
+    }
+
+    void asksAgainAfterAFailureThatPasses()
+    {
+        m_authenticator->setMaxRetriesCount(2);
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        const Error down(ErrorCode::Network, "down");
+        for (int login = 2; login <= 3; ++login) {
+            m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
+            QVERIFY(task->isPaused());
+            QCOMPARE(m_authenticator->logins, login);
+        }
+        m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
+        QVERIFY(task->isFinished());
+        QCOMPARE(task->error().errorMessage(), QStringLiteral("down"));
+    }
+
+    void neverSucceedsOnAFailureWithoutAReason()
+    {
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        m_authenticator->fail(Error());
+        QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
+    }
+
+    void sendsOnlyTasksThatWait()
+    {
+        m_authenticator->currentToken = QStringLiteral("good");
+        auto task = makeTask(m_authenticator.get());
+        m_accepted = "Bearer better";
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        m_authenticator->succeed("better");
+        m_authenticator->succeed("better"); // for another task's sake, while this one is running ...
+        QTRY_VERIFY(task->isFinished());
+        m_authenticator->succeed("better"); // ... and when it has finished
+        m_authenticator->fail(Error(ErrorCode::General));
+        auto idle = makeTask(m_authenticator.get());
+        idle->handleUnauthorizedError();
+        m_authenticator->succeed("better");
+        QTest::qWait(20);
+        QCOMPARE(m_server->requests().size(), 2);
+        QVERIFY(!task->hasError());
+        m_accepted = "Bearer good";
+    }
+
+    void endsWhenItsAuthenticatorIsDestroyed()
+    {
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        m_authenticator.reset();
+        QVERIFY(task->isFinished());
+        QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
+        QCOMPARE(task->error().errorMessage(), QStringLiteral("Authentication failed"));
+    }
+
+    void goesOnWithANewAuthenticator_data()
+    {
+        QTest::addColumn<QString>("replacement");
+        QTest::newRow("with a token") << QStringLiteral("token");
+        QTest::newRow("without") << QStringLiteral("no token");
+        QTest::newRow("null") << QStringLiteral("null");
+    }
+
+    void goesOnWithANewAuthenticator()
+    {
+        QFETCH(QString, replacement);
+        TestAuthenticator other;
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        if (replacement == QLatin1String("token"))
+            other.currentToken = QStringLiteral("good");
+        task->setAuthenticator(replacement == QLatin1String("null") ? nullptr : &other);
+        m_authenticator->succeed("wrong"); // nobody listens to it any more
+        if (replacement == QLatin1String("no token")) {
+            QTRY_COMPARE(other.logins, 1);
+            other.succeed("good");
+        }
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(task->error().errorCode(),
+                 replacement == QLatin1String("null") ? ErrorCode::AuthenticationFailed : ErrorCode::None);
+        QCOMPARE(m_server->requests().size(), replacement == QLatin1String("null") ? 0 : 1);
+    }
+
+    void isCanceledWhileItWaits()
+    {
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        task->cancel();
+        QCOMPARE(task->error().errorCode(), ErrorCode::Canceled);
+        m_authenticator->succeed("good");
+        QTest::qWait(10);
+        QCOMPARE(m_server->connectionCount(), 0);
+        QCOMPARE(task->log(), QStringLiteral("started canceled finished"));
+    }
+
+    void survivesWhatALoginDoes_data()
+    {
+        QTest::addColumn<QString>("action");
+        for (const auto* action :
+             {"delete task", "delete authenticator", "cancel", "succeed", "fail", "nested loop"})
+            QTest::newRow(action) << QString::fromLatin1(action);
+    }
+
+    void survivesWhatALoginDoes()
+    {
+        QFETCH(QString, action);
+        QPointer<TestTask> task = makeTask(m_authenticator.get()).release();
+        m_authenticator->startsLogins = false; // what ends inside authenticate() has not been started
+        bool acted = false;
+        m_authenticator->duringLogin = [&] {
+            if (std::exchange(acted, true))
+                return;
+            if (action == QLatin1String("delete task"))
+                delete task;
+            else if (action == QLatin1String("delete authenticator"))
+                m_authenticator.reset();
+            else if (action == QLatin1String("cancel"))
+                task->cancel();
+            else if (action == QLatin1String("succeed"))
+                m_authenticator->succeed("good");
+            else if (action == QLatin1String("fail"))
+                m_authenticator->fail(Error(ErrorCode::General, "no"));
+            else {
+                QTest::qWait(10);
+                m_authenticator->succeed("good");
+            }
+        };
+        task->exec();
+        QTRY_VERIFY(acted);
+        QTRY_VERIFY(!task || task->isFinished());
+        if (action == QLatin1String("succeed") || action == QLatin1String("nested loop"))
+            QVERIFY(!task->hasError());
+        delete task;
+    }
+
+    void logsInThroughTheQueueThatWaits()
+    {
+        m_server->addReply(QStringLiteral("/login"), LoopbackReply(200, "good"));
+        NetworkQueue queue; // one slot
+        queue.setAuthenticator(m_authenticator.get());
+        TestTask login(m_server->url(QStringLiteral("/login")));
+        m_authenticator->duringLogin = [&] {
+            connect(&login, &Task::finished, m_authenticator.get(),
+                    [&] { m_authenticator->succeed(login.data().constData()); });
+            queue.setAuthenticator(nullptr); // the login itself needs none
+            queue.append(&login);
+        };
+        std::vector<std::unique_ptr<TestTask>> tasks;
+        for (int i = 0; i < 5; ++i) {
+            tasks.push_back(std::make_unique<TestTask>(m_server->url()));
+            queue.append(tasks.back().get());
+        }
+        QTRY_VERIFY(queue.isEmpty());
+        for (const auto& task : tasks)
+            QVERIFY(task->isFinished() && !task->hasError());
+        QCOMPARE(m_authenticator->logins, 1);
+    }
+
+private:
+    QByteArray m_accepted = "Bearer good";
+    std::unique_ptr<TestAuthenticator> m_authenticator;
+    std::unique_ptr<LoopbackServer> m_server;
+};
+
+QTEST_GUILESS_MAIN(tst_NetworkTaskLogin)
+
+#include "tst_NetworkTaskLogin.moc"

@@ -1,1 +1,265 @@
-int main() {}
+#include "NetworkTestSupport.h"
+
+#include <TasksQueue.h>
+
+#include <QHttpMultiPart>
+
+#include <memory>
+
+using namespace orv;
+using namespace std::chrono_literals;
+using Code = HttpResponseStatusCode;
+
+/// How a failed attempt is repeated.
+class tst_NetworkTaskRetry : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TestTask> makeTask()
+    {
+        auto task = std::make_unique<TestTask>(m_server->url());
+        task->setDelayPolicy(Retriable::DelayPolicy::None);
+        return task;
+    }
+
+    void answer(std::initializer_list<int> statuses)
+    {
+        for (const int status : statuses)
+            m_server->addReply(QStringLiteral("/"),
+                               LoopbackReply(status, "content " + QByteArray::number(status)));
+    }
+
+private Q_SLOTS:
+    void init()
+    {
+        m_server = std::make_unique<LoopbackServer>();
+        QVERIFY(!m_server->listen().hasError());
+    }
+
+    void retriesWhatPasses_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::newRow("408") << 408;
+        QTest::newRow("429") << 429;
+        QTest::newRow("503") << 503;
+    }
+
+    void retriesWhatPasses()
+    {
+        QFETCH(int, status);
+        answer({status, status, 200});
+        auto task = makeTask();
+        connect(task.get(), &NetworkTask::aboutToRetry, this, [&] {
+            QVERIFY(task->isRunning());
+            QCOMPARE(task->httpResponseStatusCodeNumber(), 0); // the failed attempt is forgotten
+            QCOMPARE(task->networkResponseError(), QNetworkReply::NoError);
+            QVERIFY(task->retriesCount() > 0);
+        });
+        connect(task.get(), &NetworkTask::retried, this, [&] {
+            QVERIFY(task->isRunning());                   // executing again
+            QVERIFY(task->data().startsWith("content ")); // looking at the old reply now ...
+        });
+        QVERIFY(task->run());
+        QVERIFY(!task->hasError());
+        QCOMPARE(task->data(), QByteArrayLiteral("content 200")); // ... does not leave it with the new one
+        QCOMPARE(task->retriesCount(), 2);
+        QCOMPARE(m_server->requests().size(), 3);
+        QCOMPARE(task->log(),
+                 QStringLiteral("started aboutToRetry started retried aboutToRetry started retried "
+                                "finished"));
+    }
+
+    void givesUpInTheEnd_data()
+    {
+        QTest::addColumn<int>("maximum");
+        QTest::addColumn<bool>("enabled");
+        QTest::addColumn<int>("attempts");
+        QTest::newRow("default") << 10 << true << 11;
+        QTest::newRow("two") << 2 << true << 3;
+        QTest::newRow("none") << 0 << true << 1;
+        QTest::newRow("off") << 10 << false << 1;
+    }
+
+    void givesUpInTheEnd()
+    {
+        QFETCH(int, maximum);
+        QFETCH(bool, enabled);
+        QFETCH(int, attempts);
+        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
+        auto task = makeTask();
+        task->setTimeout(20ms);
+        task->setMaxRetriesCount(maximum);
+        task->setRetriesEnabled(enabled);
+        int timeouts = 0;
+        connect(task.get(), &NetworkTask::aboutToRetry, this, [&] { ++timeouts; });
+        QVERIFY(task->run());
+        QCOMPARE(task->error().errorDetails().toInt(), 2408);
+        QCOMPARE(task->retriesCount(), attempts - 1);
+        QCOMPARE(timeouts, attempts - 1);
+        QCOMPARE(task->events.count(QStringLiteral("finished")), 1);
+    }
+
+    void retriesOnlyWhatItCallsRecoverable()
+    {
+        answer({500, 200});
+        auto task = makeTask();
+        QVERIFY(task->run());
+        QCOMPARE(task->error().errorDetails().toInt(), 2500);
+        QVERIFY(!task->retriesEnabled()); // and stays so
+
+        answer({500, 200});
+        auto hopeful = makeTask();
+        hopeful->registerRecoverableNetworkErrors({QNetworkReply::InternalServerError});
+        m_server->clearRequests();
+        m_server = nullptr;
+        init();
+        answer({500, 200});
+        hopeful->change([&](NetworkRequest& request) { request.url = m_server->url(); });
+        QVERIFY(hopeful->run());
+        QVERIFY(!hopeful->hasError());
+
+        init();
+        answer({503, 200});
+        auto strict = makeTask();
+        strict->unregisterRecoverableNetworkErrors({QNetworkReply::ServiceUnavailableError});
+        QVERIFY(strict->run());
+        QCOMPARE(strict->error().errorDetails().toInt(), 2503);
+        QVERIFY(makeTask()->canRetry());
+    }
+
+    void waitsLongerEachTime()
+    {
+        answer({503, 200});
+        TestTask task(m_server->url());
+        task.exec();
+        QVERIFY(!task.isPaused());
+        QTRY_VERIFY(task.isPaused()); // in the delay of one second before the second attempt
+        QCOMPARE(task.retryDelay(), 1s);
+        QCOMPARE(m_server->requests().size(), 1);
+        QTRY_VERIFY(task.isFinished());
+        QVERIFY(!task.hasError());
+    }
+
+    void repeatsInTheQueue()
+    {
+        TasksQueue queue;
+        answer({503, 200});
+        auto first = makeTask();
+        auto second = makeTask();
+        QStringList started;
+        connect(&queue, &TasksQueue::taskStarted, this, [&](Task* task) {
+            started.append(task == first.get() ? QStringLiteral("1") : QStringLiteral("2"));
+        });
+        connect(first.get(), &NetworkTask::retried, this, [&] {
+            QVERIFY(!first->isRunning()); // queued again
+            QCOMPARE(first->queue(), &queue);
+        });
+        first->setPriority(2);
+        queue.append(first.get());
+        queue.append(second.get());
+        QTRY_VERIFY(queue.isEmpty());
+        QCOMPARE(started.join(QString()), QStringLiteral("121")); // behind, with priority 0
+        QCOMPARE(first->log(), QStringLiteral("started aboutToRetry retried started finished"));
+        QVERIFY(!first->hasError() && !second->hasError());
+    }
+
+    void makesMultipartContentForEachAttempt()
+    {
+        answer({503, 503, 200});
+        auto task = makeTask();
+        task->change([](NetworkRequest& request) { request.method = NetworkRequest::Method::Post; });
+        int made = 0;
+        task->multiPartFactory = [&] {
+            ++made;
+            return new QHttpMultiPart;
+        };
+        QVERIFY(task->run());
+        QCOMPARE(made, 3);
+        QCOMPARE(task->findChildren<QHttpMultiPart*>().size(), 1);
+        QCOMPARE(task->findChildren<QNetworkReply*>().size(), 1);
+    }
+
+    void doesNothingTwiceInALaterAttempt()
+    {
+        answer({503, 503});
+        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
+        LogCatcher log("orv.network.warning=true");
+        auto task = makeTask();
+        task->setMaxRetriesCount(2);
+        task->setTimeout(50ms);
+        QVERIFY(task->run());
+        QCOMPARE(log.lines.filter(QStringLiteral("Network timeout in task")).size(), 1);
+        QCOMPARE(task->log(),
+                 QStringLiteral("started aboutToRetry started retried aboutToRetry started retried "
+                                "finished"));
+    }
+
+    void survivesWhatASlotDoes_data()
+    {
+        QTest::addColumn<QString>("where");
+        QTest::addColumn<QString>("action");
+        QTest::addColumn<bool>("inQueue");
+        for (const auto* where : {"aboutToRetry", "retried", "started again", "delayed"})
+            for (const auto* action : {"delete", "cancel", "finish", "exec", "delete queue", "nested loop"})
+                for (const bool inQueue : {false, true})
+                    QTest::addRow("%s: %s%s", where, action, inQueue ? ", queued" : "")
+                        << QString::fromLatin1(where) << QString::fromLatin1(action) << inQueue;
+    }
+
+    void survivesWhatASlotDoes()
+    {
+        QFETCH(QString, where);
+        QFETCH(QString, action);
+        QFETCH(bool, inQueue);
+        answer({503, 200});
+        auto queue = std::make_unique<TasksQueue>();
+        QPointer<TestTask> task = makeTask().release();
+        if (where == QLatin1String("delayed"))
+            task->setDelayPolicy(Retriable::DelayPolicy::Exponential);
+        bool acted = false;
+        const auto act = [&] {
+            if (std::exchange(acted, true))
+                return;
+            if (action == QLatin1String("delete"))
+                delete task;
+            else if (action == QLatin1String("cancel"))
+                task->cancel();
+            else if (action == QLatin1String("finish"))
+                task->finish(Error(ErrorCode::General));
+            else if (action == QLatin1String("exec"))
+                task->exec();
+            else if (action == QLatin1String("delete queue"))
+                queue.reset();
+            else
+                QTest::qWait(20);
+        };
+        connect(task, &NetworkTask::aboutToRetry, this,
+                [&] { where == QLatin1String("aboutToRetry") ? act() : void(); });
+        connect(task, &NetworkTask::retried, this,
+                [&] { where == QLatin1String("retried") ? act() : void(); });
+        connect(task, &NetworkTask::started, this,
+                [&] { where == QLatin1String("started again") && task->retriesCount() ? act() : void(); });
+        inQueue ? queue->append(task) : task->exec();
+        if (where == QLatin1String("delayed")) {
+            QTRY_VERIFY(task->isPaused());
+            act();
+        }
+        QTRY_VERIFY(acted);
+        const bool isStranded = action == QLatin1String("delete queue") && inQueue;
+        QTRY_VERIFY(!task || task->isFinished() || isStranded);
+        if (action == QLatin1String("cancel") || action == QLatin1String("finish"))
+            QVERIFY(where == QLatin1String("retried") || !task->events.contains(QStringLiteral("retried")) ||
+                    where == QLatin1String("started again") || where == QLatin1String("delayed"));
+        QVERIFY(!task || task->events.count(QStringLiteral("finished")) <= 1);
+        delete task;
+        QVERIFY(!queue || queue->isEmpty());
+    }
+
+private:
+    std::unique_ptr<LoopbackServer> m_server;
+};
+
+QTEST_GUILESS_MAIN(tst_NetworkTaskRetry)
+
+#include "tst_NetworkTaskRetry.moc"
