@@ -79,8 +79,6 @@ private Q_SLOTS:
     }
 };
 
-Q_DECLARE_METATYPE(orv::Error)
-
 QTEST_GUILESS_MAIN(tst_Error)
 
 #include "tst_Error.moc"

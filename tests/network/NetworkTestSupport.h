@@ -79,9 +79,10 @@ protected:
     bool authenticate() override
     {
         ++logins;
+        const bool starts = startsLogins;
         if (duringLogin)
-            duringLogin();
-        return startsLogins;
+            duringLogin(); // may delete the authenticator
+        return starts;
     }
 };
 

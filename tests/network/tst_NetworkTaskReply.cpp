@@ -264,20 +264,20 @@ private Q_SLOTS:
 
     void outlastsTheTimeoutWhileSomethingMoves()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(40, 'x')).dripped(10, 60ms));
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(120, 'x')).dripped(40, 120ms));
         for (const bool streaming : {false, true}) {
             auto task = makeTask();
             task->change([=](NetworkRequest& request) { request.streaming = streaming; });
-            task->setTimeout(400ms);
+            task->setTimeout(300ms);
             QVERIFY(task->run());
             QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
-            QCOMPARE(task->data().size(), 40);
+            QCOMPARE(task->data().size(), 120);
         }
     }
 
     void judgesOnlyTheCompletionItAwaits()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, "late"));
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, "late").delayed(100ms));
         auto task = makeTask();
         task->exec();
         QTRY_VERIFY(task->networkReply());
@@ -324,7 +324,7 @@ private Q_SLOTS:
             QTRY_VERIFY(task->isFinished());
         task->events.clear();
         readyReads = 0;
-        const auto requests = m_server->requests().size();
+        const bool wasSent = task->networkReply() != nullptr;
         task->cancel();
         task->cancel();
         QVERIFY(task->isFinished());
@@ -338,7 +338,8 @@ private Q_SLOTS:
         QTest::qWait(30);
         QCOMPARE(task->log(), expected);
         QCOMPARE(readyReads, 0);
-        QCOMPARE(m_server->requests().size(), requests);
+        if (!wasSent) // what has left the process arrives
+            QCOMPARE(m_server->requests().size(), 0);
     }
 
     // Deleting, cancelling and restarting inside every signal and handler of the exchange.
@@ -479,8 +480,6 @@ private:
     QTemporaryDir m_home;
     std::unique_ptr<LoopbackServer> m_server;
 };
-
-Q_DECLARE_METATYPE(orv::LoopbackReply)
 
 QTEST_GUILESS_MAIN(tst_NetworkTaskReply)
 

@@ -405,8 +405,6 @@ private:
     std::unique_ptr<LoopbackServer> m_server;
 };
 
-Q_DECLARE_METATYPE(orv::NetworkRequest::Method)
-
 QTEST_GUILESS_MAIN(tst_NetworkTaskSending)
 
 #include "tst_NetworkTaskSending.moc"

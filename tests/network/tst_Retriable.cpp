@@ -8,8 +8,6 @@ using namespace orv;
 using std::chrono::seconds;
 using Policy = Retriable::DelayPolicy;
 
-Q_DECLARE_METATYPE(orv::Retriable::DelayPolicy)
-
 class tst_Retriable : public QObject
 {
     Q_OBJECT

@@ -96,8 +96,6 @@ private Q_SLOTS:
     }
 };
 
-Q_DECLARE_METATYPE(orv::SslIgnorantNetworkAccessManager::SslMode)
-
 QTEST_GUILESS_MAIN(tst_SslIgnorantNetworkAccessManager)
 
 #include "tst_SslIgnorantNetworkAccessManager.moc"
