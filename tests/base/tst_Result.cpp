@@ -141,10 +141,10 @@ private Q_SLOTS:
         const auto source = make(true, 2);
         auto target = make(false, 1);
         Tracked::throwAfter = succeeding;
-        QVERIFY_EXCEPTION_THROWN(target = source, std::runtime_error);
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, target = source);
         verify(target, false, 1);
         Tracked::throwAfter = 0;
-        QVERIFY_EXCEPTION_THROWN(Result<Tracked>{source}, std::runtime_error);
+        QVERIFY_THROWS_EXCEPTION(std::runtime_error, Result<Tracked>{source});
     }
 
     void carriesMoveOnlyValues()

@@ -1,0 +1,410 @@
+#include <LoopbackServer.h>
+
+#include <QJsonObject>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QRegularExpression>
+#include <QSignalSpy>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QTcpSocket>
+#include <QTest>
+#include <QThread>
+
+#ifdef Q_OS_UNIX
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
+using namespace orv;
+using namespace std::chrono_literals;
+
+namespace {
+
+QByteArray get(const QByteArray& target, const QByteArray& method = "GET")
+{
+    return method + ' ' + target + " HTTP/1.1\r\nHost: x\r\n\r\n";
+}
+
+/// A client without any knowledge of HTTP, which keeps what it receives, read by read.
+class Client : public QTcpSocket
+{
+public:
+    explicit Client(const LoopbackServer& server, const QByteArray& bytes = {})
+    {
+        connect(this, &QTcpSocket::readyRead, this, [this] { pieces.append(readAll()); });
+        connectToHost(QHostAddress::LocalHost, server.port());
+        write(bytes);
+    }
+
+    QByteArray received() const { return pieces.join(); }
+    bool isClosed() const { return state() == UnconnectedState; }
+
+    QByteArrayList pieces;
+};
+
+QNetworkRequest trusting(const QString& url)
+{
+    QNetworkRequest request{QUrl(url)};
+    QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();
+    configuration.addCaCertificate(LoopbackServer::certificate());
+    request.setSslConfiguration(configuration);
+    return request;
+}
+
+#ifdef Q_OS_UNIX
+/// How a reply ends, which QTcpSocket does not tell: it reports FIN and RST alike.
+bool endsInReset(const LoopbackServer& server, const QByteArray& request)
+{
+    const int client = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    address.sin_port = htons(server.port());
+    const bool isSent =
+        ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+        ::send(client, request.constData(), size_t(request.size()), 0) == request.size();
+    bool isReset = false;
+    const bool hasEnded = isSent && QTest::qWaitFor([&] {
+                              char buffer[100];
+                              ssize_t size = 0;
+                              do {
+                                  size = ::recv(client, buffer, sizeof(buffer), MSG_DONTWAIT);
+                              } while (size > 0);
+                              isReset = size < 0 && errno == ECONNRESET;
+                              return size == 0 || isReset;
+                          });
+    ::close(client);
+    return hasEnded && isReset;
+}
+#endif
+
+} // namespace
+
+class TestLoopbackServer : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        m_server = std::make_unique<LoopbackServer>();
+        QVERIFY(!m_server->listen().hasError());
+    }
+
+    void carriesLargeContentsBothWays_data()
+    {
+        QTest::addColumn<LoopbackServer::Transport>("transport");
+        QTest::newRow("plain") << LoopbackServer::Transport::Plain;
+        QTest::newRow("TLS") << LoopbackServer::Transport::Tls;
+    }
+
+    // In another thread, as a benchmark would have it.
+    void carriesLargeContentsBothWays()
+    {
+        QFETCH(LoopbackServer::Transport, transport);
+        QByteArray content(8 << 20, 'x');
+        for (qsizetype i = 0; i < content.size(); i += 1000)
+            content[i] = char('a' + i % 23);
+        QThread thread;
+        auto* server = new LoopbackServer(transport);
+        server->setHandler([](const LoopbackRequest& request) {
+            return LoopbackReply(200, request.content)
+                .chunked(request.path.size() > 1 ? 100'000 : 10'000'000);
+        });
+        server->moveToThread(&thread);
+        connect(&thread, &QThread::finished, server, &QObject::deleteLater);
+        thread.start();
+        Error error;
+        QMetaObject::invokeMethod(
+            server, [server] { return server->listen(); }, Qt::BlockingQueuedConnection, &error);
+
+        QNetworkAccessManager manager;
+        for (const char* path : {"/", "/small/chunks"}) {
+            QNetworkRequest request = trusting(server->url(QLatin1String(path)));
+            request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("text/plain"));
+            const std::unique_ptr<QNetworkReply> reply(manager.post(request, content));
+            // QTRY_ would let the client run only every 10 ms.
+            QVERIFY(QSignalSpy(reply.get(), &QNetworkReply::finished).wait());
+            QCOMPARE(reply->error(), QNetworkReply::NoError);
+            QVERIFY(reply->readAll() == content);
+        }
+        thread.quit();
+        thread.wait();
+    }
+
+    void showsItsCertificateAndNothingOfTheRequestToThoseWhoDistrustIt()
+    {
+        LoopbackServer server(LoopbackServer::Transport::Tls);
+        QVERIFY(!server.listen().hasError());
+        QVERIFY(server.listen().hasError());
+        QNetworkAccessManager manager;
+        const std::unique_ptr<QNetworkReply> refused(manager.get(QNetworkRequest(QUrl(server.url()))));
+        QTRY_COMPARE(refused->error(), QNetworkReply::SslHandshakeFailedError);
+        const Client plain(server, get("/"));
+        QTRY_VERIFY(plain.isClosed());
+        QVERIFY(server.requests().isEmpty());
+        QVERIFY(server.connectionCount() >= 2);
+
+        QUrl byName(server.url(QStringLiteral("/named")));
+        byName.setHost(QStringLiteral("localhost"));
+        const std::unique_ptr<QNetworkReply> trusted(manager.get(trusting(byName.toString())));
+        QTRY_COMPARE(trusted->error(), QNetworkReply::ContentNotFoundError);
+        QCOMPARE(server.requests().size(), 1);
+    }
+
+    void mayBeDeletedWhereverItCallsOut_data()
+    {
+        QTest::addColumn<LoopbackServer::Transport>("transport");
+        QTest::addColumn<QString>("place");
+        for (const char* place : {"connectionOpened", "requestReceived", "handler"}) {
+            QTest::addRow("plain, %s", place)
+                << LoopbackServer::Transport::Plain << QString::fromLatin1(place);
+            QTest::addRow("TLS, %s", place) << LoopbackServer::Transport::Tls << QString::fromLatin1(place);
+        }
+    }
+
+    void mayBeDeletedWhereverItCallsOut()
+    {
+        QFETCH(LoopbackServer::Transport, transport);
+        QFETCH(QString, place);
+        m_server = std::make_unique<LoopbackServer>(transport);
+        QVERIFY(!m_server->listen().hasError());
+        const auto destroyIn = [this, place](const char* here) {
+            if (place != QLatin1String(here))
+                return;
+            m_server.reset();
+            // What a nested event loop would do.
+            QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+            QCoreApplication::processEvents();
+        };
+        connect(m_server.get(), &LoopbackServer::connectionOpened, this,
+                [=] { destroyIn("connectionOpened"); });
+        connect(m_server.get(), &LoopbackServer::requestReceived, this,
+                [=] { destroyIn("requestReceived"); });
+        m_server->setHandler([destroyIn, place](const LoopbackRequest&) {
+            destroyIn("handler");
+            return LoopbackReply(200 + int(place.size())); // what the handler has captured is still there
+        });
+        QNetworkAccessManager manager;
+        const std::unique_ptr<QNetworkReply> reply(manager.get(trusting(m_server->url())));
+        QTRY_VERIFY(reply->isFinished());
+        QVERIFY(!m_server);
+        QVERIFY(reply->error() != QNetworkReply::NoError);
+    }
+
+    void recordsWhatCameOverTheWire_data()
+    {
+        QTest::addColumn<QByteArray>("fields");
+        QTest::addColumn<QByteArray>("body");
+        QTest::addColumn<QByteArray>("content");
+        QTest::newRow("length") << QByteArray("content-LENGTH: 5\r\n") << QByteArray("a\r\n\r\n")
+                                << QByteArray("a\r\n\r\n");
+        QTest::newRow("chunked") << QByteArray("Transfer-Encoding: chunked\r\n")
+                                 << QByteArray(
+                                        "3;x=y\r\nabc\r\nA\r\n0123\r\n\r\n89\r\n0\r\nTrailer: t\r\n\r\n")
+                                 << QByteArray("abc0123\r\n\r\n89");
+        QTest::newRow("none") << QByteArray() << QByteArray() << QByteArray();
+    }
+
+    // A byte at a time, and all at once together with a second request: the parser must not care.
+    void recordsWhatCameOverTheWire()
+    {
+        QFETCH(QByteArray, fields);
+        QFETCH(QByteArray, body);
+        QFETCH(QByteArray, content);
+        const QByteArray head =
+            "POST /a%20b/c?q=%20 HTTP/1.1\r\nX-B:  two words \r\nx-a:1\r\nX-B: 3\r\n" + fields + "\r\n";
+        Client slow(*m_server);
+        QVERIFY(slow.waitForConnected());
+        const QByteArray request = head + body;
+        for (const char byte : request) {
+            slow.write(&byte, 1);
+            slow.flush();
+            QCoreApplication::processEvents();
+        }
+        QTRY_COMPARE(m_server->requests().size(), 1);
+        const Client fast(*m_server, head + body + get("/next"));
+        QTRY_COMPARE(m_server->requests().size(), 3);
+
+        for (int i = 0; i < 2; ++i) {
+            const LoopbackRequest recorded = m_server->requests(QStringLiteral("/a b/c")).value(i);
+            QCOMPARE(recorded.head, head);
+            QCOMPARE(recorded.startLine(), "POST /a%20b/c?q=%20 HTTP/1.1");
+            QCOMPARE(recorded.target, "/a%20b/c?q=%20");
+            QCOMPARE(recorded.fields.value(0), std::pair(QByteArray("X-B"), QByteArray("two words")));
+            QCOMPARE(recorded.fields.value(1).first, "x-a");
+            QCOMPARE(recorded.field("X-A"), "1");
+            QCOMPARE(recorded.content, content);
+            QCOMPARE(recorded.connection, i + 1);
+        }
+        QCOMPARE(m_server->requests().last().path, QStringLiteral("/next"));
+    }
+
+    void grantsContinueBeforeTheContentComes()
+    {
+        Client client(*m_server, "PUT / HTTP/1.1\r\nExpect: 100-Continue\r\nContent-Length: 2\r\n\r\n");
+        QTRY_COMPARE(client.received(), "HTTP/1.1 100 Continue\r\n\r\n");
+        client.write("ok");
+        QTRY_VERIFY(client.received().contains("404 Not Found"));
+        QCOMPARE(m_server->requests().value(0).content, "ok");
+    }
+
+    void refusesMalformedRequests_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::newRow("no version") << QByteArray("GET /\r\n\r\n");
+        QTest::newRow("bare line feed") << QByteArray("GET / HTTP/1.1\nHost: x\n\n");
+        QTest::newRow("TLS hello") << QByteArray("\x16\x03\x01\x02", 4);
+        QTest::newRow("folded field") << QByteArray("GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n");
+        QTest::newRow("signed length") << QByteArray("PUT / HTTP/1.1\r\nContent-Length: -1\r\n\r\n");
+        QTest::newRow("two lengths") << QByteArray(
+            "PUT / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n");
+        QTest::newRow("length and chunked")
+            << QByteArray("PUT / HTTP/1.1\r\nContent-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n");
+        QTest::newRow("chunk size") << QByteArray(
+            "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0x1\r\n");
+        QTest::newRow("chunk end") << QByteArray(
+            "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nabc\r\n");
+        QTest::newRow("long head") << "GET / HTTP/1.1\r\nA: " + QByteArray(3 << 20, 'a');
+    }
+
+    void refusesMalformedRequests()
+    {
+        QFETCH(QByteArray, bytes);
+        Client client(*m_server, bytes);
+        QTRY_VERIFY(client.isClosed());
+        QCOMPARE(client.error(), QAbstractSocket::RemoteHostClosedError);
+        QVERIFY(client.received().startsWith("HTTP/1.1 400 Bad Request\r\n"));
+        QVERIFY(m_server->requests().isEmpty());
+    }
+
+    void answersPipelinedRequestsInOrderFromEachScript()
+    {
+        m_server->addReply(QStringLiteral("/a"), LoopbackReply(200, "a1").delayed(20ms));
+        m_server->addReply(QStringLiteral("/a"), LoopbackReply(200, "a2").chunked(1));
+        m_server->addReply(QStringLiteral("/b"), LoopbackReply(201, "b1"));
+        m_server->setHandler([](const LoopbackRequest& request) {
+            return LoopbackReply::json({{QStringLiteral("m"), QString::fromLatin1(request.method)}})
+                .closing();
+        });
+        const QByteArray head = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
+        const QByteArray a2 = head + "Transfer-Encoding: chunked\r\n\r\n1\r\na\r\n1\r\n2\r\n0\r\n\r\n";
+        Client client(*m_server,
+                      get("/a") + get("/b") + get("/a?x") + get("/a", "HEAD") + get("/c") + get("/b"));
+        QTRY_VERIFY(client.isClosed());
+        QCOMPARE(client.received(),
+                 head + "Content-Length: 2\r\n\r\na1" +
+                     "HTTP/1.1 201 Created\r\nContent-Type: text/plain\r\nContent-Length: 2\r\n\r\nb1" + a2 +
+                     head + "Transfer-Encoding: chunked\r\n\r\n" +
+                     "HTTP/1.1 200 OK\r\nContent-Type: application/json\r\nContent-Length: 11\r\n"
+                     "Connection: close\r\n\r\n{\"m\":\"GET\"}");
+        QCOMPARE(m_server->requests().size(), 5);
+        QCOMPARE(m_server->connectionCount(), 1);
+    }
+
+    void writesTheReplyAsTold_data()
+    {
+        QTest::addColumn<LoopbackReply>("reply");
+        QTest::addColumn<QByteArray>("method");
+        QTest::addColumn<QByteArray>("expected");
+        const LoopbackReply text(200, "text", "");
+        QTest::newRow("HEAD") << text << QByteArray("HEAD")
+                              << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nend");
+        QTest::newRow("204") << LoopbackReply(204, "text") << QByteArray("GET")
+                             << QByteArray("HTTP/1.1 204 No Content\r\n\r\nend");
+        QTest::newRow("304") << LoopbackReply(304, "text").withField("Content-Length", "4")
+                             << QByteArray("GET")
+                             << QByteArray("HTTP/1.1 304 Not Modified\r\nContent-Length: 4\r\n\r\nend");
+        QTest::newRow("own fields, odd status")
+            << LoopbackReply(99, "text")
+                   .withReason("No")
+                   .withField("content-length", "9")
+                   .withField("Content-Type", "")
+            << QByteArray("GET")
+            << QByteArray("HTTP/1.1 099 No\r\ncontent-length: 9\r\nContent-Type: \r\n\r\ntextend");
+        QTest::newRow("until close") << LoopbackReply(text).untilClose() << QByteArray("GET")
+                                     << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\ntext");
+    }
+
+    void writesTheReplyAsTold()
+    {
+        QFETCH(LoopbackReply, reply);
+        QFETCH(QByteArray, method);
+        m_server->addReply(QStringLiteral("/"), reply);
+        m_server->addReply(QStringLiteral("/"), LoopbackReply::raw("end"));
+        const Client client(*m_server, get("/", method) + get("/"));
+        QTRY_VERIFY(client.isClosed());
+        QTEST(client.received(), "expected");
+    }
+
+    void damagesTheReplyAtTheByteTold_data()
+    {
+        QTest::addColumn<LoopbackReply>("reply");
+        QTest::addColumn<QByteArrayList>("pieces");
+        QTest::addColumn<bool>("isReset");
+        const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
+        LoopbackReply text(200, "text", "");
+        const LoopbackReply split = LoopbackReply::raw(all).splitAt(20);
+        QTest::newRow("cut at once") << LoopbackReply(text).cutAfter(0) << QByteArrayList() << false;
+        QTest::newRow("cut in the head")
+            << LoopbackReply(text).cutAfter(7) << QByteArrayList{all.first(7)} << false;
+        QTest::newRow("cut past the end") << LoopbackReply(text).cutAfter(99) << QByteArrayList{all} << false;
+        QTest::newRow("reset at once") << LoopbackReply(text).resetAfter(0) << QByteArrayList() << true;
+        QTest::newRow("reset in the content")
+            << LoopbackReply(text).resetAfter(40) << QByteArrayList{all.first(40)} << true;
+        QTest::newRow("split") << split << QByteArrayList{all.first(20), all.sliced(20)} << false;
+        QTest::newRow("dripped and cut")
+            << text.dripped(20, 5ms).cutAfter(41)
+            << QByteArrayList{all.first(20), all.sliced(20, 20), all.sliced(40, 1)} << false;
+    }
+
+    void damagesTheReplyAtTheByteTold()
+    {
+        QFETCH(LoopbackReply, reply);
+        m_server->addReply(QStringLiteral("/"), reply);
+        const Client client(*m_server, get("/"));
+        QTRY_VERIFY(client.isClosed());
+        QTEST(client.pieces, "pieces");
+#ifdef Q_OS_UNIX
+        QTEST(endsInReset(*m_server, get("/")), "isReset");
+#endif
+    }
+
+    void staysSilentUntilDropped()
+    {
+        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
+        const Client silenced(*m_server, get("/") + get("/other"));
+        QTRY_COMPARE(m_server->requests().size(), 1);
+        const Client other(*m_server, get("/other"));
+        QTRY_VERIFY(other.received().contains("404"));
+        QVERIFY(silenced.received().isEmpty());
+        QCOMPARE(silenced.state(), QAbstractSocket::ConnectedState);
+        m_server->dropConnections();
+        QTRY_VERIFY(silenced.isClosed() && other.isClosed());
+        QCOMPARE(m_server->requests().size(), 2);
+    }
+
+    void outlivesClientsThatVanish()
+    {
+        m_server->addReply(QStringLiteral("/big"), LoopbackReply(200, QByteArray(32 << 20, 'x')));
+        m_server->addReply(QStringLiteral("/later"), LoopbackReply().delayed(10s));
+        for (const QByteArray& bytes : {get("/big"), get("/later"), get("/later").first(9), QByteArray()}) {
+            QSignalSpy opened(m_server.get(), &LoopbackServer::connectionOpened);
+            Client client(*m_server, bytes);
+            QTRY_VERIFY(!opened.isEmpty() && (!bytes.contains("big") || !client.pieces.isEmpty()));
+            client.abort();
+        }
+        const Client client(*m_server, get("/x"));
+        QTRY_VERIFY(client.received().contains("404"));
+        QCOMPARE(m_server->requests().last().connection, 5);
+    }
+
+private:
+    std::unique_ptr<LoopbackServer> m_server;
+};
+
+QTEST_GUILESS_MAIN(TestLoopbackServer)
+#include "tst_LoopbackServer.moc"
