@@ -184,8 +184,8 @@ void NetworkTask::Private::onReplyFinished(quint64 completion)
     if (completion != awaitedCompletion)
         return;
     if (reply && reply->error() != QNetworkReply::NoError) {
-        qCWarning(networkLog)
-            << tr("A task \"%1\" failed, error message = \"%2\".").arg(q->name(), reply->errorString());
+        qCWarning(networkLog) << NetworkTask::tr("A task \"%1\" failed, error message = \"%2\".")
+                                     .arg(q->name(), reply->errorString());
     }
     q->resetNetworkConnection();
     processNetworkReply();

@@ -31,8 +31,9 @@ QLatin1String methodName(NetworkRequest::Method method)
     return {};
 }
 
-// Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove the
-// field, and an empty User-Agent would be replaced by Qt's own; white space is an empty value too (RFC 9110, 5.5).
+// Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove
+// the field, and an empty User-Agent would be replaced by Qt's own; white space is an empty value too (RFC
+// 9110, 5.5).
 void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray& value)
 {
     if (!value.isEmpty())
@@ -41,8 +42,8 @@ void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray
         request.setRawHeader(name, name.compare("User-Agent", Qt::CaseInsensitive) == 0 ? " " : "");
 }
 
-// Content always goes with its type, be it an empty one. A type among the raw headers stands in for one that is
-// not given, and multipart content brings its own.
+// Content always goes with its type, be it an empty one. A type among the raw headers stands in for one that
+// is not given, and multipart content brings its own.
 void setContentType(QNetworkRequest& request, const QByteArray& contentType, bool isMultiPart)
 {
     static const auto name = QByteArrayLiteral("Content-Type");
@@ -133,7 +134,7 @@ void NetworkTask::Private::sendRequest()
     for (auto header = request.rawHeaders.cbegin(); header != request.rawHeaders.cend(); ++header)
         setField(networkRequest, header.key(), header.value());
     if (requiresAuthentication && !q->authenticator()) {
-        q->finish(Error(ErrorCode::AuthenticationFailed, tr("Authentication failed")));
+        q->finish(Error(ErrorCode::AuthenticationFailed, NetworkTask::tr("Authentication failed")));
         return;
     }
     const QPointer<Private> guard(this);
@@ -146,8 +147,9 @@ void NetworkTask::Private::sendRequest()
     const auto unsafe = breaksFields(request.postDataContentType) ? QStringLiteral("Content-Type")
                                                                   : unsafeField(networkRequest);
     if (!unsafe.isEmpty()) {
-        q->finish(Error(ErrorCode::InvalidArgument,
-                        tr("The header field \"%1\" holds a line break or a NUL character").arg(unsafe)));
+        q->finish(Error(
+            ErrorCode::InvalidArgument,
+            NetworkTask::tr("The header field \"%1\" holds a line break or a NUL character").arg(unsafe)));
         return;
     }
     executeRequest(networkRequest);
@@ -171,18 +173,19 @@ void NetworkTask::Private::executeRequest(QNetworkRequest networkRequest)
 {
     qCInfo(networkLog) << "Sending request:" << networkRequest.url() << methodName(request.method)
                        << "acceptedContentTypes:" << request.acceptedContentTypes << "for task" << q->name();
-    SslIgnorantNetworkAccessManager* manager = networkAccessManager;
-    if (!manager)
-        manager = defaultNetworkAccessManager();
-    if (!manager) {
-        qCWarning(networkLog) << "The network access manager is null";
-        return;
-    }
     const QPointer<Private> guard(this);
     QHttpMultiPart* content = nullptr;
     if (request.method != NetworkRequest::Method::Head && request.method != NetworkRequest::Method::Get)
         content = q->createMultiPart();
     if (!guard || q->isFinished()) {
+        delete content;
+        return;
+    }
+    SslIgnorantNetworkAccessManager* manager = networkAccessManager;
+    if (!manager)
+        manager = defaultNetworkAccessManager();
+    if (!manager) {
+        qCWarning(networkLog) << "The network access manager is null";
         delete content;
         return;
     }

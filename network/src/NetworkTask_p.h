@@ -29,6 +29,8 @@ public:
     explicit Private(NetworkTask* task);
     ~Private() override;
 
+    static QString tr(const char* text) = delete; // texts are translated as NetworkTask's, not as QObject's
+
     /// The one writer of the phase. Returns a number that is current until the next phase begins, so that
     /// what was scheduled in an earlier one can be told and dropped.
     quint64 enterPhase(Phase newPhase);

@@ -52,8 +52,9 @@ QNetworkReply* SslIgnorantNetworkAccessManager::createRequest(Operation op, cons
     QNetworkRequest copy(request);
     if (d->sslMode == SslMode::Ignore && copy.url().scheme() == QLatin1String("https")) {
         copy.setSslConfiguration(d->sslConfiguration);
-        // Qt keeps connections by host and peer name, whatever configuration they were made with. A name, though it
-        // says nothing new, keeps a connection to an unverified peer from serving a request that is to be verified.
+        // Qt keeps connections by host and peer name, whatever configuration they were made with. A name,
+        // though it says nothing new, keeps a connection to an unverified peer from serving a request that is
+        // to be verified.
         if (copy.peerVerifyName().isEmpty())
             copy.setPeerVerifyName(copy.url().host());
     }

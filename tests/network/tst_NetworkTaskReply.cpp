@@ -378,7 +378,7 @@ private Q_SLOTS:
                 task->finish(Error());
             else if (action == QLatin1String("exec"))
                 task->exec();
-            else if (action == QLatin1String("delete manager") && where != QLatin1String("createMultiPart"))
+            else if (action == QLatin1String("delete manager"))
                 manager.reset();
             else if (action == QLatin1String("delete reply parts"))
                 task->setNetworkReply(nullptr);
