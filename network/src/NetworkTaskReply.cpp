@@ -42,13 +42,14 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
     if (reply != d->reply) {
         QNetworkReply* old = std::exchange(d->reply, QPointer<QNetworkReply>(reply));
         d->disposeReply(old);
+        d->replyBytesReceived = 0;
     }
     if (!reply)
         return;
     connect(reply, &QNetworkReply::downloadProgress, d, [this](qint64 bytesReceived) {
         if (d->timer->isActive())
             d->timer->start();
-        d->bytesReceived = bytesReceived;
+        d->bytesReceived = d->replyBytesReceived = bytesReceived;
     });
     connect(reply, &QNetworkReply::uploadProgress, d, [this] {
         if (d->timer->isActive())
@@ -203,6 +204,9 @@ void NetworkTask::Private::processNetworkReply()
         // A retry has begun another attempt, which this reply has no say in.
         if (!guard || !isCurrent(serial))
             return;
+    } else if (isContentShort()) {
+        q->setNetworkResponseError(QNetworkReply::RemoteHostClosedError);
+        q->setNetworkResponseErrorMessage(NetworkTask::tr("Connection closed"));
     }
     logReply();
     dumpReply();
@@ -214,6 +218,29 @@ void NetworkTask::Private::processNetworkReply()
         return;
     qCDebug(networkLog) << "Unhandled reply";
     q->processUnhandledReply();
+}
+
+// Qt reports some replies that were cut off as complete, when the end of the connection comes together with
+// the last bytes. Where the length is stated and the content was not decoded (Qt then drops the field), they
+// can be told.
+bool NetworkTask::Private::isContentShort() const
+{
+    if (networkResponseError != QNetworkReply::NoError || request.method == NetworkRequest::Method::Head)
+        return false;
+    if (httpResponseStatusCodeNumber == 204 ||
+        httpResponseStatusCodeNumber == 304) // no content, RFC 9110, 6.4.1
+        return false;
+    if (reply->hasRawHeader("Transfer-Encoding")) // the length means nothing then, RFC 9112, 6.3
+        return false;
+    const auto length = reply->header(QNetworkRequest::ContentLengthHeader);
+    return length.isValid() && length.toLongLong() > replyBytesReceived;
+}
+
+QString NetworkTask::Private::replyErrorText() const
+{
+    const bool isFoundHere =
+        reply->error() == QNetworkReply::NoError && networkResponseError != QNetworkReply::NoError;
+    return isFoundHere ? networkResponseErrorMessage : reply->errorString();
 }
 
 void NetworkTask::Private::logReply()
@@ -311,7 +338,7 @@ void NetworkTask::processFailedReply(const QString& message)
     const QPointer<Private> guard(d);
     if (retry() || !guard)
         return;
-    const auto text = message.isEmpty() && d->reply ? d->reply->errorString() : message;
+    const auto text = message.isEmpty() && d->reply ? d->replyErrorText() : message;
     auto error = networkError(d->httpResponseStatusCode, text);
     // A success status says nothing about why the reply failed.
     if (!error.hasError())

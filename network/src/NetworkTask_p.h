@@ -54,6 +54,8 @@ public:
     void readAvailableData();
     void onReplyFinished(quint64 completion);
     void processNetworkReply();
+    bool isContentShort() const;
+    QString replyErrorText() const;
     void logReply();
     void dumpReply();
     bool handleStatus();
@@ -99,6 +101,7 @@ public:
     QSet<QNetworkReply::NetworkError> recoverableNetworkErrors;
     bool retrySwitch = true;
     qint64 bytesReceived = 0;
+    qint64 replyBytesReceived = 0; // the same, but of the current reply alone
     bool requiresAuthentication = false;
 
     Phase phase = Phase::None;

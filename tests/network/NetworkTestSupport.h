@@ -42,10 +42,43 @@ public:
             setAttribute(QNetworkRequest::HttpStatusCodeAttribute, status);
     }
 
+    using QNetworkReply::setRawHeader;
+
+    /// Completes without an error, in the next turn of the event loop, after @p received bytes.
+    void complete(qint64 received)
+    {
+        open(QIODevice::ReadOnly);
+        const auto end = [this, received] {
+            Q_EMIT downloadProgress(received, -1);
+            setFinished(true);
+            Q_EMIT finished();
+        };
+        QMetaObject::invokeMethod(this, end, Qt::QueuedConnection);
+    }
+
     void abort() override {}
 
 protected:
     qint64 readData(char*, qint64) override { return -1; }
+};
+
+/// A manager whose replies the test makes.
+class FakeManager : public orv::SslIgnorantNetworkAccessManager
+{
+public:
+    explicit FakeManager(std::function<QNetworkReply*()> makeReply)
+        : m_makeReply(std::move(makeReply))
+    {
+    }
+
+protected:
+    QNetworkReply* createRequest(Operation, const QNetworkRequest&, QIODevice*) override
+    {
+        return m_makeReply();
+    }
+
+private:
+    std::function<QNetworkReply*()> m_makeReply;
 };
 
 /// An authenticator that logs in as the test tells it to.

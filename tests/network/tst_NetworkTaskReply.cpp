@@ -128,6 +128,47 @@ private Q_SLOTS:
         QCOMPARE(task->log(), QStringLiteral("started finished"));
     }
 
+    void tellsShortContentThatQtCallsComplete_data()
+    {
+        QTest::addColumn<int>("status");
+        QTest::addColumn<Method>("method");
+        QTest::addColumn<QByteArray>("field");
+        QTest::addColumn<qint64>("received");
+        QTest::addColumn<int>("number");
+        const QByteArray length("Content-Length");
+        QTest::newRow("short") << 200 << Method::Get << length << qint64(3) << 3002;
+        QTest::newRow("nothing at all") << 201 << Method::Get << length << qint64(0) << 3002;
+        QTest::newRow("whole") << 200 << Method::Get << length << qint64(10) << 0;
+        QTest::newRow("no length") << 200 << Method::Get << QByteArray("X") << qint64(3) << 0;
+        QTest::newRow("head") << 200 << Method::Head << length << qint64(0) << 0;
+        QTest::newRow("204") << 204 << Method::Get << length << qint64(0) << 2204;
+        QTest::newRow("404") << 404 << Method::Get << length << qint64(3) << 2404;
+    }
+
+    void tellsShortContentThatQtCallsComplete()
+    {
+        QFETCH(int, status);
+        QFETCH(Method, method);
+        QFETCH(QByteArray, field);
+        QFETCH(qint64, received);
+        FakeManager manager([&] {
+            auto* reply = new FakeReply(status);
+            reply->setRawHeader(field, "10");
+            reply->complete(received);
+            return reply;
+        });
+        TestTask task(QStringLiteral("http://host/"), method);
+        task.setNetworkAccessManager(&manager);
+        task.setMaxRetriesCount(1);
+        task.setDelayPolicy(Retriable::DelayPolicy::None);
+        QVERIFY(task.run());
+        QTEST(task.error().errorDetails().toInt(), "number");
+        if (task.error().errorDetails().toInt() == 3002) {
+            QCOMPARE(task.error().errorMessage(), QStringLiteral("Connection closed"));
+            QCOMPARE(task.retriesCount(), 1);
+        }
+    }
+
     void failsWhenNobodyListens()
     {
         const auto url = m_server->url();
@@ -264,11 +305,11 @@ private Q_SLOTS:
 
     void outlastsTheTimeoutWhileSomethingMoves()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(120, 'x')).dripped(40, 120ms));
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(120, 'x')).dripped(30, 200ms));
         for (const bool streaming : {false, true}) {
             auto task = makeTask();
             task->change([=](NetworkRequest& request) { request.streaming = streaming; });
-            task->setTimeout(300ms);
+            task->setTimeout(800ms);
             QVERIFY(task->run());
             QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
             QCOMPARE(task->data().size(), 120);

@@ -1,0 +1,110 @@
+#include <DownloadOutput.h>
+
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <cstdlib>
+#include <memory>
+
+using namespace orv;
+
+class tst_DownloadOutput : public QObject
+{
+    Q_OBJECT
+
+private:
+    QString path(const char* name) const { return m_directory.filePath(QString::fromLatin1(name)); }
+
+    static QByteArray contentOf(const QString& path)
+    {
+        QFile file(path);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+    }
+
+private Q_SLOTS:
+    void writesAFileAsBytesCome()
+    {
+        const auto output = FileDownloadOutput::createAndOpen(path("a")).value();
+        QVERIFY(!output->writeNewData("abc").hasError());
+        QVERIFY(!output->writeNewData({}).hasError());
+        QCOMPARE(output->size(), 3);
+        output->clear();
+        QCOMPARE(output->size(), 0);
+        QVERIFY(!output->writeNewData("de").hasError());
+        output->finalize();
+        output->finalize();
+        output->clear(); // too late for a file that is complete
+        QCOMPARE(contentOf(path("a")), QByteArrayLiteral("de"));
+        QVERIFY(!output->open(path("b")).hasError());
+        QVERIFY(!output->writeNewData("f").hasError());
+        QVERIFY(!output->open(path("a")).hasError()); // closes the first, truncates the second
+        QCOMPARE(contentOf(path("b")), QByteArrayLiteral("f"));
+        QCOMPARE(output->size(), 0);
+    }
+
+    void refusesFilesThatCannotBeOpened()
+    {
+        const auto result = FileDownloadOutput::createAndOpen(path("none/x"));
+        QVERIFY(result.hasError());
+        QCOMPARE(result.error().errorCode(), ErrorCode::FileAccess);
+        QCOMPARE(result.error().errorMessage(),
+                 QStringLiteral("Cannot open file %1 for writing").arg(path("none/x")));
+        QCOMPARE(result.error().catchTrail().size(), 2);
+    }
+
+    void reportsWhatIsNotWritten()
+    {
+        FileDownloadOutput closed;
+        QCOMPARE(closed.writeNewData("x").errorCode(), ErrorCode::General);
+
+        if (!QFile::exists(QStringLiteral("/dev/full")))
+            QSKIP("no full device here");
+        FileDownloadOutput full;
+        QVERIFY(!full.open(QStringLiteral("/dev/full")).hasError());
+        for (int i = 0; i < 2; ++i) {
+            const auto error = full.writeNewData("x");
+            QCOMPARE(error.errorCode(), ErrorCode::General);
+            QVERIFY(error.errorMessage().startsWith(QStringLiteral("Error while writing to the file: ")));
+            QVERIFY(error.errorDetails().toInt() != QFileDevice::NoError);
+        }
+    }
+
+    void collectsInMemory()
+    {
+        const auto output = MemoryDownloadOutput::create();
+        QVERIFY(!output->writeNewData("abc").hasError());
+        const MemoryDownloadOutput copy(*output);
+        QVERIFY(!output->writeNewData("d").hasError());
+        output->finalize();
+        QCOMPARE(output->data(), QByteArrayLiteral("abcd"));
+        QCOMPARE(copy.data(), QByteArrayLiteral("abc"));
+        output->clear();
+        QVERIFY(output->size() == 0 && output->data().isEmpty());
+    }
+
+    void staysBelowItsLimit()
+    {
+        constexpr qsizetype limit = 2147483647;
+        MemoryDownloadOutput output;
+        // Memory that is never touched, so that the limit costs nothing to reach but the copy of the buffer.
+        const auto most = QByteArray::fromRawData(static_cast<const char*>(std::calloc(limit, 1)), limit - 1);
+        const std::unique_ptr<char, decltype(&std::free)> owner(const_cast<char*>(most.constData()),
+                                                                &std::free);
+        if (!owner)
+            QSKIP("not enough memory");
+        QVERIFY(!output.writeNewData(most).hasError());
+        QCOMPARE(output.writeNewData("ab").errorMessage(), QStringLiteral("Memory error"));
+        QCOMPARE(output.size(), limit - 1);
+        QVERIFY(!output.writeNewData("a").hasError());
+        QCOMPARE(output.writeNewData("a").errorCode(), ErrorCode::General);
+        QCOMPARE(output.size(), limit);
+        QVERIFY(!output.writeNewData({}).hasError());
+    }
+
+private:
+    QTemporaryDir m_directory;
+};
+
+QTEST_GUILESS_MAIN(tst_DownloadOutput)
+
+#include "tst_DownloadOutput.moc"
