@@ -383,6 +383,30 @@ private Q_SLOTS:
             QCOMPARE(m_server->requests().size(), 0);
     }
 
+    void hearsNothingOfItsReplyAfterTheEnd_data()
+    {
+        QTest::addColumn<int>("errorCode");
+        QTest::newRow("success") << 0;
+        QTest::newRow("error") << 1;
+    }
+
+    void hearsNothingOfItsReplyAfterTheEnd()
+    {
+        QFETCH(int, errorCode);
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(500, 'x')).dripped(50, 5ms));
+        auto task = makeTask();
+        QSignalSpy readyRead(task.get(), &NetworkTask::readyRead);
+        task->exec();
+        QVERIFY(readyRead.wait());
+        QPointer<QNetworkReply> reply = task->networkReply();
+        task->finish(Error(static_cast<ErrorCode>(errorCode)));
+        QCOMPARE(reply->isFinished(), errorCode != 0); // what failed is aborted
+        readyRead.clear();
+        QTRY_VERIFY(reply->isFinished());
+        QVERIFY(readyRead.isEmpty());
+        QCOMPARE(task->log(), QStringLiteral("started finished"));
+    }
+
     // Deleting, cancelling and restarting inside every signal and handler of the exchange.
     void survivesWhatASlotDoes_data()
     {
