@@ -45,9 +45,9 @@ public:
     using QNetworkReply::setRawHeader;
 
     /// Completes without an error, in the next turn of the event loop, after @p received bytes.
-    void complete(qint64 received)
+    void complete(qint64 received, QIODevice::OpenMode mode = QIODevice::ReadOnly)
     {
-        open(QIODevice::ReadOnly);
+        setOpenMode(mode);
         const auto end = [this, received] {
             Q_EMIT downloadProgress(received, -1);
             setFinished(true);

@@ -70,6 +70,31 @@ private Q_SLOTS:
                                 "finished"));
     }
 
+    // The attempt that failed has no say in the one that its retry has begun.
+    void retriesRepliesThatCannotBeRead()
+    {
+        int replies = 0;
+        FakeManager manager([&] {
+            auto* reply = new FakeReply(200);
+            reply->complete(0, ++replies > 1 ? QIODevice::ReadOnly : QIODevice::NotOpen);
+            return reply;
+        });
+        auto task = makeTask();
+        task->setNetworkAccessManager(&manager);
+        QVERIFY(task->run());
+        QVERIFY(!task->hasError());
+        QCOMPARE(replies, 2);
+        QCOMPARE(task->log(), QStringLiteral("started aboutToRetry started retried finished"));
+
+        replies = -10;
+        auto hopeless = makeTask();
+        hopeless->setNetworkAccessManager(&manager);
+        hopeless->setMaxRetriesCount(1);
+        QVERIFY(hopeless->run());
+        QCOMPARE(hopeless->error().errorDetails().toInt(), 65535);
+        QCOMPARE(hopeless->networkResponseErrorMessage(), QStringLiteral("Unknown error"));
+    }
+
     void givesUpInTheEnd_data()
     {
         QTest::addColumn<int>("maximum");
