@@ -1,0 +1,89 @@
+#include "Fetcher.h"
+#include "Interruption.h"
+#include "Options.h"
+
+#include <QCoreApplication>
+#include <QLoggingCategory>
+#include <QUrl>
+
+#include <csignal>
+#include <cstdio>
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+using fetch::ExitCode;
+using fetch::Fetcher;
+using fetch::Options;
+
+int show(FILE* stream, const QString& text, ExitCode code)
+{
+    std::fputs(text.toLocal8Bit().constData(), stream);
+    return static_cast<int>(code);
+}
+
+int complain(const QString& text, ExitCode code)
+{
+    return show(stderr, u"orv-fetch: %1\n"_s.arg(text), code);
+}
+
+int complain(const orv::Error& error)
+{
+    if (error.errorCode() == orv::ErrorCode::FileAccess)
+        return complain(error.errorMessage(), ExitCode::FileAccess);
+    return complain(error.errorMessage() + "\nTry orv-fetch --help."_L1, ExitCode::BadUsage);
+}
+
+void startLogging()
+{
+    qSetMessagePattern(u"%{time hh:mm:ss.zzz} %{message}"_s);
+    QLoggingCategory::setFilterRules(u"orv.network=true\norv.network.*=true"_s);
+}
+
+int run(const Options& options)
+{
+    Fetcher fetcher(options);
+    const fetch::Interruption interruption;
+    QObject::connect(&interruption, &fetch::Interruption::requested, &fetcher, &Fetcher::cancel);
+    // Queued, since quit() does nothing before exec().
+    QObject::connect(&fetcher, &Fetcher::finished, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    fetcher.start();
+    QCoreApplication::exec();
+    if (fetcher.exitCode() == ExitCode::Success)
+        return static_cast<int>(ExitCode::Success);
+    const auto url = QUrl(options.request.url, QUrl::TolerantMode).toDisplayString();
+    return complain(u"%1: %2"_s.arg(url, fetcher.message()), fetcher.exitCode());
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    // Else Qt may write to the system's journal where there is no terminal.
+    qputenv("QT_FORCE_STDERR_LOGGING", "1");
+#ifdef SIGPIPE
+    // A reader that goes away shall be a failed write like any other.
+    std::signal(SIGPIPE, SIG_IGN);
+#endif
+    const QCoreApplication application(argc, argv);
+    QCoreApplication::setOrganizationName(u"Orv"_s);
+    QCoreApplication::setApplicationName(u"orv-fetch"_s);
+    QCoreApplication::setApplicationVersion(QStringLiteral(ORV_FETCH_VERSION));
+
+    const auto options = fetch::parseOptions(QCoreApplication::arguments());
+    if (options.hasError())
+        return complain(options.error());
+    switch (options.value().action) {
+    case Options::Action::ShowHelp:
+        return show(stdout, fetch::helpText(), ExitCode::Success);
+    case Options::Action::ShowVersion:
+        return show(stdout, u"orv-fetch %1\n"_s.arg(QCoreApplication::applicationVersion()),
+                    ExitCode::Success);
+    case Options::Action::Fetch:
+        break;
+    }
+    if (options.value().isVerbose)
+        startLogging();
+    return run(options.value());
+}
