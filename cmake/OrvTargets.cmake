@@ -38,6 +38,7 @@ function(orv_add_library target)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE ${arg_LINK_PRIVATE})
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${arg_ALIAS}
+        INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>" # the libraries are installed side by side
         VERSION ${PROJECT_VERSION}
         SOVERSION ${PROJECT_VERSION_MAJOR})
     set_property(GLOBAL APPEND PROPERTY ORV_LIBRARIES ${target})

@@ -76,7 +76,8 @@ public:
 
     Result(Result&& other) noexcept(
         std::is_nothrow_move_constructible_v<T>) requires std::move_constructible<T>
-        : Warnings(std::move(other)), m_hasValue(other.m_hasValue)
+        : Warnings(std::move(other)),
+          m_hasValue(other.m_hasValue) // NOLINT(bugprone-use-after-move): the base alone
     {
         if (m_hasValue)
             std::construct_at(std::addressof(m_value), std::move(other.m_value));

@@ -30,8 +30,8 @@ class ORV_NETWORK_EXPORT DownloadOutput
 {
 public:
     DownloadOutput() = default;
-    DownloadOutput(const DownloadOutput& other) = default;
-    DownloadOutput& operator=(const DownloadOutput& other) = default;
+    DownloadOutput(const DownloadOutput&) = default;
+    DownloadOutput& operator=(const DownloadOutput&) = default;
     virtual ~DownloadOutput();
 
     /// Appends @p data.

@@ -36,13 +36,11 @@ bool isSafeFileName(const QString& name)
             R"(^[. ]*$|[/\\\x{00}-\x{1f}\x{7f}]|^(con|prn|aux|nul|com[0-9]|lpt[0-9])[ ]*([.:].*)?$)"),
         QRegularExpression::CaseInsensitiveOption | QRegularExpression::DotMatchesEverythingOption);
     constexpr auto longest = 255;
-    if (name.contains(unsafe) || QFile::encodeName(name).size() > longest)
-        return false;
 #ifdef Q_OS_WIN
-    return !name.contains(QLatin1Char(':')); // names a stream of a file, or a drive
-#else
-    return true;
+    if (name.contains(QLatin1Char(':'))) // names a stream of a file, or a drive
+        return false;
 #endif
+    return !name.contains(unsafe) && QFile::encodeName(name).size() <= longest;
 }
 
 } // namespace

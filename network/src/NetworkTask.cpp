@@ -12,6 +12,7 @@ namespace orv {
 
 namespace {
 
+// clazy:excludeall=non-pod-global-static
 const QSet<QNetworkReply::NetworkError> DEFAULT_RECOVERABLE_NETWORK_ERRORS{
     QNetworkReply::ProxyTimeoutError, QNetworkReply::ServiceUnavailableError,
     QNetworkReply::TemporaryNetworkFailureError, QNetworkReply::TimeoutError,
@@ -193,11 +194,12 @@ void NetworkTask::setResponseErrorPolicy(ErrorPolicy policy)
 
 void NetworkTask::setResponseHandler(HttpResponseStatusCode code, std::function<void()> handler)
 {
-    d->responseHandlers.insert(code, std::move(handler));
+    d->responseHandlers[code] = std::move(handler);
 }
 
-void NetworkTask::setResponseHandler(const QList<HttpResponseStatusCode>& codes,
-                                     std::function<void()> handler)
+void NetworkTask::setResponseHandler(
+    const QList<HttpResponseStatusCode>& codes,
+    std::function<void()> handler) // NOLINT(performance-unnecessary-value-param)
 {
     for (const auto code : codes)
         setResponseHandler(code, handler);

@@ -55,6 +55,11 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
         if (d->timer->isActive())
             d->timer->start();
     });
+    // While a slot keeps this thread busy, Qt's own goes on receiving; without a limit it may gather the
+    // whole content.
+    constexpr qint64 streamingBufferSize = MB;
+    if (d->request.streaming)
+        reply->setReadBufferSize(streamingBufferSize);
     connect(reply, &QNetworkReply::readyRead, d,
             d->request.streaming ? &Private::readAvailableData : &Private::forwardReadyRead);
     connect(reply, &QObject::destroyed, d, &Private::onTransportLost);

@@ -51,9 +51,9 @@ private Q_SLOTS:
         QCOMPARE(error.errorDetails().toInt(), 2404);
         QCOMPARE(error.warnings(), QStringList{QStringLiteral("slow")});
         QCOMPARE(error.catchTrail().size(), 2);
-        QCOMPARE(error.catchTrail().first().function, QByteArrayLiteral("Error inner()"));
-        QCOMPARE(error.catchTrail().last().file, QByteArrayLiteral("b.cpp"));
-        QCOMPARE(error.catchTrail().last().line, 20);
+        QCOMPARE(error.catchTrail().constFirst().function, QByteArrayLiteral("Error inner()"));
+        QCOMPARE(error.catchTrail().constLast().file, QByteArrayLiteral("b.cpp"));
+        QCOMPARE(error.catchTrail().constLast().line, 20);
         QCOMPARE(copy.catchTrail().size(), 2);
     }
 

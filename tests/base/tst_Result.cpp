@@ -112,7 +112,7 @@ private Q_SLOTS:
         QFETCH(bool, toValue);
         const auto source = make(fromValue, 2);
 
-        const auto copy = source;
+        const auto copy = source; // NOLINT(performance-unnecessary-copy-initialization)
         verify(copy, fromValue, 2);
         auto target = make(toValue, 1);
         target = source;

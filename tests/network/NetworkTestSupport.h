@@ -187,10 +187,11 @@ public:
     explicit LogCatcher(const char* rules)
     {
         QLoggingCategory::setFilterRules(QString::fromLatin1(rules));
-        lines.clear();
+        current = this;
         previous = qInstallMessageHandler(
             [](QtMsgType type, const QMessageLogContext& context, const QString& text) {
-                lines.append(QStringLiteral("%1|%2|%3").arg(type).arg(QLatin1String(context.category), text));
+                current->lines.append(
+                    QStringLiteral("%1|%2|%3").arg(type).arg(QLatin1String(context.category), text));
             });
     }
     ~LogCatcher()
@@ -201,10 +202,11 @@ public:
     LogCatcher(const LogCatcher&) = delete;
     LogCatcher& operator=(const LogCatcher&) = delete;
 
-    static bool contains(const QString& text) { return lines.filter(text).size() > 0; }
+    bool contains(const QString& text) { return !lines.filter(text).isEmpty(); }
 
-    static inline QStringList lines;
+    QStringList lines;
 
 private:
+    static inline LogCatcher* current = nullptr;
     static inline QtMessageHandler previous = nullptr;
 };

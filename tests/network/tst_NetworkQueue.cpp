@@ -104,7 +104,7 @@ private Q_SLOTS:
         server.setRecording(false);
         QRandomGenerator random(20261122);
         server.setHandler([&](const LoopbackRequest&) {
-            const LoopbackReply good(200, QByteArray(200, 'x'));
+            LoopbackReply good(200, QByteArray(200, 'x'));
             switch (random.bounded(20)) {
             case 0:
                 return LoopbackReply(503);
@@ -133,26 +133,33 @@ private Q_SLOTS:
         queue.setAuthenticator(&authenticator);
         queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
         constexpr int count = 1000;
-        int ended = 0;
-        int deleted = 0;
-        QList<int> finishes(count, 0);
+        struct
+        {
+            int ended = 0;
+            int deleted = 0;
+            QList<int> finishes = QList<int>(count, 0);
+        } seen;
+        auto* const counts = &seen;
         for (int i = 0; i < count; ++i) {
             auto* task = new NetworkTask(server.url(), NetworkTask::Priority(i % 3));
             task->setAutoDelete(true);
             task->setDelayPolicy(Retriable::DelayPolicy::None);
             task->setTimeout(100ms);
-            connect(task, &Task::finished, this, [&, i] { ++finishes[i]; });
-            connect(task, &QObject::destroyed, this, [&] { ++ended; });
+            connect(task, &Task::finished, this, [counts, i] { ++counts->finishes[i]; });
+            connect(task, &QObject::destroyed, this, [counts] { ++counts->ended; });
             if (i % 50 == 7)
-                connect(task, &NetworkTask::readyRead, this, [&, task] { ++deleted, delete task; });
+                connect(task, &NetworkTask::readyRead, this, [counts, task] {
+                    ++counts->deleted;
+                    delete task;
+                });
             if (i % 50 == 8)
                 connect(task, &NetworkTask::aboutToRetry, task, [task] { task->cancel(); });
             queue.append(task);
         }
-        QTRY_VERIFY_WITH_TIMEOUT(ended == count, 60000);
+        QTRY_VERIFY_WITH_TIMEOUT(seen.ended == count, 60000);
         QVERIFY(queue.isEmpty());
-        QCOMPARE(finishes.count(1), count - deleted);
-        QCOMPARE(finishes.count(0), deleted);
+        QCOMPARE(seen.finishes.count(1), count - seen.deleted);
+        QCOMPARE(seen.finishes.count(0), seen.deleted);
     }
 };
 

@@ -429,47 +429,39 @@ private Q_SLOTS:
         QPointer<TestTask> task = makeTask().release();
         task->setNetworkAccessManager(manager.get());
         task->setTimeout(3s);
-        bool acted = false;
-        const auto act = [&] {
-            if (std::exchange(acted, true))
-                return;
-            if (action == QLatin1String("delete"))
-                delete task;
-            else if (action == QLatin1String("deleteLater"))
-                task->deleteLater();
-            else if (action == QLatin1String("cancel"))
-                task->cancel();
-            else if (action == QLatin1String("finish"))
-                task->finish(Error());
-            else if (action == QLatin1String("exec"))
-                task->exec();
-            else if (action == QLatin1String("delete manager"))
-                manager.reset();
-            else if (action == QLatin1String("delete reply parts"))
-                task->setNetworkReply(nullptr);
-            else if (action == QLatin1String("nested loop"))
-                QTest::qWait(20);
+        const QHash<QString, std::function<void()>> actions{
+            {QStringLiteral("delete"), [&] { delete task; }},
+            {QStringLiteral("deleteLater"), [&] { task->deleteLater(); }},
+            {QStringLiteral("cancel"), [&] { task->cancel(); }},
+            {QStringLiteral("finish"), [&] { task->finish(Error()); }},
+            {QStringLiteral("exec"), [&] { task->exec(); }},
+            {QStringLiteral("delete manager"), [&] { manager.reset(); }},
+            {QStringLiteral("delete reply parts"), [&] { task->setNetworkReply(nullptr); }},
+            {QStringLiteral("nested loop"), [&] { QTest::qWait(20); }},
         };
-        connect(task, &NetworkTask::started, this,
-                [&] { where == QLatin1String("started") ? act() : void(); });
-        connect(task, &NetworkTask::finished, this,
-                [&] { where == QLatin1String("finished") ? act() : void(); });
-        connect(task, &NetworkTask::canceled, this,
-                [&] { where == QLatin1String("canceled") ? act() : void(); });
+        bool acted = false;
+        const auto actIn = [&](const char* place) {
+            if (task && where == QLatin1String(place) && !std::exchange(acted, true))
+                actions[action]();
+        };
+        connect(task, &NetworkTask::started, this, [&] { actIn("started"); });
+        connect(task, &NetworkTask::finished, this, [&] { actIn("finished"); });
+        connect(task, &NetworkTask::canceled, this, [&] { actIn("canceled"); });
         connect(task, &NetworkTask::readyRead, this, [&] {
-            if (where == QLatin1String("readyRead") || where == QLatin1String("streamed"))
-                act();
-            else if (where == QLatin1String("reply readyRead aborted"))
-                task->abort(), task ? act() : void();
+            if (where == QLatin1String("reply readyRead aborted"))
+                task->abort();
+            actIn("reply readyRead aborted");
+            actIn("readyRead");
+            actIn("streamed");
         });
         if (where == QLatin1String("streamed"))
             task->change([](NetworkRequest& request) { request.streaming = true; });
         if (where == QLatin1String("handler"))
-            task->setResponseHandler(Code::OK, [&] { act(); });
+            task->setResponseHandler(Code::OK, [&] { actIn("handler"); });
         if (where == QLatin1String("createMultiPart")) {
             task->change([](NetworkRequest& request) { request.method = Method::Post; });
             task->multiPartFactory = [&] {
-                act();
+                actIn("createMultiPart");
                 return new QHttpMultiPart;
             };
         }
