@@ -76,13 +76,14 @@ public:
 
     Result(Result&& other) noexcept(
         std::is_nothrow_move_constructible_v<T>) requires std::move_constructible<T>
-        : Warnings(std::move(other)),
-          m_hasValue(other.m_hasValue) // NOLINT(bugprone-use-after-move): the base alone
+        : m_hasValue(other.m_hasValue)
     {
         if (m_hasValue)
             std::construct_at(std::addressof(m_value), std::move(other.m_value));
         else
             std::construct_at(std::addressof(m_error), std::move(other.m_error));
+        Warnings::operator=(
+            std::move(other)); // last, so that a throwing move of the value leaves all as it was
     }
 
     Result& operator=(const Result& other) requires(std::copy_constructible<T>&& std::is_copy_assignable_v<T>)

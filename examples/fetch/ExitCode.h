@@ -10,7 +10,7 @@ enum class ExitCode : int {
     TransportFailure = 3, ///< No complete reply: connection, TLS, protocol.
     ErrorStatus = 4,      ///< The server answered, with something else than a 2xx status.
     TimedOut = 5,         ///< Nothing moved for as long as --timeout allows.
-    LoginRequired = 6,    ///< The server answered 401.
+    LoginRequired = 6,    ///< The server answered 401, or there was no token to be had.
     Interrupted = 130,    ///< SIGINT or SIGTERM; the number that shells use for the former.
 };
 

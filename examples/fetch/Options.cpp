@@ -1,15 +1,17 @@
 #include "Options.h"
 
-#include "ExitCode.h"
+#include "CommandLine.h"
 
-#include <QCommandLineParser>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QSet>
 #include <QUrl>
 
 #include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstdio>
-#include <limits>
 #include <utility>
 
 using namespace Qt::StringLiterals;
@@ -21,52 +23,6 @@ namespace {
 using orv::Error;
 using orv::ErrorCode;
 using orv::NetworkRequest;
-
-struct CommandLine
-{
-    CommandLine();
-
-    const QCommandLineOption method{{u"X"_s, u"request"_s},
-                                    u"HEAD, GET, POST, PUT or DELETE; GET, or POST with data, if left out."_s,
-                                    u"METHOD"_s};
-    const QCommandLineOption field{
-        {u"H"_s, u"header"_s}, u"A header field to send, \"Name: value\". Repeatable."_s, u"FIELD"_s};
-    const QCommandLineOption data{{u"d"_s, u"data"_s},
-                                  u"Content to send: DATA itself, what @FILE holds, or with @- the "
-                                  u"standard input."_s,
-                                  u"DATA"_s};
-    const QCommandLineOption contentType{
-        u"content-type"_s, u"Type of the content to send; application/json if left out."_s, u"TYPE"_s};
-    const QCommandLineOption accept{
-        {u"a"_s, u"accept"_s}, u"Types of content to accept; */* if left out."_s, u"TYPES"_s, u"*/*"_s};
-    const QCommandLineOption timeout{
-        {u"t"_s, u"timeout"_s}, u"Milliseconds without any progress until giving up."_s, u"MS"_s};
-    const QCommandLineOption userAgent{
-        {u"A"_s, u"user-agent"_s}, u"Value of User-Agent; it may be empty."_s, u"VALUE"_s};
-    const QCommandLineOption insecure{{u"k"_s, u"insecure"_s}, u"Accept any certificate of the server."_s};
-    const QCommandLineOption output{
-        {u"o"_s, u"output"_s},
-        u"File to write, in place of the standard output. It is left as it was if the fetch fails."_s,
-        u"FILE"_s};
-    const QCommandLineOption stream{u"stream"_s, u"Write the content as it arrives, however large it is."_s};
-    const QCommandLineOption retries{
-        u"retries"_s, u"How often to try again after a failure that may pass; 0 if left out."_s, u"N"_s,
-        u"0"_s};
-    const QCommandLineOption include{{u"i"_s, u"include"_s},
-                                     u"Write status and header fields before the content."_s};
-    const QCommandLineOption verbose{{u"v"_s, u"verbose"_s}, u"Log to the standard error what happens."_s};
-    const QCommandLineOption help{{u"h"_s, u"help"_s}, u"Show this text."_s};
-    const QCommandLineOption version{u"version"_s, u"Show the version."_s};
-    QCommandLineParser parser;
-};
-
-CommandLine::CommandLine()
-{
-    parser.setApplicationDescription(u"Fetches a URL over HTTP or HTTPS. Redirects are not followed."_s);
-    parser.addPositionalArgument(u"URL"_s, u"What to fetch."_s);
-    parser.addOptions({method, field, data, contentType, accept, timeout, userAgent, insecure, output, stream,
-                       retries, include, verbose, help, version});
-}
 
 Error usageError(const QString& message)
 {
@@ -84,6 +40,27 @@ bool isToken(const QByteArray& name)
     return !name.isEmpty() && std::all_of(name.begin(), name.end(), isAllowed);
 }
 
+bool isHttpUrl(const QString& text)
+{
+    const QUrl url(text, QUrl::TolerantMode);
+    return url.isValid() && (url.scheme() == "http"_L1 || url.scheme() == "https"_L1) &&
+           !url.host().isEmpty();
+}
+
+// DATA itself, or what is in the file of @FILE.
+orv::Result<QByteArray> contentOf(const QString& argument)
+{
+    if (!argument.startsWith(u'@'))
+        return argument.toUtf8();
+    QFile file(argument.mid(1));
+    const bool isOpen =
+        argument == "@-"_L1 ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly);
+    const auto content = isOpen ? file.readAll() : QByteArray();
+    if (isOpen && file.error() == QFileDevice::NoError)
+        return content;
+    return Error(ErrorCode::FileAccess, u"cannot read %1: %2"_s.arg(argument.mid(1), file.errorString()));
+}
+
 /// Makes Options of a command line, step by step.
 class Reader
 {
@@ -98,14 +75,17 @@ public:
 private:
     bool isSet(const QCommandLineOption& option) const { return m_line.parser.isSet(option); }
     QString value(const QCommandLineOption& option) const { return m_line.parser.value(option); }
-    orv::Result<int> number(const QCommandLineOption& option, int least) const;
+    Error readNumber(const QCommandLineOption& option, int least, int& number) const;
 
-    Error readUrl();
+    Error readUrls();
     Error readMethod();
     Error readData();
     Error readFields();
     Error readField(const QByteArray& line);
     Error readNumbers();
+    Error readDelays();
+    Error readLogin();
+    Error readOutput();
     void readContentType();
     void readRest();
 
@@ -116,8 +96,9 @@ private:
 orv::Result<Options> Reader::read()
 {
     using Step = Error (Reader::*)();
-    constexpr std::array<Step, 5> steps{&Reader::readUrl, &Reader::readMethod, &Reader::readNumbers,
-                                        &Reader::readFields, &Reader::readData};
+    constexpr std::array<Step, 8> steps{&Reader::readUrls,   &Reader::readMethod,  &Reader::readNumbers,
+                                        &Reader::readDelays, &Reader::readFields, &Reader::readOutput,
+                                        &Reader::readData,   &Reader::readLogin};
     for (const auto step : steps) {
         auto error = (this->*step)();
         if (error.hasError())
@@ -128,16 +109,15 @@ orv::Result<Options> Reader::read()
     return std::move(m_options);
 }
 
-Error Reader::readUrl()
+Error Reader::readUrls()
 {
-    const auto arguments = m_line.parser.positionalArguments();
-    if (arguments.size() != 1)
-        return usageError(u"exactly one URL is needed"_s);
-    const QUrl url(arguments.first(), QUrl::TolerantMode);
-    const bool isHttp = url.scheme() == "http"_L1 || url.scheme() == "https"_L1;
-    if (!url.isValid() || !isHttp || url.host().isEmpty())
-        return usageError(u"not an http or https URL: %1"_s.arg(arguments.first()));
-    m_options.request.url = arguments.first();
+    m_options.urls = m_line.parser.positionalArguments();
+    if (m_options.urls.isEmpty())
+        return usageError(u"a URL is needed"_s);
+    for (const auto& url : std::as_const(m_options.urls)) {
+        if (!isHttpUrl(url))
+            return usageError(u"not an http or https URL: %1"_s.arg(url));
+    }
     return {};
 }
 
@@ -161,28 +141,49 @@ Error Reader::readMethod()
     return {};
 }
 
-orv::Result<int> Reader::number(const QCommandLineOption& option, int least) const
+Error Reader::readNumber(const QCommandLineOption& option, int least, int& number) const
 {
     bool isNumber = false;
-    const int number = value(option).toInt(&isNumber);
+    number = value(option).toInt(&isNumber);
     if (isNumber && number >= least)
-        return number;
+        return {};
     return usageError(u"--%1 must be a number from %2 on"_s.arg(option.names().constLast()).arg(least));
 }
 
 Error Reader::readNumbers()
 {
-    const auto retries = number(m_line.retries, 0);
-    if (retries.hasError())
-        return retries.error();
-    m_options.retries = retries.value();
-    if (!isSet(m_line.timeout))
-        return {};
-    const auto timeout = number(m_line.timeout, 1);
-    if (timeout.hasError())
-        return timeout.error();
-    m_options.timeout = std::chrono::milliseconds(timeout.value());
-    return {};
+    auto error = readNumber(m_line.parallel, 1, m_options.parallel);
+    if (!error.hasError())
+        error = readNumber(m_line.retries, 0, m_options.retryPolicy.retries);
+    if (error.hasError() || !isSet(m_line.timeout))
+        return error;
+    int timeout = 0;
+    error = readNumber(m_line.timeout, 1, timeout);
+    m_options.timeout = std::chrono::milliseconds(timeout);
+    return error;
+}
+
+Error Reader::readDelays()
+{
+    using Policy = orv::Retriable::DelayPolicy;
+    static constexpr std::array<std::pair<QLatin1String, Policy>, 3> policies{
+        {{"none"_L1, Policy::None}, {"linear"_L1, Policy::Linear}, {"exponential"_L1, Policy::Exponential}}};
+    const auto name = value(m_line.delayPolicy);
+    const auto* const found =
+        std::find_if(policies.begin(), policies.end(), [&](const auto& known) { return known.first == name; });
+    if (found == policies.end())
+        return usageError(u"unknown delay policy: %1"_s.arg(name));
+    auto& policy = m_options.retryPolicy;
+    policy.delayPolicy = found->second;
+
+    bool isNumber = false;
+    policy.delayFactor = value(m_line.delayFactor).toDouble(&isNumber);
+    if (!isNumber || !std::isfinite(policy.delayFactor) || policy.delayFactor <= 0)
+        return usageError(u"--delay-factor must be a number above 0"_s);
+    int maxDelay = 0;
+    auto error = readNumber(m_line.maxDelay, 0, maxDelay);
+    policy.maxDelay = std::chrono::seconds(maxDelay);
+    return error;
 }
 
 Error Reader::readFields()
@@ -223,19 +224,52 @@ Error Reader::readData()
     auto& request = m_options.request;
     if (request.method != NetworkRequest::Method::Post && request.method != NetworkRequest::Method::Put)
         return usageError(u"data can be sent with POST or PUT only"_s);
-    const auto data = value(m_line.data);
-    if (!data.startsWith(u'@')) {
-        request.postData = data.toUtf8();
+    auto content = contentOf(value(m_line.data));
+    if (content.hasError())
+        return content.error();
+    request.postData = std::move(content).value();
+    return {};
+}
+
+Error Reader::readLogin()
+{
+    auto& login = m_options.login;
+    const auto token = contentOf(value(m_line.token));
+    if (token.hasError())
+        return token.error();
+    login.token = QString::fromUtf8(token.value()).trimmed();
+    if (isSet(m_line.token) && login.token.isEmpty())
+        return usageError(u"the token is empty"_s);
+    login.url = value(m_line.loginUrl);
+    if (isSet(m_line.loginUrl) && !isHttpUrl(login.url))
+        return usageError(u"not an http or https URL: %1"_s.arg(login.url));
+    if (isSet(m_line.loginData) && !isSet(m_line.loginUrl))
+        return usageError(u"--login-data needs --login-url"_s);
+    const auto credentials = contentOf(value(m_line.loginData));
+    if (credentials.hasError())
+        return credentials.error();
+    login.credentials = credentials.value();
+    if (!QJsonDocument::fromJson(login.credentials).isObject())
+        return usageError(u"--login-data must be a JSON object"_s);
+    return {};
+}
+
+// Two URLs of one name would leave one file, of which nobody could tell which it is.
+Error Reader::readOutput()
+{
+    m_options.outputPath = value(m_line.output);
+    if (m_options.urls.size() == 1)
         return {};
+    if (m_options.outputPath.isEmpty() || !QFileInfo(m_options.outputPath).isDir())
+        return usageError(u"several URLs need a directory to save in: -o DIR"_s);
+    QSet<QString> names;
+    for (const auto& url : std::as_const(m_options.urls)) {
+        const auto name = QUrl(url, QUrl::TolerantMode).fileName(QUrl::FullyDecoded);
+        if (!name.isEmpty() && names.contains(name))
+            return usageError(u"two URLs would be saved under one name: %1"_s.arg(url));
+        names.insert(name);
     }
-    QFile file(data.mid(1));
-    const bool isOpen =
-        data == "@-"_L1 ? file.open(stdin, QIODevice::ReadOnly) : file.open(QIODevice::ReadOnly);
-    if (isOpen)
-        request.postData = file.readAll();
-    if (isOpen && file.error() == QFileDevice::NoError)
-        return {};
-    return Error(ErrorCode::FileAccess, u"cannot read %1: %2"_s.arg(data.mid(1), file.errorString()));
+    return {};
 }
 
 // A task sends the type that its request names, whatever the raw fields say.
@@ -258,13 +292,23 @@ void Reader::readRest()
     m_options.request.streaming = isSet(m_line.stream);
     if (isSet(m_line.userAgent))
         m_options.userAgent = value(m_line.userAgent).toUtf8();
-    m_options.outputPath = value(m_line.output);
     m_options.isInsecure = isSet(m_line.insecure);
+    m_options.isQuiet = isSet(m_line.quiet);
     m_options.isVerbose = isSet(m_line.verbose);
     m_options.includesHead = isSet(m_line.include);
 }
 
 } // namespace
+
+// A maximum raises the delay to itself, so the delay is put back after it.
+void RetryPolicy::applyTo(orv::Retriable& retriable) const
+{
+    retriable.setMaxRetriesCount(retries);
+    retriable.setDelayPolicy(delayPolicy);
+    retriable.setIncrementFactor(delayFactor);
+    retriable.setMaxDelay(maxDelay);
+    retriable.setDelay(0);
+}
 
 orv::Result<Options> parseOptions(const QStringList& arguments)
 {
@@ -283,19 +327,7 @@ orv::Result<Options> parseOptions(const QStringList& arguments)
 
 QString helpText()
 {
-    static constexpr std::array<std::pair<ExitCode, QLatin1String>, 8> codes{
-        {{ExitCode::Success, "success"_L1},
-         {ExitCode::BadUsage, "bad usage"_L1},
-         {ExitCode::FileAccess, "the output cannot be written, or the data cannot be read"_L1},
-         {ExitCode::TransportFailure, "no complete reply (connection, TLS, protocol)"_L1},
-         {ExitCode::ErrorStatus, "the server answered with an error status or a redirect"_L1},
-         {ExitCode::TimedOut, "time-out"_L1},
-         {ExitCode::LoginRequired, "the server wants a login (401)"_L1},
-         {ExitCode::Interrupted, "interrupted (SIGINT, SIGTERM)"_L1}}};
-    auto text = CommandLine().parser.helpText() + "\nExit codes:\n"_L1;
-    for (const auto& [code, meaning] : codes)
-        text += u"  %1  %2\n"_s.arg(static_cast<int>(code), 3).arg(meaning);
-    return text;
+    return CommandLine().helpText();
 }
 
 } // namespace fetch

@@ -177,9 +177,9 @@ private Q_SLOTS:
         QFETCH(QString, signal);
         QFETCH(QString, action);
         QPointer<Queue> queue = new Queue;
-        std::vector<QPointer<Task>> tasks;
-        for (int i = 0; i < 6; ++i)
-            tasks.emplace_back(new Task);
+        std::vector<QPointer<Task>> tasks(6);
+        for (auto& task : tasks)
+            task = new Task;
         auto* late = new Task;
         bool acted = false;
         const auto act = [&] {
