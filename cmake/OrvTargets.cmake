@@ -73,5 +73,6 @@ function(orv_add_test name)
     set_tests_properties(${arg_LABEL}.${name} PROPERTIES
         LABELS ${arg_LABEL}
         TIMEOUT ${arg_TIMEOUT}
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_LOGGING_RULES=")
+        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_LOGGING_RULES=;\
+LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0")
 endfunction()

@@ -18,6 +18,13 @@ bool isReadable(const QNetworkReply* reply)
     return reply->isOpen() && reply->isReadable();
 }
 
+// A reply that has failed and is about to say so needs no abort, and Qt would print a warning about one.
+void abortUnlessFailed(QNetworkReply* reply)
+{
+    if (reply->error() == QNetworkReply::NoError)
+        reply->abort();
+}
+
 // The bytes without the first @p count, in the same memory. QByteArray::remove() would copy what is left as
 // soon as somebody holds a copy of data(), which makes consuming a stream in pieces cost the square of its
 // length.
@@ -80,7 +87,7 @@ void NetworkTask::Private::disposeReply(QNetworkReply* old)
             old->setParent(nullptr);
             if (content)
                 content->setParent(old);
-            old->abort();
+            abortUnlessFailed(old);
             old->deleteLater();
             return;
         }
@@ -440,7 +447,7 @@ void NetworkTask::abort()
     if (!d->reply)
         return;
     const Private::ReplyOnStack mark(d);
-    d->reply->abort();
+    abortUnlessFailed(d->reply);
 }
 
 void NetworkTask::cancel()

@@ -2,9 +2,6 @@
 
 #include <NetworkQueue.h>
 
-#include <QRandomGenerator>
-#include <QTimer>
-
 #include <memory>
 #include <vector>
 
@@ -95,71 +92,6 @@ private Q_SLOTS:
         QTRY_VERIFY(queue.isEmpty());
         QVERIFY(doneFirst && !slow.hasError());
         QCOMPARE(server.connectionCount(), 1); // never two at once
-    }
-
-    // Many tasks against a server that fails at random, with their users deleting and cancelling some.
-    void losesNoTask()
-    {
-        LoopbackServer server;
-        server.setRecording(false);
-        QRandomGenerator random(20261122);
-        server.setHandler([&](const LoopbackRequest&) {
-            LoopbackReply good(200, QByteArray(200, 'x'));
-            switch (random.bounded(20)) {
-            case 0:
-                return LoopbackReply(503);
-            case 1:
-                return LoopbackReply(429);
-            case 2:
-                return LoopbackReply(401);
-            case 3:
-                return LoopbackReply(500);
-            case 4:
-                return LoopbackReply(good).cutAfter(random.bounded(300));
-            case 5:
-                return LoopbackReply(good).resetAfter(random.bounded(300));
-            case 6:
-                return LoopbackReply::silence();
-            default:
-                return good;
-            }
-        });
-        QVERIFY(!server.listen().hasError());
-        TestAuthenticator authenticator;
-        authenticator.currentToken = QStringLiteral("token");
-        connect(&authenticator, &AbstractAuthenticator::authenticating, this,
-                [&] { QTimer::singleShot(1, &authenticator, [&] { authenticator.succeed("token"); }); });
-        NetworkQueue queue;
-        queue.setAuthenticator(&authenticator);
-        queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
-        constexpr int count = 1000;
-        struct
-        {
-            int ended = 0;
-            int deleted = 0;
-            QList<int> finishes = QList<int>(count, 0);
-        } seen;
-        auto* const counts = &seen;
-        for (int i = 0; i < count; ++i) {
-            auto* task = new NetworkTask(server.url(), NetworkTask::Priority(i % 3));
-            task->setAutoDelete(true);
-            task->setDelayPolicy(Retriable::DelayPolicy::None);
-            task->setTimeout(100ms);
-            connect(task, &Task::finished, this, [counts, i] { ++counts->finishes[i]; });
-            connect(task, &QObject::destroyed, this, [counts] { ++counts->ended; });
-            if (i % 50 == 7)
-                connect(task, &NetworkTask::readyRead, this, [counts, task] {
-                    ++counts->deleted;
-                    delete task;
-                });
-            if (i % 50 == 8)
-                connect(task, &NetworkTask::aboutToRetry, task, [task] { task->cancel(); });
-            queue.append(task);
-        }
-        QTRY_VERIFY_WITH_TIMEOUT(seen.ended == count, 60000);
-        QVERIFY(queue.isEmpty());
-        QCOMPARE(seen.finishes.count(1), count - seen.deleted);
-        QCOMPARE(seen.finishes.count(0), seen.deleted);
     }
 };
 

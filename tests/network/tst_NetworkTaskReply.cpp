@@ -297,10 +297,13 @@ private Q_SLOTS:
         QCOMPARE(task->error().errorDetails().toInt(), 2408);
         QCOMPARE(task->error().errorMessage(), QStringLiteral("Network timeout"));
         QVERIFY(!task->isCanceled());
+        QTest::qWait(10); // for the completion of the aborted reply, which is not judged as well
+        QCOMPARE(task->httpResponseStatusCodeNumber(), 408);
+        QCOMPARE(task->networkResponseError(), QNetworkReply::NoError);
         QCOMPARE(task->log(), QStringLiteral("started finished"));
         QVERIFY(log.lines.join(QLatin1Char('\n'))
                     .startsWith(QStringLiteral("1|orv.network|Network timeout in task \"slow\" struct ")));
-        QCOMPARE(log.lines.size(), 1); // the aborted reply is not judged as well
+        QCOMPARE(log.lines.size(), 1);
     }
 
     void outlastsTheTimeoutWhileSomethingMoves()
@@ -372,6 +375,8 @@ private Q_SLOTS:
         const bool wasFinished = phase == QLatin1String("finished");
         QCOMPARE(task->error().errorCode(), wasFinished ? ErrorCode::None : ErrorCode::Canceled);
         QCOMPARE(task->isCanceled(), !wasFinished);
+        QCOMPARE(task->httpResponseStatusCodeNumber() == 0,
+                 phase == QLatin1String("idle") || (wasSent && !wasFinished));
         const auto expected = wasFinished ? QString() : QStringLiteral("canceled finished");
         QCOMPARE(task->log(), expected);
         QVERIFY(!task->networkReply() || task->networkReply()->isFinished());
