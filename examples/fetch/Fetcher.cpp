@@ -1,6 +1,12 @@
 #include "Fetcher.h"
 
+#include "FetchTask.h"
+
+#include <FileDownloadTask.h>
+
+#include <QFileInfo>
 #include <QNetworkReply>
+#include <QUrl>
 
 using namespace Qt::StringLiterals;
 
@@ -10,58 +16,30 @@ namespace {
 
 using orv::Error;
 using orv::ErrorCode;
-using orv::HttpResponseStatusCode;
-using orv::NetworkRequest;
+using orv::FileDownloadTask;
 using orv::NetworkTask;
-using orv::SslIgnorantNetworkAccessManager;
 
-/// Keeps a stream from filling the memory while its output is slow: Qt's network thread reads on meanwhile,
-/// and asked later than here it may not stop.
-class StreamingAccessManager : public SslIgnorantNetworkAccessManager
+// A task that saves a whole reply by itself serves every file that is not to be written on the way, nor to
+// begin with a head.
+bool isSavedByTask(const Options& options)
 {
-public:
-    using SslIgnorantNetworkAccessManager::SslIgnorantNetworkAccessManager;
-
-protected:
-    QNetworkReply* createRequest(Operation operation, const QNetworkRequest& request,
-                                 QIODevice* content) override
-    {
-        auto* reply = SslIgnorantNetworkAccessManager::createRequest(operation, request, content);
-        reply->setReadBufferSize(BUFFER_SIZE);
-        return reply;
-    }
-
-private:
-    static constexpr qint64 BUFFER_SIZE = 1 << 20;
-};
-
-std::unique_ptr<SslIgnorantNetworkAccessManager> makeManager(const Options& options)
-{
-    using SslMode = SslIgnorantNetworkAccessManager::SslMode;
-    const auto mode = options.isInsecure ? SslMode::Ignore : SslMode::Verify;
-    if (options.request.streaming)
-        return std::make_unique<StreamingAccessManager>(mode);
-    return std::make_unique<SslIgnorantNetworkAccessManager>(mode);
+    return !options.request.streaming && !options.includesHead && !Output::isStream(options.outputPath);
 }
 
-bool isSuccess(int status)
+std::unique_ptr<NetworkTask> makeTask(const QString& url, const Options& options)
 {
-    return status >= 200 && status < 300;
-}
-
-int statusOf(const QNetworkReply* reply)
-{
-    return reply ? reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() : 0;
+    if (isSavedByTask(options))
+        return std::make_unique<FetchTask<FileDownloadTask>>(url, options.outputPath);
+    return std::make_unique<FetchTask<NetworkTask>>(url);
 }
 
 } // namespace
 
-Fetcher::Fetcher(const Options& options, QObject* parent)
+Fetcher::Fetcher(const QString& url, const Options& options, QObject* parent)
     : QObject(parent)
+    , m_url(url)
     , m_options(options)
-    , m_output(options.outputPath)
-    , m_manager(makeManager(options))
-    , m_task(options.request)
+    , m_task(makeTask(url, options))
 {
     prepareTask();
 }
@@ -70,79 +48,124 @@ Fetcher::~Fetcher() = default;
 
 void Fetcher::prepareTask()
 {
-    m_task.setName(u"fetch"_s);
-    m_task.setNetworkAccessManager(m_manager.get());
-    m_task.setMaxRetriesCount(m_options.retries);
+    auto request = m_options.request;
+    request.url = m_url;
+    m_task->setRequest(request);
+    m_task->setName(displayName());
+    m_task->setPriority(NetworkTask::Priority::Normal);
+    m_options.retryPolicy.applyTo(*m_task);
     if (m_options.timeout)
-        m_task.setTimeout(*m_options.timeout);
+        m_task->setTimeout(*m_options.timeout);
     if (m_options.userAgent)
-        m_task.setUserAgent(*m_options.userAgent);
-    // By itself, a task takes 200 and 201 for a success.
-    for (int status = 202; status < 300; ++status) {
-        m_task.setResponseHandler(static_cast<HttpResponseStatusCode>(status), [this] {
-            m_task.finish(
-                orv::networkError(m_task.networkResponseError(), m_task.networkResponseErrorMessage()));
-        });
-    }
-    if (m_options.request.streaming)
-        connect(&m_task, &NetworkTask::readyRead, this, &Fetcher::onReadyRead);
-    connect(&m_task, &NetworkTask::aboutToRetry, this, &Fetcher::onAboutToRetry);
-    connect(&m_task, &NetworkTask::finished, this, &Fetcher::onTaskFinished);
-}
-
-void Fetcher::start()
-{
-    m_outputError = m_output.open();
-    if (m_outputError.hasError())
-        m_task.cancel();
-    else
-        m_task.exec();
+        m_task->setUserAgent(*m_options.userAgent);
+    if (request.streaming)
+        connect(m_task.get(), &NetworkTask::readyRead, this, &Fetcher::onReadyRead);
+    connect(m_task.get(), &NetworkTask::started, this, &Fetcher::onStarted);
+    connect(m_task.get(), &NetworkTask::finished, this, &Fetcher::onFinished);
 }
 
 void Fetcher::cancel()
 {
-    m_task.cancel();
+    m_task->cancel();
+}
+
+QString Fetcher::displayUrl() const
+{
+    return QUrl(m_url, QUrl::TolerantMode).toDisplayString();
+}
+
+QString Fetcher::displayName() const
+{
+    const QUrl url(m_url, QUrl::TolerantMode);
+    const auto name = url.fileName(QUrl::FullyEncoded);
+    return name.isEmpty() ? url.host() : name;
+}
+
+QString Fetcher::summary() const
+{
+    const auto seconds = static_cast<double>(m_clock.elapsed()) / 1000;
+    return u"%1 %2 bytes %3 s %4"_s.arg(statusOf(*m_task))
+        .arg(m_task->bytesReceived())
+        .arg(seconds, 0, 'f', 2)
+        .arg(displayUrl());
+}
+
+qint64 Fetcher::attemptMilliseconds() const
+{
+    return m_attemptClock.isValid() ? m_attemptClock.elapsed() : 0;
+}
+
+// Emitted for each attempt, before anything is sent.
+void Fetcher::onStarted()
+{
+    if (!m_clock.isValid())
+        m_clock.start();
+    m_attemptClock.start();
+    m_isHeadWritten = false;
+    m_outputError = open();
+    if (m_outputError.hasError())
+        m_task->finish(m_outputError);
+}
+
+Error Fetcher::open()
+{
+    const auto path = destination();
+    if (path.isEmpty() && !m_options.outputPath.isEmpty()) {
+        const bool isDirectory = QFileInfo(m_options.outputPath).isDir();
+        return Error(ErrorCode::FileAccess,
+                     (isDirectory ? u"the URL names no file that could be saved in %1"_s
+                                  : u"cannot write %1: there is no such directory"_s)
+                         .arg(m_options.outputPath));
+    }
+    if (isSavedByTask(m_options))
+        return {};
+    if (!m_output)
+        m_output = Output::create(path);
+    return m_output->open();
+}
+
+// Whatever names come with URLs, the download task knows which are safe.
+QString Fetcher::destination() const
+{
+    if (Output::isStream(m_options.outputPath))
+        return m_options.outputPath;
+    return FileDownloadTask(m_url, m_options.outputPath).destinationFilePath();
 }
 
 void Fetcher::onReadyRead()
 {
-    const auto content = m_task.data();
-    m_task.chopFirstBytes(static_cast<int>(content.size()));
+    const auto content = m_task->data();
+    m_task->chopFirstBytes(static_cast<int>(content.size()));
     write(content);
     if (m_outputError.hasError())
-        m_task.cancel();
+        m_task->finish(m_outputError);
 }
 
-void Fetcher::onAboutToRetry()
+void Fetcher::onFinished()
 {
-    m_contentSize = 0;
-    m_isHeadWritten = false;
-    if (!m_output.isStream())
-        m_outputError = m_output.open();
+    m_hasEnded = true;
+    if (m_output && statusOf(*m_task) != 0 && !m_task->isCanceled())
+        write(m_task->data());
+    m_outcome = judge(*m_task);
+    if (m_outcome.code == ExitCode::Success && m_output && !m_outputError.hasError())
+        m_outputError = m_output->commit();
     if (m_outputError.hasError())
-        m_task.cancel();
-}
-
-void Fetcher::onTaskFinished()
-{
-    const bool isReplyThere = statusOf(m_task.networkReply()) != 0;
-    if (isReplyThere && !m_task.isCanceled())
-        write(m_task.data());
-    judge();
+        m_outcome = {ExitCode::FileAccess, m_outputError.errorMessage()};
+    m_output.reset();
+    m_task->clearData();
     Q_EMIT finished();
 }
 
 void Fetcher::write(const QByteArray& content)
 {
-    m_contentSize += content.size();
     if (m_outputError.hasError() || !isWanted())
         return;
     writeHead();
     if (!content.isEmpty() && !m_outputError.hasError())
-        m_outputError = m_output.write(content);
+        m_outputError = m_output->write(content);
     // What went down a stream cannot be taken back, so there is no second attempt.
-    if (m_output.isStream())
-        m_task.setRetriesEnabled(false);
+    if (Output::isStream(m_options.outputPath))
+        m_task->setRetriesEnabled(false);
 }
 
 void Fetcher::writeHead()
@@ -150,84 +173,23 @@ void Fetcher::writeHead()
     if (!m_options.includesHead || m_isHeadWritten)
         return;
     m_isHeadWritten = true;
-    const auto* reply = m_task.networkReply();
+    const auto* reply = m_task->networkReply();
     const bool isHttp2 = reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool();
     const auto reason = reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toByteArray();
-    auto head = (isHttp2 ? "HTTP/2 " : "HTTP/1.1 ") + QByteArray::number(statusOf(reply));
+    auto head = (isHttp2 ? "HTTP/2 " : "HTTP/1.1 ") + QByteArray::number(statusOf(*m_task));
     head += (reason.isEmpty() ? "" : " ") + reason + "\r\n";
     for (const auto& [name, value] : reply->rawHeaderPairs())
         head += name + ": " + value + "\r\n";
-    m_outputError = m_output.write(head + "\r\n");
+    m_outputError = m_output->write(head + "\r\n");
 }
 
+// While there may yet be a login, a 401 is not what the user wants to see.
 bool Fetcher::isWanted() const
 {
-    return isSuccess(statusOf(m_task.networkReply())) || (m_output.isStream() && m_options.includesHead);
-}
-
-// Now and then Qt reports a connection that ended too early as a success. A Content-Length is there only if
-// the content is as it came over the wire.
-bool Fetcher::isTruncated() const
-{
-    const auto* reply = m_task.networkReply();
-    const auto size = reply->header(QNetworkRequest::ContentLengthHeader);
-    return size.isValid() && m_options.request.method != NetworkRequest::Method::Head &&
-           statusOf(reply) != 204 && size.toLongLong() != m_contentSize;
-}
-
-void Fetcher::judge()
-{
-    const auto error = m_task.error();
-    if (m_outputError.hasError())
-        end(ExitCode::FileAccess, m_outputError.errorMessage());
-    else if (error.hasError())
-        judgeError(error);
-    else if (isTruncated())
-        end(ExitCode::TransportFailure, u"the content is incomplete"_s);
-    else if (const auto failure = m_output.commit(); failure.hasError())
-        end(ExitCode::FileAccess, failure.errorMessage());
-}
-
-void Fetcher::judgeError(const Error& error)
-{
-    const auto status = orv::httpResponseStatusCode(error);
-    if (error.errorCode() == ErrorCode::Canceled)
-        end(ExitCode::Interrupted, u"interrupted"_s);
-    else if (error.errorCode() == ErrorCode::InvalidArgument)
-        end(ExitCode::BadUsage, error.errorMessage());
-    else if (isTimeout())
-        end(ExitCode::TimedOut, u"no progress within the time-out"_s);
-    else if (status == HttpResponseStatusCode::OK || status == HttpResponseStatusCode::Unknown)
-        end(ExitCode::TransportFailure, error.errorMessage());
-    else
-        judgeStatus(static_cast<int>(status));
-}
-
-void Fetcher::judgeStatus(int status)
-{
-    const auto* reply = m_task.networkReply();
-    auto text = u"the server answered %1"_s.arg(
-        reply->attribute(QNetworkRequest::HttpReasonPhraseAttribute).toString());
-    if (status >= 300 && status < 400 && reply->hasRawHeader("Location"))
-        text = u"redirected to %1"_s.arg(QString::fromUtf8(reply->rawHeader("Location")));
-    const bool isLogin = status == static_cast<int>(HttpResponseStatusCode::Unauthorized);
-    end(isLogin ? ExitCode::LoginRequired : ExitCode::ErrorStatus,
-        u"%1 (HTTP %2)"_s.arg(text.trimmed()).arg(status));
-}
-
-// A task's own time-out looks like a 408, but with that status the reply would have had an error.
-bool Fetcher::isTimeout() const
-{
-    const auto error = m_task.networkResponseError();
-    return error == QNetworkReply::TimeoutError || error == QNetworkReply::ProxyTimeoutError ||
-           (error == QNetworkReply::NoError &&
-            m_task.httpResponseStatusCode() == HttpResponseStatusCode::RequestTimeout);
-}
-
-void Fetcher::end(ExitCode code, const QString& message)
-{
-    m_exitCode = code;
-    m_message = message;
+    const auto status = statusOf(*m_task);
+    const bool isPassing = status == 401 && m_task->authenticator() && !m_hasEnded;
+    return isSuccess(status) ||
+           (m_options.includesHead && Output::isStream(m_options.outputPath) && !isPassing);
 }
 
 } // namespace fetch

@@ -1,19 +1,20 @@
 #pragma once
 
-#include "ExitCode.h"
 #include "Options.h"
+#include "Outcome.h"
 #include "Output.h"
 
 #include <NetworkTask.h>
-#include <SslIgnorantNetworkAccessManager.h>
 
+#include <QElapsedTimer>
 #include <QObject>
+#include <QString>
 
 #include <memory>
 
 namespace fetch {
 
-/// Carries out one set of options: sends the request and writes the reply to its output.
+/// The fetch of one URL: its task, where the content goes, and how it ended.
 ///
 /// What is written is the content of a successful reply. On a stream and with the head included it is the
 /// content of any reply, for people who want to see what the server has to say.
@@ -22,48 +23,53 @@ class Fetcher : public QObject
     Q_OBJECT
 
 public:
-    explicit Fetcher(const Options& options, QObject* parent = nullptr);
+    Fetcher(const QString& url, const Options& options, QObject* parent = nullptr);
     ~Fetcher() override;
 
-    /// Opens the output and sends the request. To be called once.
-    void start();
+    /// To be run by a queue.
+    orv::NetworkTask* task() const { return m_task.get(); }
     /// Ends the fetch as interrupted, unless it has ended.
     void cancel();
 
-    ExitCode exitCode() const { return m_exitCode; }
-    /// Why the fetch failed, for people; empty after a success.
-    QString message() const { return m_message; }
+    bool hasEnded() const { return m_hasEnded; }
+    /// How it ended; a success until then.
+    const Outcome& outcome() const { return m_outcome; }
+
+    /// The URL for people, without a password.
+    QString displayUrl() const;
+    /// A short name for people.
+    QString displayName() const;
+    /// One line about a success: status, bytes, seconds, URL.
+    QString summary() const;
+    /// Since the last attempt began; 0 before the first.
+    qint64 attemptMilliseconds() const;
 
 Q_SIGNALS:
-    /// The fetch has ended, exitCode() and message() are final. Emitted once.
+    /// The fetch has ended, outcome() is final. Emitted once.
     void finished();
 
 private:
     void prepareTask();
+    void onStarted();
     void onReadyRead();
-    void onAboutToRetry();
-    void onTaskFinished();
+    void onFinished();
 
+    QString destination() const;
+    orv::Error open();
     void write(const QByteArray& content);
     void writeHead();
     bool isWanted() const;
-    bool isTruncated() const;
 
-    void judge();
-    void judgeError(const orv::Error& error);
-    void judgeStatus(int status);
-    bool isTimeout() const;
-    void end(ExitCode code, const QString& message);
-
-    const Options m_options;
-    Output m_output;
+    const QString m_url;
+    const Options& m_options;
+    const std::unique_ptr<orv::NetworkTask> m_task;
+    std::unique_ptr<Output> m_output; // null while there is none, and for a task that saves by itself
     orv::Error m_outputError;
-    const std::unique_ptr<orv::SslIgnorantNetworkAccessManager> m_manager;
-    orv::NetworkTask m_task;
     bool m_isHeadWritten = false;
-    qint64 m_contentSize = 0;
-    ExitCode m_exitCode = ExitCode::Success;
-    QString m_message;
+    bool m_hasEnded = false;
+    QElapsedTimer m_clock; // of all attempts
+    QElapsedTimer m_attemptClock;
+    Outcome m_outcome;
 };
 
 } // namespace fetch

@@ -96,7 +96,7 @@ private:
 orv::Result<Options> Reader::read()
 {
     using Step = Error (Reader::*)();
-    constexpr std::array<Step, 8> steps{&Reader::readUrls,   &Reader::readMethod,  &Reader::readNumbers,
+    constexpr std::array<Step, 8> steps{&Reader::readUrls,   &Reader::readMethod, &Reader::readNumbers,
                                         &Reader::readDelays, &Reader::readFields, &Reader::readOutput,
                                         &Reader::readData,   &Reader::readLogin};
     for (const auto step : steps) {
@@ -169,8 +169,8 @@ Error Reader::readDelays()
     static constexpr std::array<std::pair<QLatin1String, Policy>, 3> policies{
         {{"none"_L1, Policy::None}, {"linear"_L1, Policy::Linear}, {"exponential"_L1, Policy::Exponential}}};
     const auto name = value(m_line.delayPolicy);
-    const auto* const found =
-        std::find_if(policies.begin(), policies.end(), [&](const auto& known) { return known.first == name; });
+    const auto* const found = std::find_if(policies.begin(), policies.end(),
+                                           [&](const auto& known) { return known.first == name; });
     if (found == policies.end())
         return usageError(u"unknown delay policy: %1"_s.arg(name));
     auto& policy = m_options.retryPolicy;

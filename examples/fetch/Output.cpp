@@ -1,26 +1,23 @@
 #include "Output.h"
 
-#include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 
 #include <cstdio>
+#include <filesystem>
+#include <system_error>
 
 #ifdef Q_OS_WIN
 #include <fcntl.h>
 #include <io.h>
 #endif
 
+using namespace Qt::StringLiterals;
+
 namespace fetch {
 
 namespace {
 
-// A device or a pipe has no content that could be replaced, and must not be replaced itself.
-bool isStreamPath(const QString& path)
-{
-    const QFileInfo info(path);
-    return path.isEmpty() || (info.exists() && !info.isFile() && !info.isDir());
-}
+using orv::Error;
 
 bool openStandardOutput(QFile& file)
 {
@@ -30,49 +27,134 @@ bool openStandardOutput(QFile& file)
     return file.open(stdout, QIODevice::WriteOnly);
 }
 
+std::filesystem::path toPath(const QString& path)
+{
+    return std::filesystem::path(path.toStdU16String());
+}
+
+// A link stays one, and what it points to is replaced.
+QString realPath(const QString& path)
+{
+    const auto real = QFileInfo(path).canonicalFilePath();
+    return real.isEmpty() ? path : real;
+}
+
 } // namespace
+
+// A device or a pipe has no content that could be replaced, and must not be replaced itself.
+bool Output::isStream(const QString& path)
+{
+    const QFileInfo info(path);
+    return path.isEmpty() || (info.exists() && !info.isFile() && !info.isDir());
+}
+
+std::unique_ptr<Output> Output::create(const QString& path)
+{
+    if (isStream(path))
+        return std::make_unique<StreamOutput>(path);
+    return std::make_unique<FileOutput>(path);
+}
 
 Output::Output(const QString& path)
     : m_path(path)
-    , m_isStream(isStreamPath(path))
 {
 }
 
 Output::~Output() = default;
 
-orv::Error Output::open()
+Error Output::failure(const QString& why) const
 {
-    bool isOpen = false;
-    if (m_isStream) {
-        auto file = std::make_unique<QFile>(m_path);
-        isOpen = m_path.isEmpty() ? openStandardOutput(*file) : file->open(QIODevice::WriteOnly);
-        m_device = std::move(file);
-    } else {
-        m_device = std::make_unique<QSaveFile>(m_path);
-        isOpen = m_device->open(QIODevice::WriteOnly);
+    const auto name = m_path.isEmpty() ? u"the standard output"_s : m_path;
+    return Error(orv::ErrorCode::FileAccess, u"cannot write %1: %2"_s.arg(name, why));
+}
+
+StreamOutput::StreamOutput(const QString& path)
+    : Output(path)
+    , m_file(path)
+{
+}
+
+StreamOutput::~StreamOutput() = default;
+
+Error StreamOutput::open()
+{
+    if (m_file.isOpen())
+        return {};
+    const bool isOpen = m_path.isEmpty() ? openStandardOutput(m_file) : m_file.open(QIODevice::WriteOnly);
+    return isOpen ? Error() : failure(m_file.errorString());
+}
+
+Error StreamOutput::write(const QByteArray& bytes)
+{
+    // A reader at the other end gets what there is.
+    const bool isWritten = m_file.write(bytes) == bytes.size() && m_file.flush();
+    return isWritten ? Error() : failure(m_file.errorString());
+}
+
+Error StreamOutput::commit()
+{
+    return {};
+}
+
+FileOutput::FileOutput(const QString& path)
+    : Output(realPath(path))
+{
+}
+
+FileOutput::~FileOutput()
+{
+    m_file.close();
+    if (!m_partPath.isEmpty())
+        QFile::remove(m_partPath);
+}
+
+Error FileOutput::open()
+{
+    if (m_partPath.isEmpty()) {
+        auto error = reservePart();
+        if (error.hasError())
+            return error;
     }
-    return isOpen ? orv::Error() : error();
+    const auto error = m_file.open(m_partPath);
+    return error.hasError() ? failure(error.errorMessage()) : Error();
 }
 
-orv::Error Output::write(const QByteArray& bytes)
+// Somebody else's file of that name is left alone, and so is what a link of that name points to.
+Error FileOutput::reservePart()
 {
-    const bool isWritten = m_device->write(bytes) == bytes.size();
-    // A reader at the other end gets what there is; a file is better off with its buffer.
-    return isWritten && (!m_isStream || m_device->flush()) ? orv::Error() : error();
+    constexpr int tries = 100;
+    if (QFileInfo(m_path).isDir())
+        return failure(u"it is a directory"_s);
+    QFile part;
+    for (int i = 1; i <= tries; ++i) {
+        part.setFileName(m_path + (i == 1 ? u".part"_s : u".%1.part"_s.arg(i)));
+        if (part.open(QIODevice::WriteOnly | QIODevice::NewOnly)) {
+            m_partPath = part.fileName();
+            return {};
+        }
+        if (!QFileInfo(part).exists() && !QFileInfo(part).isSymLink())
+            break;
+    }
+    return failure(part.errorString());
 }
 
-orv::Error Output::commit()
+Error FileOutput::write(const QByteArray& bytes)
 {
-    auto* file = qobject_cast<QSaveFile*>(m_device.get());
-    const bool isDone = file ? file->commit() : m_device->flush();
-    return isDone ? orv::Error() : error();
+    const auto error = m_file.writeNewData(bytes);
+    return error.hasError() ? failure(error.errorMessage()) : Error();
 }
 
-orv::Error Output::error() const
+Error FileOutput::commit()
 {
-    const auto name = m_path.isEmpty() ? QStringLiteral("the standard output") : m_path;
-    return orv::Error(orv::ErrorCode::FileAccess,
-                      QStringLiteral("cannot write %1: %2").arg(name, m_device->errorString()));
+    m_file.finalize();
+    if (QFile::exists(m_path))
+        QFile::setPermissions(m_partPath, QFile::permissions(m_path));
+    std::error_code code;
+    std::filesystem::rename(toPath(m_partPath), toPath(m_path), code);
+    if (code)
+        return failure(QString::fromLocal8Bit(code.message().c_str()));
+    m_partPath.clear();
+    return {};
 }
 
 } // namespace fetch

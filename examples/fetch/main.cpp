@@ -1,10 +1,9 @@
-#include "Fetcher.h"
 #include "Interruption.h"
 #include "Options.h"
+#include "Session.h"
 
 #include <QCoreApplication>
 #include <QLoggingCategory>
-#include <QUrl>
 
 #include <csignal>
 #include <cstdio>
@@ -14,8 +13,8 @@ using namespace Qt::StringLiterals;
 namespace {
 
 using fetch::ExitCode;
-using fetch::Fetcher;
 using fetch::Options;
+using fetch::Session;
 
 int show(FILE* stream, const QString& text, ExitCode code)
 {
@@ -35,25 +34,23 @@ int complain(const orv::Error& error)
     return complain(error.errorMessage() + "\nTry orv-fetch --help."_L1, ExitCode::BadUsage);
 }
 
+// Without debug lines, which quote tokens.
 void startLogging()
 {
     qSetMessagePattern(u"%{time hh:mm:ss.zzz} %{message}"_s);
-    QLoggingCategory::setFilterRules(u"orv.network=true\norv.network.*=true"_s);
+    QLoggingCategory::setFilterRules(u"orv.network.info=true\norv.network.warning=true"_s);
 }
 
 int run(const Options& options)
 {
-    Fetcher fetcher(options);
+    Session session(options);
     const fetch::Interruption interruption;
-    QObject::connect(&interruption, &fetch::Interruption::requested, &fetcher, &Fetcher::cancel);
+    QObject::connect(&interruption, &fetch::Interruption::requested, &session, &Session::cancel);
     // Queued, since quit() does nothing before exec().
-    QObject::connect(&fetcher, &Fetcher::finished, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
-    fetcher.start();
+    QObject::connect(&session, &Session::finished, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
+    session.start();
     QCoreApplication::exec();
-    if (fetcher.exitCode() == ExitCode::Success)
-        return static_cast<int>(ExitCode::Success);
-    const auto url = QUrl(options.request.url, QUrl::TolerantMode).toDisplayString();
-    return complain(u"%1: %2"_s.arg(url, fetcher.message()), fetcher.exitCode());
+    return static_cast<int>(session.exitCode());
 }
 
 } // namespace

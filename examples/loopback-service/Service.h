@@ -1,7 +1,13 @@
 #pragma once
 
+#include "Tokens.h"
+
 #include <Error.h>
 #include <LoopbackServer.h>
+
+#include <QMap>
+#include <QSet>
+#include <QString>
 
 namespace service {
 
@@ -11,13 +17,24 @@ namespace service {
 ///   /json           a JSON object
 ///   /echo           method, content type and content of the request, in JSON
 ///   /stream?size=N  N bytes, the line "0123456789abcde" again and again, in chunks
+///   /files/NAME?size=N  N bytes (1,000,000 if left out), the line NAME again and again
 ///   /slow           a text, after ten seconds
+///   /flaky/NAME     503 the first time, then the text NAME
+///   /busy/NAME      429 the first time, then the text NAME
+///   /login          a token, {"token": "..."}, for a POST of {"user":"ann","password":"secret"}; else 401
+///   /private/NAME   the text NAME, but 401 without the token that was given last
+///   /private/flaky/NAME, /private/busy/NAME
+///                   the same again for those who have that token
+///   /log            {"logins": N, "requests": {PATH: N, ...}}: what was asked for so far
 ///
 /// Everything else is 404.
 class Service
 {
 public:
     Service();
+
+    /// After how many private requests the first token expires; never if left out.
+    void setTokenLives(int requests) { m_tokens.setFirstLives(requests); }
 
     /// Starts both servers on ports that the system picks.
     orv::Error listen();
@@ -26,8 +43,16 @@ public:
     quint16 httpsPort() const { return m_https.port(); }
 
 private:
+    orv::LoopbackReply answer(const orv::LoopbackRequest& request);
+    orv::LoopbackReply answerPrivate(const orv::LoopbackRequest& request);
+    orv::LoopbackReply failFirst(const QString& path, int status);
+    orv::LoopbackReply log() const;
+
     orv::LoopbackServer m_http{orv::LoopbackServer::Transport::Plain};
     orv::LoopbackServer m_https{orv::LoopbackServer::Transport::Tls};
+    Tokens m_tokens;
+    QSet<QString> m_failed; // paths whose first request has failed, as it should
+    QMap<QString, int> m_requestCounts;
 };
 
 } // namespace service

@@ -1,9 +1,12 @@
 #include "Service.h"
 
 #include <QCoreApplication>
+#include <QStringList>
 
 #include <cstdio>
 #include <thread>
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -15,12 +18,28 @@ void quitAtEndOfInput()
     QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
+// How long the first token lives, from "--token-lives N"; -1 for a command line that makes no sense.
+int tokenLives(const QStringList& arguments)
+{
+    bool isNumber = false;
+    const int lives = arguments.size() == 3 ? arguments.at(2).toInt(&isNumber) : -1;
+    return isNumber && arguments.at(1) == u"--token-lives"_s ? lives : -1;
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
     service::Service service;
+    if (argc > 1) {
+        const int lives = tokenLives(QCoreApplication::arguments());
+        if (lives < 0) {
+            std::fputs("Usage: orv-loopback-service [--token-lives REQUESTS]\n", stderr);
+            return 1;
+        }
+        service.setTokenLives(lives);
+    }
     const auto error = service.listen();
     if (error.hasError()) {
         std::fprintf(stderr, "orv-loopback-service: %s\n", qPrintable(error.errorMessage()));

@@ -1,0 +1,73 @@
+#include "DownloadTask.h"
+
+#include <AbstractAuthenticator.h>
+
+namespace downloads {
+
+using orv::HttpResponseStatusCode;
+
+DownloadTask::DownloadTask(const QString& url, const QString& filePath,
+                           orv::AbstractAuthenticator* authenticator)
+    : FileDownloadTask(url, filePath)
+{
+    setAuthenticator(authenticator);
+    setResponseHandler(HttpResponseStatusCode::Unauthorized, [this] { onUnauthorized(); });
+    connect(this, &DownloadTask::started, this, &DownloadTask::onStarted);
+}
+
+DownloadTask::Wait DownloadTask::wait() const
+{
+    if (!isPaused())
+        return Wait::None;
+    return m_needsLogin ? Wait::Login : Wait::Retry;
+}
+
+void DownloadTask::pause()
+{
+    orv::FileDownloadTask::pause();
+    Q_EMIT waitChanged();
+}
+
+void DownloadTask::resume()
+{
+    m_needsLogin = false;
+    orv::FileDownloadTask::resume();
+    Q_EMIT waitChanged();
+}
+
+// Without a token the request goes out as it is: most files are for everybody, and asking for a login is the
+// server's business.
+void DownloadTask::onStarted()
+{
+    m_needsLogin = false;
+    m_sentToken.clear();
+    setRequiresAuthentication(!currentToken().isEmpty());
+}
+
+bool DownloadTask::doAuthenticateRequest(QNetworkRequest* request)
+{
+    m_sentToken = currentToken();
+    m_needsLogin = m_sentToken.isEmpty();
+    return orv::FileDownloadTask::doAuthenticateRequest(request);
+}
+
+void DownloadTask::onUnauthorized()
+{
+    const auto token = currentToken();
+    if (!token.isEmpty() && token != m_sentToken) {
+        // Another task has logged in while this request was on its way; nobody has to be asked again.
+        setIdle();
+        exec();
+        return;
+    }
+    setRequiresAuthentication(authenticator());
+    m_needsLogin = true;
+    handleUnauthorizedError();
+}
+
+QString DownloadTask::currentToken() const
+{
+    return authenticator() ? authenticator()->token() : QString();
+}
+
+} // namespace downloads

@@ -1,0 +1,29 @@
+#pragma once
+
+#include "ExitCode.h"
+
+#include <NetworkTask.h>
+
+#include <QString>
+
+namespace fetch {
+
+/// How a fetch ended, for the script that ran the program and for people.
+struct Outcome
+{
+    ExitCode code = ExitCode::Success;
+    QString message; ///< Empty after a success.
+};
+
+/// Puts the end of @p task into these terms.
+Outcome judge(const orv::NetworkTask& task);
+
+/// The HTTP status of the task's last reply, or 0.
+int statusOf(const orv::NetworkTask& task);
+
+inline bool isSuccess(int status)
+{
+    return status >= 200 && status < 300;
+}
+
+} // namespace fetch

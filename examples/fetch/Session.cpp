@@ -1,0 +1,76 @@
+#include "Session.h"
+
+#include "JsonLogin.h"
+
+#include <SslIgnorantNetworkAccessManager.h>
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace fetch {
+
+Session::Session(const Options& options, QObject* parent)
+    : QObject(parent)
+    , m_options(options)
+    , m_progress(m_options, m_fetchers)
+{
+    m_queue.setMaxRunningTasks(options.parallel);
+    m_queue.setIgnoreSslErrors(options.isInsecure);
+    if (options.login.isWanted())
+        prepareLogin();
+    for (const auto& url : options.urls) {
+        const auto& fetcher = m_fetchers.emplace_back(std::make_unique<Fetcher>(url, m_options));
+        connect(fetcher.get(), &Fetcher::finished, this,
+                [this, ended = fetcher.get()] { onFetched(*ended); });
+    }
+}
+
+// The queue leaves its manager to the application, but connections over TLS need the application to be
+// closed.
+Session::~Session()
+{
+    delete m_queue.networkAccessManager();
+}
+
+void Session::prepareLogin()
+{
+    const auto& login = m_options.login;
+    m_login = std::make_unique<JsonLogin>(
+        JsonLogin::Settings{login.url, login.credentials, login.token, m_options.timeout},
+        m_queue.networkAccessManager());
+    m_options.retryPolicy.applyTo(*m_login);
+    m_queue.setLogin(m_login.get());
+}
+
+void Session::start()
+{
+    m_progress.start();
+    for (const auto& fetcher : m_fetchers)
+        m_queue.append(fetcher->task());
+}
+
+void Session::cancel()
+{
+    for (const auto& fetcher : m_fetchers)
+        fetcher->cancel();
+    if (m_login)
+        m_login->cancel();
+}
+
+ExitCode Session::exitCode() const
+{
+    const auto failed = std::find_if(m_fetchers.begin(), m_fetchers.end(), [](const auto& fetcher) {
+        return fetcher->outcome().code != ExitCode::Success;
+    });
+    return failed == m_fetchers.end() ? ExitCode::Success : (*failed)->outcome().code;
+}
+
+void Session::onFetched(const Fetcher& fetcher)
+{
+    m_progress.onEnded(fetcher);
+    if (++m_endedCount == m_fetchers.size())
+        Q_EMIT finished();
+}
+
+} // namespace fetch
