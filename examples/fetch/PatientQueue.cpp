@@ -3,6 +3,7 @@
 #include <AbstractAuthenticator.h>
 #include <Task.h>
 
+#include <algorithm>
 #include <utility>
 
 namespace fetch {
@@ -27,12 +28,13 @@ void PatientQueue::exec(orv::Task* task)
 
 void PatientQueue::onLoginEnded()
 {
-    const auto held = std::exchange(m_held, {});
-    for (auto task = held.crbegin(); task != held.crend(); ++task) {
-        if (!*task || (*task)->queue() != this)
+    auto held = std::exchange(m_held, {});
+    std::reverse(held.begin(), held.end()); // each is put before those already there
+    for (const auto& task : std::as_const(held)) {
+        if (!task || task->queue() != this)
             continue;
-        removeTask(*task);
-        addTask(*task, EnqueueMode::Front);
+        removeTask(task);
+        addTask(task, EnqueueMode::Front);
     }
 }
 

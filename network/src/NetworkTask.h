@@ -35,9 +35,10 @@ class SslIgnorantNetworkAccessManager;
 ///
 /// exec() starts it from the event loop, alone or through a NetworkQueue. A reply with the status 200 or 201
 /// ends the task with success; every other status and every transport failure becomes an Error whose details
-/// hold a number, see HttpResponseStatusCodesUtils.h. What passes (time-outs, 408, 429, 503 and the like) is
-/// retried after a growing delay; a missing or refused token makes the task wait for its authenticator.
-/// Handlers for single statuses and two error policies change this for one task.
+/// hold a number, see HttpResponseStatusCodesUtils.h. What passes (time-outs, 408, 429, 503 and the like, and
+/// a 200 or 201 whose content was cut off) is retried after a growing delay; a missing or refused token makes
+/// the task wait for its authenticator. Handlers for single statuses and two error policies change this for
+/// one task.
 /// @code
 /// auto* task = new NetworkTask(url, NetworkTask::Priority::Normal, this);
 /// connect(task, &NetworkTask::finished, this, [this, task] {

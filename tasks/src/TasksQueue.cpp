@@ -117,8 +117,6 @@ void TasksQueue::Private::dispatch()
         if (!self)
             return;
     }
-    if (pendingCount > 0 && usedSlots < maxRunningTasks)
-        schedule();
     if (emptiedIsDue && q->isEmpty()) {
         emptiedIsDue = false;
         Q_EMIT q->emptied();

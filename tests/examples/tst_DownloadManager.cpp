@@ -1,6 +1,5 @@
 #include "LoginDialog.h"
 #include "MainWindow.h"
-#include "RateMeter.h"
 
 #include <LoopbackServer.h>
 
@@ -25,7 +24,6 @@ using downloads::DownloadItem;
 using downloads::DownloadModel;
 using downloads::LoginDialog;
 using downloads::MainWindow;
-using downloads::RateMeter;
 using orv::LoopbackReply;
 using orv::LoopbackRequest;
 using orv::LoopbackServer;
@@ -87,7 +85,6 @@ private Q_SLOTS:
     void init();
     void cleanup();
 
-    void averagesTheRateOverTwoSeconds();
     void bringsEachDownloadToItsFile();
     void logsInOnceForAllTasksAndAtTheirServerOnly();
     void failsWithAClearTextWhenTheLoginIsCancelled();
@@ -96,7 +93,6 @@ private Q_SLOTS:
     void beginsAgainAfterAPause();
     void keepsToTheLimitAndGoesOnWhenARunningRowIsRemoved();
     void trustsCertificatesAndKeepsTokensOnlyAsLongAsTold();
-    void takesWebAddressesUnderFreeNames();
     void endsCleanlyWithDownloadsInFlight_data();
     void endsCleanlyWithDownloadsInFlight();
 
@@ -163,23 +159,6 @@ void tst_DownloadManager::trigger(const QString& action, int row)
 {
     m_window->findChild<QTableView*>()->selectRow(row);
     m_window->findChild<QAction*>(action)->trigger();
-}
-
-void tst_DownloadManager::averagesTheRateOverTwoSeconds()
-{
-    RateMeter rate;
-    QCOMPARE(rate.bytesPerSecond(5s), 0);
-    rate.start(10s);
-    QCOMPARE(rate.bytesPerSecond(10s), 0);
-    for (int i = 1; i <= 40; ++i)
-        rate.add(10s + i * 100ms, i * qint64(1000));
-    QCOMPARE(rate.bytesPerSecond(14s), 10'000);
-    rate.add(15s, 40'000);
-    QCOMPARE(rate.bytesPerSecond(15s), 5'000);
-    QCOMPARE(rate.bytesPerSecond(20s), 0);
-    rate.start(30s);
-    rate.add(31s, 500);
-    QCOMPARE(rate.bytesPerSecond(31s), 500);
 }
 
 void tst_DownloadManager::bringsEachDownloadToItsFile()
@@ -364,28 +343,6 @@ void tst_DownloadManager::trustsCertificatesAndKeepsTokensOnlyAsLongAsTold()
     addByKeyboard({server.url(u"/b"_s)});
     QTRY_COMPARE(state(1), State::WaitingForLogin);
     QVERIFY(!server.requests(u"/b"_s).constFirst().hasField("Authorization"));
-}
-
-void tst_DownloadManager::takesWebAddressesUnderFreeNames()
-{
-    QVERIFY(QFile(path(u"a.tar.gz"_s)).open(QIODevice::WriteOnly));
-    m_server->setHandler([](const LoopbackRequest& request) { return LoopbackReply(200, request.target); });
-    addByKeyboard({u"ftp://127.0.0.1/x"_s, u"/etc/passwd"_s, m_server->url(u"/a.tar.gz?1"_s),
-                   m_server->url(u"/a.tar.gz?2"_s), m_server->url(u"/"_s),
-                   m_server->url(u"/x/..%2F..%2Fy"_s)});
-    QCOMPARE(model().rowCount(), 4);
-    QVERIFY(m_window->statusBar()->currentMessage().contains(u"ftp://127.0.0.1/x /etc/passwd"));
-    QTRY_COMPARE(model().totals().done, 4);
-    QCOMPARE(files().size(), 5);
-    QCOMPARE(readFile(path(u"a.tar.gz"_s)), QByteArray());
-    QCOMPARE(readFile(path(u"a.tar (2).gz"_s)), QByteArray("/a.tar.gz?1"));
-    QCOMPARE(readFile(path(u"a.tar (3).gz"_s)), QByteArray("/a.tar.gz?2"));
-    QCOMPARE(readFile(path(u"download"_s)), QByteArray("/"));
-
-    m_window->setDirectory(path(u"missing"_s));
-    addByKeyboard({m_server->url(u"/b"_s)});
-    QCOMPARE(model().rowCount(), 4);
-    QVERIFY(!m_window->findChild<QLineEdit*>(u"urls"_s)->text().isEmpty());
 }
 
 void tst_DownloadManager::endsCleanlyWithDownloadsInFlight_data()

@@ -3,7 +3,6 @@
 #include <LoopbackServer.h>
 
 #include <QDir>
-#include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
@@ -87,8 +86,6 @@ private Q_SLOTS:
     void fetchesEveryUrlWhateverFailsAmongThem();
     void staysWithinItsParallelism_data();
     void staysWithinItsParallelism();
-    void retriesAsItsPolicySays_data();
-    void retriesAsItsPolicySays();
     void logsInOnceForEachExpiry_data();
     void logsInOnceForEachExpiry();
     void takesALateRefusalForWhatItIs();
@@ -98,8 +95,6 @@ private Q_SLOTS:
     void givesUpWhenThereIsNoTokenToBeHad();
     void keepsSecretsOutOfItsMessages();
     void savesUnderTheNamesInTheUrls();
-    void refusesNamesThatLeadElsewhere_data();
-    void refusesNamesThatLeadElsewhere();
     void leavesFilesAloneWhenAFetchFails_data();
     void leavesFilesAloneWhenAFetchFails();
     void leavesTheFilesOfOthersAlone();
@@ -198,47 +193,6 @@ void tst_FetchQueue::staysWithinItsParallelism()
     QCOMPARE(fetch.run(), 0);
     QCOMPARE(files().size(), 12);
     QCOMPARE(m_server->connectionCount(), parallel);
-}
-
-void tst_FetchQueue::retriesAsItsPolicySays_data()
-{
-    QTest::addColumn<QStringList>("options");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<int>("requests");
-    QTest::addColumn<int>("seconds"); // that pass at least
-
-    QTest::newRow("no retry") << QStringList{} << 4 << 1 << 0;
-    QTest::newRow("too few") << QStringList{u"--retries=1"_s, u"--max-delay=0"_s} << 4 << 2 << 0;
-    QTest::newRow("no delay") << QStringList{u"--retries=9"_s, u"--delay-policy"_s, u"none"_s} << 0 << 3 << 0;
-    QTest::newRow("maximum") << QStringList{u"--retries=2"_s, u"--max-delay=1"_s} << 0 << 3 << 2;
-    QTest::newRow("linear") << QStringList{u"--retries=2"_s, u"--delay-policy=linear"_s,
-                                           u"--delay-factor=1"_s}
-                            << 0 << 3 << 3;
-}
-
-void tst_FetchQueue::retriesAsItsPolicySays()
-{
-    QFETCH(const QStringList, options);
-    QFETCH(const int, exitCode);
-    QFETCH(const int, requests);
-    QFETCH(const int, seconds);
-
-    m_server->addReply(u"/1"_s, LoopbackReply(503));
-    m_server->addReply(u"/1"_s, LoopbackReply(429));
-    m_server->addReply(u"/1"_s, LoopbackReply(200, "one"));
-    QElapsedTimer clock;
-    clock.start();
-    FetchProcess fetch(options + urls(1));
-    QCOMPARE(fetch.run(), exitCode);
-    // Qt's timers may be early by a twentieth.
-    QVERIFY2(clock.elapsed() >= seconds * 900LL, QByteArray::number(clock.elapsed()).constData());
-    QCOMPARE(requestCount(u"/1"_s), requests);
-    QCOMPARE(files().size(), exitCode == 0 ? 1 : 0);
-
-    // However long delays may be, the first attempt does not wait.
-    m_server->addReply(u"/2"_s, LoopbackReply(200));
-    FetchProcess first({u"--retries=1"_s, u"--max-delay=1000"_s, m_server->url(u"/2"_s)});
-    QCOMPARE(first.run(), 0);
 }
 
 void tst_FetchQueue::logsInOnceForEachExpiry_data()
@@ -410,35 +364,6 @@ void tst_FetchQueue::savesUnderTheNamesInTheUrls()
         QCOMPARE(readFile(path(u"a b.txt"_s)), QByteArray("/x/a b.txt"));
         QVERIFY(QFile::remove(path(u"café"_s)));
     }
-}
-
-void tst_FetchQueue::refusesNamesThatLeadElsewhere_data()
-{
-    QTest::addColumn<QString>("name");
-
-    QTest::newRow("none") << u"/"_s;
-    QTest::newRow("parent") << u"/%2E%2E"_s;
-    QTest::newRow("in the parent") << u"/..%5Cevil"_s;
-    QTest::newRow("drive") << u"/C:%5Cevil"_s;
-    QTest::newRow("NUL") << u"/good%00evil"_s;
-}
-
-void tst_FetchQueue::refusesNamesThatLeadElsewhere()
-{
-    QFETCH(const QString, name);
-
-    m_server->setHandler([](const LoopbackRequest&) { return LoopbackReply(200, "evil"); });
-    QVERIFY(QDir(m_directory->path()).mkdir(u"in"_s));
-    for (const auto& options : {QStringList{}, QStringList{u"--stream"_s}, QStringList{u"-i"_s}}) {
-        FetchProcess fetch(
-            options + QStringList{u"-o"_s, path(u"in"_s), m_server->url(name), m_server->url(u"/good"_s)});
-        QCOMPARE(fetch.run(), 2);
-        QVERIFY2(fetch.messages().contains("names no file"), fetch.messages().constData());
-        QCOMPARE(files(), QStringList());
-        QCOMPARE(QDir(path(u"in"_s)).entryList(QDir::Files | QDir::Hidden), QStringList{u"good"_s});
-    }
-    QCOMPARE(requestCount(u"/good"_s), 3);
-    QCOMPARE(m_server->requests().size(), 3);
 }
 
 void tst_FetchQueue::leavesFilesAloneWhenAFetchFails_data()

@@ -202,8 +202,6 @@ public:
     LogCatcher(const LogCatcher&) = delete;
     LogCatcher& operator=(const LogCatcher&) = delete;
 
-    bool contains(const QString& text) { return !lines.filter(text).isEmpty(); }
-
     QStringList lines;
 
 private:
