@@ -14,9 +14,9 @@ namespace orv {
 /// The content is kept in memory until the task ends well and then saved at once: whatever goes wrong, a file
 /// that was there before stays as it was, and nothing half-written is ever visible.
 ///
-/// The destination is a file or an existing directory. In a directory the file is named after the last
-/// segment of the URL's path, percent-decoded, and of nothing else: neither the query nor anything that the
-/// server sends. That name comes from outside, so none is taken from it that could lead elsewhere or cannot
+/// The destination is a file or an existing directory. In a directory the file is named after what follows
+/// the last slash of the URL's percent-decoded path, and after nothing else: neither the query nor anything
+/// that the server sends. That name comes from outside, so none is used that could lead elsewhere or cannot
 /// be a file's on some system: one of dots and blanks alone, with a separator or a control character, the
 /// name of a device on Windows, or longer than 255 bytes.
 /// @code

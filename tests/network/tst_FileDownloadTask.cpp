@@ -3,6 +3,8 @@
 #include <FileDownloadTask.h>
 
 #include <QDir>
+#include <QProcess>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QTimer>
 
@@ -213,22 +215,42 @@ private Q_SLOTS:
         QVERIFY(filesIn(m_out).isEmpty());
     }
 
-    void reportsFilesThatCannotBeWritten()
+    void reportsDisksThatCannotBeWritten_data()
     {
-        // A directory that cannot hold new files, for root too.
-        auto task = makeTask(QStringLiteral("/version"), QStringLiteral("/proc/version"));
-        if (QFile::exists(QStringLiteral("/proc/version"))) {
-            QVERIFY(run(*task));
-            QCOMPARE(task->error().errorCode(), ErrorCode::FileAccess);
-            QCOMPARE(task->error().errorMessage(), QStringLiteral("Could not open destination file"));
-        }
-        if (QFile::exists(QStringLiteral("/dev/full"))) {
-            task = makeTask(QStringLiteral("/x"), QStringLiteral("/dev/full"));
-            QVERIFY(run(*task));
-            QVERIFY(task->hasError()); // not a regular file, so no name is left
-            QCOMPARE(task->error().errorMessage(),
-                     QStringLiteral("Could not determine destination filename"));
-        }
+        QTest::addColumn<QString>("options");
+        QTest::addColumn<int>("errorCode");
+        QTest::addColumn<QString>("message");
+        QTest::newRow("full") << QStringLiteral("remount,size=64k") << int(ErrorCode::General)
+                              << QStringLiteral("Could not write downloaded file");
+        QTest::newRow("read-only") << QStringLiteral("remount,ro") << int(ErrorCode::FileAccess)
+                                   << QStringLiteral("Could not open destination file");
+    }
+
+    void reportsDisksThatCannotBeWritten()
+    {
+        QFETCH(QString, options);
+        QFETCH(int, errorCode);
+        const auto disk = m_home->filePath(QStringLiteral("disk"));
+        QVERIFY(QDir(m_home->path()).mkdir(QStringLiteral("disk")));
+        const auto mount = [&](const QString& how) {
+            const QStringList arguments{QStringLiteral("-t"),    QStringLiteral("tmpfs"),
+                                        QStringLiteral("-o"),    how,
+                                        QStringLiteral("tmpfs"), disk};
+            return QProcess::execute(QStringLiteral("mount"), arguments) == 0;
+        };
+        if (!mount(QStringLiteral("size=64k")))
+            QSKIP("a disk of its own needs root");
+        const auto unmount = qScopeGuard([&] { QProcess::execute(QStringLiteral("umount"), {disk}); });
+        write(disk + QStringLiteral("/file"), "old");
+        QVERIFY(mount(options));
+
+        m_server->addReply(QStringLiteral("/file"), LoopbackReply(200, QByteArray(100000, 'x')));
+        const auto task = makeTask(QStringLiteral("/file"), disk);
+        QVERIFY(run(*task));
+        QCOMPARE(static_cast<int>(task->error().errorCode()), errorCode);
+        QTEST(task->error().errorMessage(), "message");
+        QCOMPARE(filesIn(disk), QStringList{QStringLiteral("file")});
+        QCOMPARE(contentOf(disk + QStringLiteral("/file")), QByteArrayLiteral("old"));
     }
 
 private:
