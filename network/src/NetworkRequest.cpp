@@ -1,5 +1,7 @@
 #include "NetworkRequest.h"
 
+#include "NetworkRequest_p.h"
+
 #include <QDebug>
 #include <QRegularExpression>
 
@@ -79,21 +81,27 @@ void NetworkRequest::setMaskingRegularExpression(const QRegularExpression& expre
     setMaskingRegularExpressions({expression});
 }
 
-QDebug operator<<(QDebug debug, NetworkRequest::Method method)
+const char* methodName(NetworkRequest::Method method)
 {
     switch (method) {
     case NetworkRequest::Method::Head:
-        return debug.nospace() << "Method::Head";
+        return "Method::Head";
     case NetworkRequest::Method::Get:
-        return debug.nospace() << "Method::Get";
+        return "Method::Get";
     case NetworkRequest::Method::Post:
-        return debug.nospace() << "Method::Post";
+        return "Method::Post";
     case NetworkRequest::Method::Put:
-        return debug.nospace() << "Method::Put";
+        return "Method::Put";
     case NetworkRequest::Method::Delete:
-        return debug.nospace() << "Method::Delete";
+        return "Method::Delete";
     }
-    return debug;
+    return "";
+}
+
+QDebug operator<<(QDebug debug, NetworkRequest::Method method)
+{
+    const auto* name = methodName(method);
+    return *name ? debug.nospace() << name : debug;
 }
 
 QDebug operator<<(QDebug debug, const NetworkRequest& request)

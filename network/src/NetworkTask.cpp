@@ -32,7 +32,6 @@ NetworkTask::Private::Private(NetworkTask* task)
 
 NetworkTask::Private::~Private()
 {
-    QObject::disconnect(managerConnection);
     disposeReply(reply);
     delete timer;
 }

@@ -208,7 +208,6 @@ void NetworkTask::Private::processNetworkReply()
 {
     timer->disconnect(this);
     timer->stop();
-    QObject::disconnect(managerConnection);
     if (!q->setNetworkTaskStatusFromReply()) {
         const QPointer<Private> guard(this);
         const auto serial = phaseSerial;

@@ -10,6 +10,7 @@ namespace orv {
 void NetworkTask::resetNetworkConnection()
 {
     d->awaitedCompletion = 0;
+    QObject::disconnect(d->managerConnection);
     if (d->networkConnection) {
         QObject::disconnect(*d->networkConnection);
         d->networkConnection.reset();

@@ -1,4 +1,5 @@
 #include "NetworkLog_p.h"
+#include "NetworkRequest_p.h"
 #include "NetworkTask_p.h"
 
 #include <Settings.h>
@@ -13,23 +14,6 @@
 namespace orv {
 
 namespace {
-
-QLatin1String methodName(NetworkRequest::Method method)
-{
-    switch (method) {
-    case NetworkRequest::Method::Head:
-        return QLatin1String("Method::Head");
-    case NetworkRequest::Method::Get:
-        return QLatin1String("Method::Get");
-    case NetworkRequest::Method::Post:
-        return QLatin1String("Method::Post");
-    case NetworkRequest::Method::Put:
-        return QLatin1String("Method::Put");
-    case NetworkRequest::Method::Delete:
-        return QLatin1String("Method::Delete");
-    }
-    return {};
-}
 
 // Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove
 // the field, and an empty User-Agent would be replaced by Qt's own; white space is an empty value too (RFC
@@ -194,8 +178,7 @@ void NetworkTask::Private::executeRequest(QNetworkRequest networkRequest)
     QNetworkReply* newReply = dispatch(manager, networkRequest, content);
     q->setNetworkReply(newReply);
     replyContent = content;
-    managerConnection = connect(manager, &QObject::destroyed, this, &Private::onTransportLost);
-    awaitCompletion();
+    awaitCompletion(manager);
 }
 
 QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* manager,
@@ -237,12 +220,13 @@ QNetworkReply* NetworkTask::Private::dispatchContent(SslIgnorantNetworkAccessMan
 
 // The completion comes through the event loop, and one that is on its way stays so after a disconnect: it is
 // only judged if it is the one that is awaited when it arrives.
-void NetworkTask::Private::awaitCompletion()
+void NetworkTask::Private::awaitCompletion(SslIgnorantNetworkAccessManager* manager)
 {
     const auto completion = ++lastCompletion;
     q->setNetworkConnection(connect(
         reply, &QNetworkReply::finished, this, [this, completion] { onReplyFinished(completion); },
         Qt::QueuedConnection));
+    managerConnection = connect(manager, &QObject::destroyed, this, &Private::onTransportLost);
     awaitedCompletion = completion;
     enterPhase(Phase::Exchange);
     connect(q, &ErrorCancelable::canceled, this, &Private::onCanceled, Qt::UniqueConnection);

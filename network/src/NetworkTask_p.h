@@ -44,7 +44,7 @@ public:
                             QHttpMultiPart* content);
     QNetworkReply* dispatchContent(SslIgnorantNetworkAccessManager* manager, QNetworkRequest& networkRequest,
                                    QHttpMultiPart* content);
-    void awaitCompletion();
+    void awaitCompletion(SslIgnorantNetworkAccessManager* manager);
     void startTimer();
     void restartTimer();
 
