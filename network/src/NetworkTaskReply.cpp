@@ -387,7 +387,8 @@ void NetworkTask::applyResponseErrorPolicy(const Error& error)
 void NetworkTask::Private::onTimeout()
 {
     timer->disconnect(this);
-    if (!q->isRunning())
+    const bool isCompletionOnItsWay = awaitedCompletion && reply && reply->isFinished();
+    if (!q->isRunning() || isCompletionOnItsWay)
         return;
     qCWarning(networkLog) << "Network timeout in task" << q->name() << request;
     q->clearNetworkState();
@@ -431,11 +432,11 @@ Error NetworkTask::doFinish()
     return Task::doFinish();
 }
 
-// Nothing may follow the end of a task: neither a signal of its reply nor a time-out.
+// Nothing may follow the end of a task: neither a signal of its reply, nor a completion that is on its way,
+// nor a time-out.
 void NetworkTask::finalize()
 {
-    d->timer->stop();
-    QObject::disconnect(d->managerConnection);
+    resetNetworkConnection();
     if (d->reply)
         d->reply->disconnect();
     Task::finalize();

@@ -3,6 +3,7 @@
 
 #include <TasksQueue.h>
 
+#include <QCoreApplication>
 #include <QDebug>
 
 namespace orv {
@@ -33,7 +34,8 @@ bool NetworkTask::retry()
 // deleted the task while it was told about one.
 bool NetworkTask::Private::retry()
 {
-    if (!q->canRetry()) {
+    // Managers go with the application object, and there is no event loop after it.
+    if (!q->canRetry() || q->isFinished() || QCoreApplication::closingDown()) {
         qCDebug(networkLog) << "Can't retry task" << q->name();
         return false;
     }

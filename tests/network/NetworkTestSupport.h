@@ -7,14 +7,35 @@
 #include <SslIgnorantNetworkAccessManager.h>
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
+#include <QEventLoop>
 #include <QLoggingCategory>
 #include <QMetaMethod>
 #include <QPointer>
 #include <QTest>
+#include <QTimer>
 
 #include <functional>
 
 // What the tests of this room share.
+
+/// Runs the event loop until @p condition holds; false when that takes too long. QTest::qWaitFor() sleeps for
+/// 10 ms after each turn of the loop, and an exchange takes many turns.
+template <typename Condition>
+bool runUntil(Condition condition, std::chrono::milliseconds limit = std::chrono::seconds(20))
+{
+    QEventLoop loop;
+    QTimer poll;
+    const QDeadlineTimer deadline(limit);
+    QObject::connect(&poll, &QTimer::timeout, &loop, [&] {
+        if (condition() || deadline.hasExpired())
+            loop.quit();
+    });
+    poll.start(1);
+    if (!condition())
+        loop.exec();
+    return condition();
+}
 
 /// The signals and slots that a class itself declares, in order.
 inline QStringList methodsOf(const QMetaObject& metaObject)
@@ -162,7 +183,7 @@ public:
     bool run()
     {
         exec();
-        return QTest::qWaitFor([this] { return isFinished(); }, 20000);
+        return runUntil([this] { return isFinished(); });
     }
 
     QString log() const { return events.join(QLatin1Char(' ')); }

@@ -1,0 +1,404 @@
+#include "NetworkTestSupport.h"
+
+#include <FileDownloadTask.h>
+#include <NetworkQueue.h>
+
+#include <QDir>
+#include <QProcess>
+#include <QScopeGuard>
+#include <QSignalSpy>
+#include <QSslCertificate>
+#include <QSslConfiguration>
+#include <QTemporaryDir>
+#include <QThread>
+#include <QTimer>
+
+#include <memory>
+
+using namespace orv;
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int FAILURE = -1; ///< Some error.
+constexpr int VERDICT = -2; ///< Anything, as long as it comes in time.
+constexpr int TIMEOUT = 2408;
+
+const QByteArray CONTENT(1000, 'x');
+
+QByteArray head(const QByteArray& fields)
+{
+    return "HTTP/1.1 200 OK\r\n" + fields + "\r\n\r\n";
+}
+
+QByteArray deflated(const QByteArray& bytes)
+{
+    return qCompress(bytes).mid(4); // without the length that Qt puts first
+}
+
+bool isVerdict(int number, int expected)
+{
+    return expected == VERDICT || number == expected || (expected == FAILURE && number != 0);
+}
+
+// An application that quits while its tasks are in each phase, half of them its children.
+int quitWithTasksInFlight(int& argc, char** argv)
+{
+    QCoreApplication application(argc, argv);
+    LoopbackServer server;
+    server.addReply(QStringLiteral("/"), LoopbackReply(200, CONTENT).dripped(100, 20ms));
+    server.addReply(QStringLiteral("/silent"), LoopbackReply::silence());
+    server.addReply(QStringLiteral("/busy"), LoopbackReply(503));
+    server.addReply(QStringLiteral("/login"), LoopbackReply(401));
+    if (server.listen().hasError())
+        return 1;
+    TestAuthenticator authenticator;
+    authenticator.currentToken = QStringLiteral("old");
+    NetworkQueue queue;
+    queue.setMaxRunningTasks(6);
+    std::vector<std::unique_ptr<TestTask>> tasks;
+    for (const auto* path : {"/", "/silent", "/busy", "/login", "/"}) {
+        const auto url = server.url(QLatin1String(path));
+        tasks.push_back(std::make_unique<TestTask>(url));
+        auto* child = new TestTask(url);
+        child->setParent(&application);
+        for (auto* task : {tasks.back().get(), child}) {
+            task->setAuthenticator(&authenticator);
+            task->change([&](NetworkRequest& request) { request.streaming = tasks.size() % 2; });
+            tasks.size() > 3 ? task->exec() : queue.append(task);
+        }
+    }
+    QTimer::singleShot(70, &application, &QCoreApplication::quit);
+    return QCoreApplication::exec();
+}
+
+} // namespace
+
+/// What servers and networks do wrong: each task ends once, with the right verdict, and nothing follows.
+class tst_Faults : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_server = std::make_unique<LoopbackServer>();
+        QVERIFY(!m_server->listen().hasError());
+    }
+
+    void judgesEachReplyOnce_data()
+    {
+        QTest::addColumn<LoopbackReply>("reply");
+        QTest::addColumn<int>("number");
+        const auto row = [](const char* name, const LoopbackReply& reply, int number) {
+            QTest::newRow(name) << reply << number;
+        };
+        const auto raw = [&](const char* name, const QByteArray& bytes, int number) {
+            row(name, LoopbackReply::raw(bytes), number);
+        };
+        const LoopbackReply whole(200, CONTENT);
+        const auto good = head("Content-Length: 1000") + CONTENT;
+        raw("good", good, 0);
+
+        raw("closed at once", {}, 2000);
+        row("reset at once", LoopbackReply(whole).resetAfter(0), 2000);
+        row("closed in the status", LoopbackReply(whole).cutAfter(10), 2000);
+        row("reset in the status", LoopbackReply(whole).resetAfter(10), 2000);
+        row("closed in the head", LoopbackReply(whole).cutAfter(30), 2000);
+        row("reset in the head", LoopbackReply(whole).resetAfter(30), 2000);
+        row("closed in the content", LoopbackReply(whole).cutAfter(500), 3002);
+        row("closed late in the content", LoopbackReply(whole).cutAfter(500).dripped(100, 5ms), 3002);
+        row("reset in the content", LoopbackReply(whole).resetAfter(500).dripped(100, 5ms), 3002);
+        row("404 closed in the content", LoopbackReply(404, CONTENT).cutAfter(500).dripped(100, 5ms), 2404);
+
+        row("no answer", LoopbackReply::silence(), TIMEOUT);
+        row("stalled in the head", LoopbackReply(whole).dripped(20, 1h), TIMEOUT);
+        row("stalled in the content", LoopbackReply(200, "x").withField("Content-Length", "9"), TIMEOUT);
+        row("stalled in a chunk", LoopbackReply(whole).chunked(100).dripped(300, 1h), TIMEOUT);
+        row("a trickle", LoopbackReply(whole).dripped(300, 120ms), 0);
+
+        raw("more than announced", head("Content-Length: 1000") + CONTENT + "surplus", 0);
+        raw("two lengths", head("Content-Length: 1000\r\nContent-Length: 7") + CONTENT, VERDICT);
+        raw("negative length", head("Content-Length: -7") + CONTENT, VERDICT);
+        raw("length beyond any", head("Content-Length: 99999999999999999999") + CONTENT, VERDICT);
+        raw("huge length", head("Content-Length: 9223372036854775807") + CONTENT, FAILURE);
+        raw("length and chunks",
+            head("Content-Length: 7\r\nTransfer-Encoding: chunked") + "3e8\r\n" + CONTENT + "\r\n0\r\n\r\n",
+            0);
+
+        raw("garbage", "\x01\x02garbage\r\n\r\n", 2000);
+        raw("HTTP/0.9", "<html>hello</html>", 2000);
+        raw("status without a number", "HTTP/1.1 OK\r\n\r\n", FAILURE);
+        raw("field without a colon", head("nonsense") + CONTENT, VERDICT);
+        raw("1 MB of head", head("X: " + QByteArray(1024 * 1024, 'x') + "\r\nContent-Length: 0"), TIMEOUT);
+        raw("20,000 fields", head(QByteArray("X: y\r\n").repeated(20000) + "Content-Length: 0"), VERDICT);
+
+        raw("100", "HTTP/1.1 100 Continue\r\n\r\n" + good, 0);
+        raw("100 twice", QByteArray("HTTP/1.1 100 Continue\r\n\r\n").repeated(2) + good, VERDICT);
+        raw("101 unasked", "HTTP/1.1 101 Switching Protocols\r\nUpgrade: x\r\n\r\n", 2101);
+        raw("103", "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\n" + good, 2103);
+        row("204 with a length", LoopbackReply(204).withField("Content-Length", "9"), 2204);
+        row("304 with a length", LoopbackReply(304).withField("Content-Length", "9"), 2304);
+
+        const auto encoded = [](const QByteArray& coding, const QByteArray& bytes) {
+            return LoopbackReply(200, bytes).withField("Content-Encoding", coding);
+        };
+        row("deflated", encoded("deflate", deflated(CONTENT)), 0);
+        row("not deflated at all", encoded("deflate", CONTENT), 3299);
+        row("not gzip at all", encoded("gzip", CONTENT), 3299);
+        row("bomb", encoded("deflate", deflated(QByteArray(64 * 1024 * 1024, '\0'))), 3299);
+    }
+
+    // Collected, streamed, and saved to a file where another is.
+    void judgesEachReplyOnce()
+    {
+        QFETCH(LoopbackReply, reply);
+        QFETCH(int, number);
+        m_server->addReply(QStringLiteral("/file"), reply);
+        const auto url = m_server->url(QStringLiteral("/file"));
+        const QTemporaryDir home;
+        QFile old(home.filePath(QStringLiteral("file")));
+        QVERIFY(old.open(QIODevice::WriteOnly) && old.write("old") == 3);
+        old.close();
+        TestTask collected(url);
+        TestTask streamed(url);
+        streamed.change([](NetworkRequest& request) { request.streaming = true; });
+        FileDownloadTask download(url, home.path());
+        QVERIFY(endAs(number, {&collected, &streamed, &download}));
+        if (number == 0) {
+            QCOMPARE(collected.data(), CONTENT);
+            QCOMPARE(streamed.data(), CONTENT);
+        }
+        QCOMPARE(collected.log(), QStringLiteral("started finished"));
+        QCOMPARE(QDir(home.path()).entryList(QDir::Files | QDir::Hidden),
+                 QStringList{QStringLiteral("file")});
+        QVERIFY(old.open(QIODevice::ReadOnly));
+        QCOMPARE(old.readAll() == "old", download.hasError());
+
+        // The next exchange is not harmed by what this one left behind.
+        m_server->addReply(QStringLiteral("/next"), LoopbackReply(200, "next"));
+        TestTask next(m_server->url(QStringLiteral("/next")));
+        QVERIFY(next.run());
+        QCOMPARE(next.data(), QByteArrayLiteral("next"));
+    }
+
+    void readsTheSameWhereverAReplyIsSplit()
+    {
+        const auto reply = LoopbackReply::raw(head("Transfer-Encoding: chunked\r\nX-Field: y") +
+                                              "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n");
+        std::vector<std::unique_ptr<TestTask>> tasks;
+        for (int offset = 1; offset < 105; ++offset) {
+            const auto path = QStringLiteral("/%1").arg(offset);
+            m_server->addReply(path, LoopbackReply(reply).splitAt(offset));
+            tasks.push_back(std::make_unique<TestTask>(m_server->url(path)));
+            tasks.back()->exec();
+        }
+        for (const auto& task : tasks) {
+            QTRY_VERIFY(task->isFinished());
+            QVERIFY2(!task->hasError(), qPrintable(task->request().url));
+            QCOMPARE(task->data(), QByteArrayLiteral("hello world"));
+        }
+    }
+
+    void tellsNothingToPeersThatItCannotTrust_data()
+    {
+        QTest::addColumn<LoopbackServer::Transport>("transport");
+        QTest::addColumn<QString>("origin");
+        QTest::addColumn<QString>("peer");
+        QTest::addColumn<bool>("isTrusted");
+        const auto tls = LoopbackServer::Transport::Tls;
+        const auto https = QStringLiteral("https://127.0.0.1");
+        const auto http = QStringLiteral("http://127.0.0.1");
+        QTest::newRow("self-signed") << tls << https << QString() << false;
+        QTest::newRow("wrong host") << tls << https << QStringLiteral("other.example") << true;
+        QTest::newRow("TLS to plain") << LoopbackServer::Transport::Plain << https << QString() << true;
+        QTest::newRow("plain to TLS") << tls << http << QString() << true;
+    }
+
+    void tellsNothingToPeersThatItCannotTrust()
+    {
+        QFETCH(LoopbackServer::Transport, transport);
+        QFETCH(QString, origin);
+        QFETCH(QString, peer);
+        QFETCH(bool, isTrusted);
+        const auto usual = QSslConfiguration::defaultConfiguration();
+        const auto restore = qScopeGuard([&] { QSslConfiguration::setDefaultConfiguration(usual); });
+        auto trusting = usual;
+        trusting.addCaCertificate(LoopbackServer::certificate());
+        QSslConfiguration::setDefaultConfiguration(isTrusted ? trusting : usual);
+        LoopbackServer server(transport);
+        QVERIFY(!server.listen().hasError());
+        class Call : public TestTask
+        {
+        public:
+            using TestTask::TestTask;
+            bool doAuthenticateRequest(QNetworkRequest* request) override
+            {
+                request->setPeerVerifyName(peer);
+                return true;
+            }
+            QString peer;
+        } task(QStringLiteral("%1:%2/").arg(origin).arg(server.port()), NetworkRequest::Method::Post);
+        TestAuthenticator authenticator;
+        task.setAuthenticator(&authenticator);
+        task.peer = peer;
+        SslIgnorantNetworkAccessManager manager;
+        task.setNetworkAccessManager(&manager);
+        QVERIFY(endAs(2000, {&task}));
+        QCOMPARE(task.httpResponseStatusCodeNumber(), 0);
+        QCOMPARE(task.networkResponseError() == QNetworkReply::SslHandshakeFailedError,
+                 origin.startsWith(QLatin1String("https")));
+        QVERIFY(server.requests().isEmpty());
+    }
+
+    void failsWithoutAPeer_data()
+    {
+        QTest::addColumn<QString>("url");
+        QTest::addColumn<QNetworkReply::NetworkError>("networkError");
+        QTest::newRow("nobody listens") << m_server->url() << QNetworkReply::ConnectionRefusedError;
+        QTest::newRow("no such name")
+            << QStringLiteral("http://none.invalid/") << QNetworkReply::HostNotFoundError;
+    }
+
+    void failsWithoutAPeer()
+    {
+        QFETCH(QString, url);
+        m_server->close();
+        TestTask task(url);
+        QVERIFY(task.run());
+        QCOMPARE(task.error().errorDetails().toInt(), 2000);
+        QTEST(task.networkResponseError(), "networkError");
+        QCOMPARE(task.log(), QStringLiteral("started finished")); // not among the errors that pass
+    }
+
+    // Waiting is no inactivity: not for a slot, not for a login, not for the delay before an attempt.
+    void doesNotTimeOutWhileItWaits()
+    {
+        TestAuthenticator authenticator;
+        authenticator.duringLogin = [&] {
+            QTimer::singleShot(300ms, &authenticator, [&] { authenticator.succeed("token"); });
+        };
+        m_server->addReply(QStringLiteral("/long"), LoopbackReply(200).delayed(300ms));
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(503));
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200));
+        NetworkQueue queue;
+        TestTask before(m_server->url(QStringLiteral("/long")));
+        TestTask task(m_server->url());
+        task.setAuthenticator(&authenticator);
+        task.setTimeout(150ms);
+        queue.append(&before);
+        queue.append(&task);
+        QTRY_VERIFY(task.isFinished());
+        QVERIFY2(!task.hasError(), qPrintable(task.error().errorMessage()));
+        QCOMPARE(task.retriesCount(), 1); // for the 503, a second later
+    }
+
+    // The server has a thread of its own and goes on while this one is blocked for longer than the time-out.
+    void doesNotBlameThePeerForABlockedEventLoop_data()
+    {
+        QTest::addColumn<LoopbackReply>("reply");
+        QTest::addColumn<bool>("isBlockedAtTheEnd");
+        const LoopbackReply whole(200, CONTENT);
+        QTest::newRow("complete") << whole << false;
+        QTest::newRow("empty") << LoopbackReply(200) << false;
+        QTest::newRow("under way") << LoopbackReply(whole).dripped(150, 20ms) << false;
+        QTest::newRow("blocked when it completes") << whole << true;
+    }
+
+    void doesNotBlameThePeerForABlockedEventLoop()
+    {
+        QFETCH(LoopbackReply, reply);
+        QFETCH(bool, isBlockedAtTheEnd);
+        QThread thread;
+        auto* server = new LoopbackServer;
+        server->addReply(QStringLiteral("/"), reply);
+        server->moveToThread(&thread);
+        connect(&thread, &QThread::finished, server, &QObject::deleteLater);
+        const auto stop = qScopeGuard([&] {
+            thread.quit();
+            thread.wait();
+        });
+        thread.start();
+        QMetaObject::invokeMethod(
+            server, [=] { server->listen(); }, Qt::BlockingQueuedConnection);
+        for (int i = 0; i < 3; ++i) {
+            TestTask task(server->url());
+            task.setMaxRetriesCount(0);
+            task.setTimeout(80ms);
+            task.exec();
+            QTRY_VERIFY(task.networkReply());
+            if (isBlockedAtTheEnd)
+                connect(task.networkReply(), &QNetworkReply::finished, [] { QThread::msleep(100); });
+            else
+                QTimer::singleShot(1, &task, [] { QThread::msleep(150); });
+            QTRY_VERIFY(task.isFinished());
+            QVERIFY2(!task.hasError(), qPrintable(task.error().errorMessage()));
+        }
+    }
+
+    // The reply completes, and its time runs out before the event loop comes to say so: what was first holds.
+    void letsTheFirstOfTwoEndsWin()
+    {
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, CONTENT));
+        TestTask task(m_server->url());
+        task.exec();
+        QTRY_VERIFY(task.networkReply());
+        auto* timer = task.findChild<QTimer*>();
+        connect(task.networkReply(), &QNetworkReply::finished, this,
+                [=] { QMetaObject::invokeMethod(timer, "timeout"); });
+        QTRY_VERIFY(task.isFinished());
+        QCOMPARE(task.data(), CONTENT);
+        QCOMPARE(task.log(), QStringLiteral("started finished"));
+    }
+
+    void letsTheApplicationQuit()
+    {
+        QProcess process;
+        process.setProcessChannelMode(QProcess::MergedChannels);
+        process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("quit")});
+        QVERIFY(process.waitForFinished());
+        QCOMPARE(process.readAll(), QByteArray());
+        QCOMPARE(process.exitCode(), 0);
+    }
+
+private:
+    // Runs the tasks to their ends, and lets all that might follow happen.
+    bool endAs(int expected, const QList<NetworkTask*>& tasks)
+    {
+        int finished = 0;
+        int readyReads = 0;
+        for (auto* task : tasks) {
+            task->setMaxRetriesCount(0);
+            task->setTimeout(250ms);
+            connect(task, &Task::finished, task, [&] { ++finished; });
+            connect(task, &NetworkTask::readyRead, task, [&] { ++readyReads; });
+            task->exec();
+        }
+        for (auto* task : tasks) {
+            if (!runUntil([task] { return task->isFinished(); }, 5s))
+                return false;
+            const auto number = task->hasError() ? task->error().errorDetails().toInt() : 0;
+            if (!isVerdict(number, expected)) {
+                qWarning("%d: %s", number, qPrintable(task->error().errorMessage()));
+                return false;
+            }
+        }
+        readyReads = 0;
+        m_server->dropConnections();
+        QTest::qWait(5);
+        return finished == tasks.size() && readyReads == 0;
+    }
+
+    std::unique_ptr<LoopbackServer> m_server;
+};
+
+int main(int argc, char** argv)
+{
+    if (argc == 2 && qstrcmp(argv[1], "quit") == 0)
+        return quitWithTasksInFlight(argc, argv);
+    QCoreApplication application(argc, argv);
+    tst_Faults test;
+    return QTest::qExec(&test, argc, argv);
+}
+
+#include "tst_Faults.moc"
