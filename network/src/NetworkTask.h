@@ -186,7 +186,9 @@ public:
     QString networkResponseErrorMessage() const;
     void setNetworkResponseErrorMessage(const QString& message);
 
-    /// The current reply, or null. Owned by the task: never delete it.
+    /// The current reply, or null. Owned by the task: never delete it. In slots connected to the reply
+    /// itself, unlike in those of the task, Qt's rule holds: do not delete the task or replace the reply
+    /// there, but use deleteLater() or cancel().
     QNetworkReply* networkReply();
     const QNetworkReply* networkReply() const;
     /// Gives the task a reply of which it takes ownership, in place of the current one, which is deleted.

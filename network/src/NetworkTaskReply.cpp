@@ -53,6 +53,8 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
     }
     if (!reply)
         return;
+    if (!d->leaving)
+        d->leaving = std::make_shared<Private::Leaving>();
     connect(reply, &QNetworkReply::downloadProgress, d, [this](qint64 bytesReceived) {
         if (d->timer->isActive())
             d->timer->start();
@@ -82,13 +84,13 @@ void NetworkTask::Private::disposeReply(QNetworkReply* old)
         data.reset();
     if (old) {
         old->disconnect(this);
-        if (repliesOnStack > 0) {
+        if (leaving->callsOnStack > 0) {
             old->disconnect();
             old->setParent(nullptr);
             if (content)
                 content->setParent(old);
             abortUnlessFailed(old);
-            old->deleteLater();
+            leaving->replies.append(old);
             return;
         }
     }
@@ -414,6 +416,7 @@ void NetworkTask::Private::onTransportLost()
         return;
     timer->disconnect(this);
     q->resetNetworkConnection();
+    const ReplyOnStack mark(this); // who deletes a manager may do so in any signal
     q->setNetworkReply(nullptr);
     const auto text = NetworkTask::tr("Network error");
     q->setNetworkResponseError(QNetworkReply::UnknownNetworkError);

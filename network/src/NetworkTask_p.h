@@ -7,6 +7,9 @@
 #include <QHttpMultiPart>
 #include <QTimer>
 
+#include <memory>
+#include <utility>
+
 namespace orv {
 
 /// The state of a task and the steps of its road, in four rooms: sending (NetworkTaskSending.cpp), judging
@@ -108,28 +111,38 @@ public:
     quint64 phaseSerial = 0;
     quint64 lastCompletion = 0;    // counts the completions that were awaited
     quint64 awaitedCompletion = 0; // the one that may be judged; 0 for none
-    int repliesOnStack = 0;        // calls out of a reply's signals that have not returned
     QPointer<AbstractAuthenticator> subscribedTo;
 
-    /// Marks that a signal of the reply is on the stack: Qt goes on using the reply when it returns.
+    /// Replies that were given up inside one of their own signals. Qt goes on using them when the call
+    /// returns, however long it takes: an event loop may be running in it.
+    struct Leaving
+    {
+        int callsOnStack = 0;
+        QList<QNetworkReply*> replies;
+    };
+    std::shared_ptr<Leaving> leaving; // made with the first reply; calls on the stack may outlive the task
+
+    /// Marks that a signal of the reply is on the stack.
     class ReplyOnStack
     {
     public:
         explicit ReplyOnStack(Private* task)
-            : m_task(task)
+            : m_leaving(task->leaving)
         {
-            ++task->repliesOnStack;
+            ++m_leaving->callsOnStack;
         }
         ~ReplyOnStack()
         {
-            if (m_task)
-                --m_task->repliesOnStack;
+            if (--m_leaving->callsOnStack > 0)
+                return;
+            for (auto* reply : std::exchange(m_leaving->replies, {}))
+                reply->deleteLater();
         }
         ReplyOnStack(const ReplyOnStack&) = delete;
         ReplyOnStack& operator=(const ReplyOnStack&) = delete;
 
     private:
-        QPointer<Private> m_task;
+        std::shared_ptr<Leaving> m_leaving;
     };
 };
 

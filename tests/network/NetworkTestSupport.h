@@ -166,7 +166,8 @@ public:
     QString fullRelativePath(const QString& path) const override { return pathPrefix + path; }
     QHttpMultiPart* createMultiPart() const override
     {
-        return multiPartFactory ? multiPartFactory() : nullptr;
+        const auto factory = multiPartFactory; // may delete the task
+        return factory ? factory() : nullptr;
     }
     QString errorMessage() const override { return extraMessage; }
 

@@ -96,10 +96,15 @@ private Q_SLOTS:
         const QList<QByteArray> queueActions{"delete queue", "clear queue", "append again"};
         for (const bool isQueued : {false, true}) {
             for (const auto& place : isQueued ? ownPlaces + queuePlaces : ownPlaces) {
-                for (const auto& action : isQueued ? actions + queueActions : actions)
+                for (const auto& action : isQueued ? actions + queueActions : actions) {
+                    // In the reply's own signals Qt allows little.
+                    static const QList<QByteArray> harmless{"deleteLater", "cancel", "finish", "exec"};
+                    if (place.startsWith("reply ") && !harmless.contains(action))
+                        continue;
                     QTest::addRow("%s: %s%s", place.constData(), action.constData(),
                                   isQueued ? ", queued" : "")
                         << place << action << isQueued;
+                }
             }
         }
     }
