@@ -28,6 +28,7 @@ function(orv_install_library target)
     orv_install_pkgconfig(${target} DESCRIPTION ${arg_DESCRIPTION} LINK ${arg_LINK} LINK_PRIVATE ${arg_LINK_PRIVATE})
 endfunction()
 
+# orv_install_program(<target>): one of the tools, which finds the libraries wherever both are moved to.
 function(orv_install_program target)
     file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
     set_target_properties(${target} PROPERTIES
