@@ -21,43 +21,42 @@ function(orv_configure_target target)
         VISIBILITY_INLINES_HIDDEN ON)
 endfunction()
 
-# orv_add_library(<target> ALIAS <Name> SOURCES ... HEADERS ... [LINK ...] [LINK_PRIVATE ...])
+# orv_add_library(<target> ALIAS <Name> DESCRIPTION <text> SOURCES ... HEADERS ... [LINK ...] [LINK_PRIVATE ...])
 #
 # A shared library <target> with the alias Orv::<Name>. HEADERS are the public ones: they are installed, and are
 # included by their file name alone from the build tree and from an install alike.
 function(orv_add_library target)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS" "SOURCES;HEADERS;LINK;LINK_PRIVATE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "SOURCES;HEADERS;LINK;LINK_PRIVATE")
     add_library(${target} SHARED ${arg_SOURCES} ${arg_HEADERS})
     add_library(Orv::${arg_ALIAS} ALIAS ${target})
     orv_configure_target(${target})
     generate_export_header(${target})
     target_include_directories(${target} PUBLIC
         $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/src>
-        $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>
-        $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/orv_network>)
+        $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE ${arg_LINK_PRIVATE})
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${arg_ALIAS}
-        INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>" # the libraries are installed side by side
         VERSION ${PROJECT_VERSION}
-        SOVERSION ${PROJECT_VERSION_MAJOR})
-    set_property(GLOBAL APPEND PROPERTY ORV_LIBRARIES ${target})
+        SOVERSION ${ORV_ABI_VERSION})
     if(ORV_INSTALL)
-        install(TARGETS ${target} EXPORT OrvNetworkTargets
-            LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
-            RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-        install(FILES ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h
-            DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/orv_network)
+        orv_install_library(${target} ALIAS ${arg_ALIAS} DESCRIPTION ${arg_DESCRIPTION}
+            HEADERS ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h
+            LINK ${arg_LINK} LINK_PRIVATE ${arg_LINK_PRIVATE})
     endif()
 endfunction()
 
-# orv_add_program(<target> SOURCES ... LINK ...)
+# orv_add_program(<target> [INSTALLED] SOURCES ... LINK ...)
+#
+# With INSTALLED it is one of the tools that an install has.
 function(orv_add_program target)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "SOURCES;LINK")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "INSTALLED" "" "SOURCES;LINK")
     add_executable(${target} ${arg_SOURCES})
     orv_configure_target(${target})
     target_link_libraries(${target} PRIVATE ${arg_LINK})
+    if(arg_INSTALLED AND ORV_INSTALL)
+        orv_install_program(${target})
+    endif()
 endfunction()
 
 # orv_add_test(<name> LABEL <room> [TIMEOUT <seconds>] LINK ... [SOURCES ...])

@@ -4,6 +4,7 @@
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(cmake ninja-build g++ qt6-base-dev qcoro-qt6-dev)
+build_packages+=(dpkg-dev file pkg-config) # to make packages, and to use them
 
 say()
 {
