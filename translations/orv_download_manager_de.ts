@@ -35,19 +35,19 @@
     </message>
     <message>
         <source>Queued</source>
-        <translation>In der Warteschlange</translation>
+        <translation>Eingereiht</translation>
     </message>
     <message>
         <source>Downloading</source>
-        <translation>Wird heruntergeladen</translation>
+        <translation>Lädt</translation>
     </message>
     <message>
         <source>Waiting to retry</source>
-        <translation>Wartet auf neuen Versuch</translation>
+        <translation>Neuer Versuch</translation>
     </message>
     <message>
         <source>Waiting for login</source>
-        <translation>Wartet auf Anmeldung</translation>
+        <translation>Anmeldung nötig</translation>
     </message>
     <message>
         <source>Paused</source>
@@ -263,7 +263,7 @@
     </message>
     <message>
         <source>%1 active  ·  %2 queued  ·  %3 done  ·  %4 failed  ·  %5 received  ·  %6</source>
-        <translation>%1 aktiv  ·  %2 wartend  ·  %3 fertig  ·  %4 fehlgeschlagen  ·  %5 empfangen  ·  %6</translation>
+        <translation>%1 aktiv  ·  %2 eingereiht  ·  %3 fertig  ·  %4 fehlgeschlagen  ·  %5 empfangen  ·  %6</translation>
     </message>
 </context>
 </TS>

@@ -43,11 +43,11 @@
     </message>
     <message>
         <source>Waiting to retry</source>
-        <translation>En espera de reintento</translation>
+        <translation>Reintento</translation>
     </message>
     <message>
         <source>Waiting for login</source>
-        <translation>En espera de inicio de sesión</translation>
+        <translation>Requiere sesión</translation>
     </message>
     <message>
         <source>Paused</source>

@@ -35,19 +35,19 @@
     </message>
     <message>
         <source>Queued</source>
-        <translation>En file d’attente</translation>
+        <translation>En attente</translation>
     </message>
     <message>
         <source>Downloading</source>
-        <translation>Téléchargement en cours</translation>
+        <translation>Téléchargement</translation>
     </message>
     <message>
         <source>Waiting to retry</source>
-        <translation>En attente d’un nouvel essai</translation>
+        <translation>Nouvel essai</translation>
     </message>
     <message>
         <source>Waiting for login</source>
-        <translation>En attente de connexion</translation>
+        <translation>Connexion requise</translation>
     </message>
     <message>
         <source>Paused</source>
