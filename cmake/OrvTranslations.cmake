@@ -13,7 +13,7 @@ endif()
 # orv_add_translations(<target> NAME <name> FOLDERS <folder>...)
 #
 # Makes the translations of the texts in FOLDERS resources of <target>, :/<name>/translations/<name>_<language>.qm. The
-# target update-translations brings the catalogues up to date with the sources.
+# target update-translations, of this project alone, brings the catalogues up to date with the sources.
 function(orv_add_translations target)
     if(NOT TARGET Qt6::lrelease)
         return()
@@ -30,6 +30,9 @@ function(orv_add_translations target)
         BASE ${CMAKE_CURRENT_BINARY_DIR}
         FILES ${compiled})
 
+    if(NOT PROJECT_IS_TOP_LEVEL) # the other project may have targets of these names
+        return()
+    endif()
     list(TRANSFORM arg_FOLDERS PREPEND ${PROJECT_SOURCE_DIR}/)
     add_custom_target(update-translations-${arg_NAME}
         COMMAND Qt6::lupdate ${ORV_LUPDATE_OPTIONS} -no-obsolete ${arg_FOLDERS} -ts ${catalogues}
