@@ -3,8 +3,8 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
-build_packages=(cmake ninja-build g++ qt6-base-dev qcoro-qt6-dev)
-build_packages+=(dpkg-dev file pkg-config) # to make packages, and to use them
+build_packages=(cmake ninja-build g++ qt6-base-dev qt6-tools-dev qt6-l10n-tools qcoro-qt6-dev)
+packaging_packages=(dpkg-dev file pkg-config) # to make packages, and to use them
 
 say()
 {

@@ -1,0 +1,109 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="de_DE">
+<context>
+    <name>QObject</name>
+    <message>
+        <source>Your session timed-out. Please log in again.</source>
+        <translation>Ihre Sitzung ist abgelaufen. Bitte melden Sie sich erneut an.</translation>
+    </message>
+    <message>
+        <source>HTTP connection error: %1.</source>
+        <translation>HTTP-Verbindungsfehler: %1.</translation>
+    </message>
+    <message>
+        <source>Network connection error: %1.</source>
+        <translation>Netzwerkverbindungsfehler: %1.</translation>
+    </message>
+    <message>
+        <source>Unknown error</source>
+        <translation>Unbekannter Fehler</translation>
+    </message>
+</context>
+<context>
+    <name>orv::BaseTask</name>
+    <message>
+        <source>Canceled</source>
+        <translation>Abgebrochen</translation>
+    </message>
+</context>
+<context>
+    <name>orv::FileDownloadOutput</name>
+    <message>
+        <source>Cannot open file %1 for writing</source>
+        <translation>Die Datei %1 kann nicht zum Schreiben geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Error while writing to the file: </source>
+        <translation>Fehler beim Schreiben in die Datei: </translation>
+    </message>
+    <message>
+        <source>the file is not open</source>
+        <translation>die Datei ist nicht geöffnet</translation>
+    </message>
+</context>
+<context>
+    <name>orv::FileDownloadTask</name>
+    <message>
+        <source>Could not determine destination filename</source>
+        <translation>Der Name der Zieldatei konnte nicht ermittelt werden</translation>
+    </message>
+    <message>
+        <source>Could not open destination file</source>
+        <translation>Die Zieldatei konnte nicht geöffnet werden</translation>
+    </message>
+    <message>
+        <source>Could not write downloaded file</source>
+        <translation>Die heruntergeladene Datei konnte nicht geschrieben werden</translation>
+    </message>
+</context>
+<context>
+    <name>orv::LoopbackServer</name>
+    <message>
+        <source>The loopback server is listening already</source>
+        <translation>Der Loopback-Server nimmt bereits Verbindungen an</translation>
+    </message>
+    <message>
+        <source>Qt has no working TLS here</source>
+        <translation>Qt bietet auf diesem System kein funktionierendes TLS</translation>
+    </message>
+</context>
+<context>
+    <name>orv::MemoryDownloadOutput</name>
+    <message>
+        <source>Memory error</source>
+        <translation>Speicherfehler</translation>
+    </message>
+</context>
+<context>
+    <name>orv::NetworkTask</name>
+    <message>
+        <source>Authentication failed</source>
+        <translation>Anmeldung fehlgeschlagen</translation>
+    </message>
+    <message>
+        <source>Network error</source>
+        <translation>Netzwerkfehler</translation>
+    </message>
+    <message>
+        <source>Network timeout</source>
+        <translation>Zeitüberschreitung im Netzwerk</translation>
+    </message>
+    <message>
+        <source>A task &quot;%1&quot; failed, error message = &quot;%2&quot;.</source>
+        <translation>Die Aufgabe „%1“ ist fehlgeschlagen, Fehlermeldung: „%2“.</translation>
+    </message>
+    <message>
+        <source>Connection closed</source>
+        <translation>Verbindung geschlossen</translation>
+    </message>
+    <message>
+        <source>The header field &quot;%1&quot; holds a line break or a NUL character</source>
+        <translation>Das Header-Feld „%1“ enthält einen Zeilenumbruch oder ein NUL-Zeichen</translation>
+    </message>
+    <message>
+        <source>relative path must start with &apos;/&apos;</source>
+        <translation>der relative Pfad muss mit „/“ beginnen</translation>
+    </message>
+</context>
+</TS>
