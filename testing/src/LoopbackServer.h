@@ -23,8 +23,8 @@ namespace orv {
 /// server.addReply(QStringLiteral("/users"), LoopbackReply::json({{QStringLiteral("count"), 2}}));
 /// if (server.listen().hasError())
 ///     return;
-/// // ... send two requests to server.url(QStringLiteral("/users")), then see what came over the wire:
-/// const QByteArray token = server.requests().last().field("Authorization");
+/// send(server.url(QStringLiteral("/users"))); // and again, since the first answer is 503
+/// const QByteArray token = server.requests().constLast().field("Authorization");
 /// @endcode
 ///
 /// Connections are kept open between requests, and those that a client pipelines are answered in order: one
