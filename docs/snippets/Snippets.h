@@ -74,6 +74,8 @@ private Q_SLOTS:
     void errorNumbers();
     void errorBranches();
 
+    void threadOfItsOwn();
+
     void headerSnippets();
 
 private:
