@@ -4,6 +4,5 @@ s#\]\((\.\./)+[a-z]+/src/(HttpResponseStatusCodesUtils\.h)\)#](@ref \2)#g
 s#\]\((\.\./)+[a-z]+/src/NetworkConstants\.h\)#](@ref network)#g
 s#\]\((\.\./)+[a-z]+/src/Settings\.h\)#](@ref as)#g
 s#\]\((\.\./)+[a-z]+/src/([A-Za-z]+)\.h\)#](@ref orv::\2)#g
-s#\[([^]]*)\]\((\.\./)+[^)]*(README|CONTRIBUTING|CHANGELOG)\.md\)#\1#g
-s#(^|[^!])\[([^]]*)\]\((\.\./)+([^)]*/)?[^).]*\)#\1\2#g
-s#\[([^]]*)\]\([a-z/-]*\)#\1#g
+s#\[([^]]*)\]\(\.\./\.\./[^)]*\)#\1#g
+s#\[([^]]*)\]\(\.\./((README|CONTRIBUTING|CHANGELOG)\.md|(examples|benchmarks|tests|tools)\b[^)]*)\)#\1#g
