@@ -7,11 +7,15 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-QStringList lines;
+QStringList& lines()
+{
+    static QStringList lines;
+    return lines;
+}
 
 void collect(QtMsgType /*type*/, const QMessageLogContext& /*context*/, const QString& text)
 {
-    lines.append(text);
+    lines().append(text);
 }
 
 orv::NetworkRequest loginRecord(const QString& url)
@@ -51,8 +55,8 @@ void Snippets::secretsAreMasked()
     QLoggingCategory::setFilterRules({});
     qInstallMessageHandler(previous);
     QVERIFY(isGood);
-    QVERIFY(lines.join(u'\n').contains(u"******"_s));
-    QVERIFY(!lines.join(u'\n').contains(u"secret"_s));
+    QVERIFY(lines().join(u'\n').contains(u"******"_s));
+    QVERIFY(!lines().join(u'\n').contains(u"secret"_s));
     QCOMPARE(m_server->requests().constFirst().content, request.postData);
 
     //! [nothing]

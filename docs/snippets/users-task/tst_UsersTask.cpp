@@ -26,7 +26,7 @@ public:
 protected:
     orv::Error doFinish() override
     {
-        const orv::Error error = NetworkTask::doFinish();
+        auto error = NetworkTask::doFinish();
         if (error.hasError() || httpResponseStatusCode() == orv::HttpResponseStatusCode::NotFound)
             return error;
         const auto document = QJsonDocument::fromJson(data());
