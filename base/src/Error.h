@@ -24,10 +24,10 @@ namespace orv {
 /// Error save(const QString& path)
 /// {
 ///     QFile file(path);
-///     if (!file.open(QIODevice::WriteOnly))
-///         return Error(ErrorCode::FileAccess, tr("Cannot open %1").arg(path)).ecatch(Q_FUNC_INFO, __FILE__,
-///         __LINE__);
-///     return Error(ErrorCode::None);
+///     if (file.open(QIODevice::WriteOnly))
+///         return Error(ErrorCode::None);
+///     return Error(ErrorCode::FileAccess, QObject::tr("Cannot open %1").arg(path))
+///         .ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
 /// }
 /// @endcode
 ///
@@ -65,12 +65,14 @@ public:
 
     /// True unless the code is ErrorCode::None.
     bool hasError() const { return m_code != ErrorCode::None; }
+    /// The kind of the error; ErrorCode::None for success.
     ErrorCode errorCode() const { return m_code; }
     /// The text for the user; may be empty.
     QString errorMessage() const { return m_message; }
     /// What the program may want to know. Network errors hold one int here, see
     /// HttpResponseStatusCodesUtils.h.
     QVariant errorDetails() const { return m_details; }
+    /// Replaces the details. Returns this error, so that calls can be chained, as the next three do.
     Error& setErrorDetails(const QVariant& details);
 
     /// Appends to the error's own warnings.

@@ -19,6 +19,7 @@ class ORV_BASE_EXPORT ErrorCancelable : public QObject, public Cancelable
     Q_OBJECT
 
 public:
+    /// Neither cancelled nor in error.
     explicit ErrorCancelable(QObject* parent = nullptr);
     ~ErrorCancelable() override;
 

@@ -46,6 +46,7 @@ class Result : public Warnings
     static_assert(!std::is_same_v<std::remove_cv_t<T>, Error>, "an Error says it all without a Result");
 
 public:
+    /// The type of the value.
     using ValueType = T;
 
     /// A result that holds a value made from @p value, without warnings.
@@ -65,6 +66,7 @@ public:
     {
     }
 
+    /// Copies what @p other holds.
     Result(const Result& other) requires std::copy_constructible<T> : Warnings(other),
                                                                       m_hasValue(other.m_hasValue)
     {
@@ -74,6 +76,7 @@ public:
             std::construct_at(std::addressof(m_error), other.m_error);
     }
 
+    /// Moves what @p other holds. It goes on holding a value, or an error, that has been moved from.
     Result(Result&& other) noexcept(
         std::is_nothrow_move_constructible_v<T>) requires std::move_constructible<T>
         : m_hasValue(other.m_hasValue)
@@ -86,6 +89,7 @@ public:
             std::move(other)); // last, so that a throwing move of the value leaves all as it was
     }
 
+    /// Copies what @p other holds in place of what this one held.
     Result& operator=(const Result& other) requires(std::copy_constructible<T>&& std::is_copy_assignable_v<T>)
     {
         if (this == std::addressof(other))
@@ -101,6 +105,7 @@ public:
         return *this;
     }
 
+    /// Moves what @p other holds in place of what this one held.
     Result& operator=(Result&& other) noexcept(
         std::is_nothrow_move_constructible_v<T>&& std::is_nothrow_move_assignable_v<
             T>) requires(std::move_constructible<T>&& std::is_move_assignable_v<T>)
@@ -119,8 +124,11 @@ public:
 
     ~Result() override { destroyHeld(); }
 
+    /// Whether there is a value. Warnings have no say in it.
     bool hasValue() const { return m_hasValue; }
+    /// Whether there is an error instead of a value.
     bool hasError() const { return !m_hasValue; }
+    /// hasValue().
     explicit operator bool() const { return m_hasValue; }
 
     /// The value. Taking it from a failed result ends the program, so ask hasValue() first.
@@ -141,7 +149,9 @@ public:
 
     /// Appends a warning; a held error gets it too, as with the four edits below.
     void addWarning(const QString& warning) { addWarningInternal(warning); }
+    /// Appends all of @p warnings.
     void addWarnings(const QList<QString>& warnings) { addWarningsInternal(warnings); }
+    /// Drops all warnings.
     void clearWarnings() { clearWarningsInternal(); }
     using Warnings::resetWarning;
     using Warnings::resetWarnings;

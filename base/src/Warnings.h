@@ -33,10 +33,15 @@ public:
     void resetWarnings(const QList<QString>& warnings);
 
 protected:
+    /// Appends one warning. All edits come through this hook and the four below.
     virtual void addWarningInternal(const QString& warning);
+    /// Appends all of @p warnings.
     virtual void addWarningsInternal(const QList<QString>& warnings);
+    /// Drops all warnings.
     virtual void clearWarningsInternal();
+    /// Replaces the whole list by @p warning.
     virtual void resetWarningInternal(const QString& warning);
+    /// Replaces the whole list by @p warnings.
     virtual void resetWarningsInternal(const QList<QString>& warnings);
 
 private:

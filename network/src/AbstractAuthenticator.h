@@ -63,9 +63,11 @@ public:
         TemporaryFailure = 6,   ///< It may pass: tasks ask for another login while canRetry() allows one.
     };
 
+    /// Idle, and without an error.
     explicit AbstractAuthenticator(QObject* parent = nullptr);
     ~AbstractAuthenticator() override;
 
+    /// Where the current or last login stands.
     State state() const;
     /// The error of the last login, as the derived class set it.
     orv::Error authenticationError() const;
@@ -86,16 +88,20 @@ protected:
     /// login before it returns.
     virtual bool authenticate() = 0;
 
+    /// Sets the state, and tells nobody.
     void setState(const State& state);
+    /// Sets authenticationError(), and tells nobody. Tasks that wait end with it when error() follows.
     void setError(const orv::Error& error);
 
 Q_SIGNALS:
-    /// A login has started; emitted after the state is set.
+    /// A login has started. Once for each, after the state is set. Deleting the sender is safe.
     void authenticating();
-    /// A token is there. Emitted by derived classes; resets the count of retries. Deleting the sender is
-    /// safe.
+    /// A token is there. Emitted by derived classes, once for each login that succeeds and after setState();
+    /// resets the count of retries. The tasks that wait go on inside the emit. Deleting the sender is safe.
     void authenticated();
-    /// A login failed. Emitted by derived classes after setError(). Deleting the sender is safe.
+    /// A login failed. Emitted by derived classes, once for each login that fails and after setError() and
+    /// setState(). The tasks that wait end, or ask for another login, inside the emit. Deleting the sender is
+    /// safe.
     void error(orv::AbstractAuthenticator::Error err);
 
 private:

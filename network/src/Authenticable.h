@@ -9,12 +9,13 @@ namespace orv {
 class AbstractAuthenticator;
 
 /// A mix-in for objects that refer to an authenticator. It never owns it, and reads null once it is
-/// destroyed.
+/// destroyed. Copies refer to the same authenticator.
 ///
 /// The destructor is public and not virtual: never delete an object through an Authenticable pointer.
 class ORV_NETWORK_EXPORT Authenticable
 {
 public:
+    /// Without an authenticator.
     Authenticable();
     Authenticable(const Authenticable& other);
     Authenticable& operator=(const Authenticable& other);

@@ -13,7 +13,7 @@
 
 namespace orv {
 
-/// A sink for the bytes of a download, fed piece by piece.
+/// A sink for the bytes of a download, fed piece by piece, here by a task whose request streams:
 ///
 /// @code
 /// connect(task, &NetworkTask::readyRead, task, [task, output] {
@@ -34,7 +34,8 @@ public:
     DownloadOutput& operator=(const DownloadOutput&) = default;
     virtual ~DownloadOutput();
 
-    /// Appends @p data.
+    /// Appends @p data. Says whether all of it was written; which codes an error may have is for the output
+    /// to say.
     virtual Error writeNewData(const QByteArray& data) = 0;
     /// Discards what was written so far.
     virtual void clear() = 0;
@@ -53,6 +54,7 @@ class ORV_NETWORK_EXPORT FileDownloadOutput : public DownloadOutput
     Q_DECLARE_TR_FUNCTIONS(orv::FileDownloadOutput)
 
 public:
+    /// Without a file, until open().
     FileDownloadOutput();
     FileDownloadOutput(const FileDownloadOutput&) = delete;
     FileDownloadOutput& operator=(const FileDownloadOutput&) = delete;
@@ -73,7 +75,7 @@ public:
     Error writeNewData(const QByteArray& data) override;
     /// Truncates the open file to 0 bytes. A file that has been closed stays as it is.
     void clear() override;
-    /// Size of the file as written so far.
+    /// Size of the file as written so far, in bytes.
     qint64 size() override;
     /// close().
     void finalize() override;
@@ -88,6 +90,7 @@ class ORV_NETWORK_EXPORT MemoryDownloadOutput : public DownloadOutput
     Q_DECLARE_TR_FUNCTIONS(orv::MemoryDownloadOutput)
 
 public:
+    /// Empty.
     MemoryDownloadOutput();
     MemoryDownloadOutput(const MemoryDownloadOutput& other);
     MemoryDownloadOutput(MemoryDownloadOutput&& other) noexcept;
@@ -105,6 +108,7 @@ public:
     Error writeNewData(const QByteArray& data) override;
     /// Empties the buffer and keeps its allocation.
     void clear() override;
+    /// Number of bytes collected.
     qint64 size() override;
 
 private:

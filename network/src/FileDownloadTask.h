@@ -20,9 +20,8 @@ namespace orv {
 /// be a file's on some system: one of dots and blanks alone, with a separator or a control character, the
 /// name of a device on Windows, or longer than 255 bytes.
 /// @code
-/// auto* task = new FileDownloadTask(url,
-/// QStandardPaths::writableLocation(QStandardPaths::DownloadLocation)); connect(task, &NetworkTask::finished,
-/// this, [this, task] {
+/// auto* task = new FileDownloadTask(url, directory);
+/// connect(task, &NetworkTask::finished, this, [this, task] {
 ///     showResult(task->hasError() ? task->error().errorMessage() : task->destinationFilePath());
 ///     task->deleteLater();
 /// });

@@ -1,5 +1,8 @@
 #pragma once
 
+/// @file
+/// HTTP statuses, error numbers, and the functions that turn the one into the other.
+
 #include "orv_network_export.h"
 
 #include <Error.h>
@@ -17,24 +20,25 @@ Q_NAMESPACE_EXPORT(ORV_NETWORK_EXPORT)
 /// An HTTP status code (RFC 9110, section 15). Variables of this type also carry statuses without a name
 /// here, such as 204 or 503.
 enum class HttpResponseStatusCode : int {
-    Unknown = 0, ///< No status, as with a pure transport failure.
-    OK = 200,
-    Created = 201,
-    TemporaryRedirect = 307,
-    BadRequest = 400,
-    Unauthorized = 401,
-    Forbidden = 403,
-    NotFound = 404,
-    RequestTimeout = 408,
-    Locked = 423,
-    TooManyRequests = 429,
-    LoginTimeout = 440,
-    InternalServerError = 500,
+    Unknown = 0,               ///< No status, as with a pure transport failure.
+    OK = 200,                  ///< Success.
+    Created = 201,             ///< Success, and a resource was made.
+    TemporaryRedirect = 307,   ///< To be asked again elsewhere with the same method; not followed.
+    BadRequest = 400,          ///< An error under the response error policy.
+    Unauthorized = 401,        ///< A login is needed: the task waits for its authenticator.
+    Forbidden = 403,           ///< An error.
+    NotFound = 404,            ///< An error under the response error policy.
+    RequestTimeout = 408,      ///< Retried. Also set when a task itself times out.
+    Locked = 423,              ///< An error (RFC 4918, section 11.3).
+    TooManyRequests = 429,     ///< Retried (RFC 6585, section 4).
+    LoginTimeout = 440,        ///< The login session has ended; in no RFC.
+    InternalServerError = 500, ///< An error.
 };
 Q_ENUM_NS(HttpResponseStatusCode)
 
 } // namespace ORV_QEnumsHttpResponseStatusCodesUtils
 
+/// The enumeration under the name that programs use.
 using HttpResponseStatusCode = ORV_QEnumsHttpResponseStatusCodesUtils::HttpResponseStatusCode;
 
 /// The numbers in the details of every Error that stands for a network outcome: one int, an HTTP status or a
@@ -74,8 +78,7 @@ ORV_NETWORK_EXPORT Error networkError(HttpResponseStatusCode code, const QString
 /// names the status.
 ORV_NETWORK_EXPORT Error forcedNetworkError(HttpResponseStatusCode code, const QString& message);
 /// Success for NoError, otherwise an error of code ErrorCode::Network with networkErrorCode() in the details.
-/// An empty
-/// @p message is replaced by a text that names the transport error.
+/// An empty @p message is replaced by a text that names the transport error.
 ORV_NETWORK_EXPORT Error networkError(QNetworkReply::NetworkError error, const QString& message);
 /// ErrorCode::General, "Unknown error", with UNKNOWN_ERROR_CODE in the details.
 ORV_NETWORK_EXPORT Error networkUnknownError();

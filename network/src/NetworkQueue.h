@@ -33,12 +33,14 @@ class ORV_NETWORK_EXPORT NetworkQueue : public TasksQueue
     Q_OBJECT
 
 public:
+    /// An empty queue with an access manager of its own, which verifies certificates. Priorities are 0 to 2.
     explicit NetworkQueue(QObject* parent = nullptr);
     ~NetworkQueue() override;
 
     /// The authenticator for tasks that are added, or null when none was set or it has been destroyed.
     AbstractAuthenticator* authenticator() const;
-    /// Tasks already added keep what they were given.
+    /// Sets the authenticator for tasks that are added from now on; null, the initial value, leaves them
+    /// their own. Tasks already added keep what they were given. Not owned; forgotten when it is destroyed.
     void setAuthenticator(AbstractAuthenticator* authenticator);
 
     /// The queue's access manager, or null if it has been destroyed.
@@ -49,7 +51,7 @@ public:
 
     /// The User-Agent for tasks that are added; "OrvLabs" by default.
     QByteArray userAgent() const;
-    /// Tasks already added keep what they were given.
+    /// Sets it for tasks that are added from now on; tasks already added keep what they were given.
     void setUserAgent(const QByteArray& userAgent);
 
 protected:

@@ -20,7 +20,7 @@ namespace orv {
 /// NetworkRequest request(url, NetworkRequest::jsonContentType, NetworkRequest::Method::Post);
 /// request.postDataContentType = NetworkRequest::jsonContentType;
 /// request.postData = R"({"user":"ann","password":"secret"})";
-/// request.setMaskingRegularExpression(QRegularExpression(R"(("password":")[^"]*("))"));
+/// request.setMaskingRegularExpression(QRegularExpression(uR"(("password":")[^"]*("))"_s));
 /// @endcode
 ///
 /// A value type: distinct records may be used on distinct threads.
@@ -35,6 +35,7 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     static const QByteArray htmlContentType;        ///< "text/html"
     static const QByteArray defaultContentType;     ///< The same as jsonContentType.
 
+    /// A GET without a URL.
     NetworkRequest();
     /// Mind the middle argument: it is what the client accepts, not the type of the content it sends.
     NetworkRequest(const QString& url, const QByteArray& acceptedContentTypes, Method method);
@@ -47,6 +48,7 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     /// Compares url, acceptedContentTypes, postDataContentType and method. Requests that differ only in
     /// content or header fields are equal.
     bool operator==(const NetworkRequest& other) const;
+    /// The opposite of operator==().
     bool operator!=(const NetworkRequest& other) const;
 
     /// The content as it may be written to a log: what the masking function makes of postData, or postData
@@ -63,15 +65,18 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     void setMaskingRegularExpression(const QRegularExpression& expression);
 
     QString url; ///< The absolute URL.
-    /// Header fields by name. They are set after Accept and User-Agent and win over them.
+    /// Header fields by name. They are set after Accept and User-Agent and win over them, and before
+    /// Authorization, which wins over them. A name or value with CR, LF or NUL ends the task with
+    /// ErrorCode::InvalidArgument before anything is sent.
     QMap<QByteArray, QByteArray> rawHeaders;
     QByteArray postDataContentType;  ///< Content-Type of what is sent.
     QByteArray postData;             ///< Content to send with Post or Put.
     QByteArray acceptedContentTypes; ///< Value of Accept; no such field when empty.
-    Method method = Method::Get;
+    Method method = Method::Get;     ///< What is asked of the server.
     /// Whether the task takes the reply's content as it arrives; otherwise it stays with the reply until it
     /// is read.
     bool streaming = false;
+    /// What setMaskingFunction() and its like have set; empty when nothing is masked.
     std::function<QByteArray(QByteArray)> maskingFunction;
 };
 

@@ -72,16 +72,20 @@ public:
     Q_ENUM(ErrorPolicy)
 
     /// How early a queue runs a task.
-    enum Priority { Low = 0, Normal = 1, High = 2 };
+    enum Priority {
+        Low = 0,    ///< After all others; retried tasks come here too.
+        Normal = 1, ///< In between.
+        High = 2,   ///< Before all others.
+    };
 
     /// What prepareRequest() makes a request from.
     struct PrepareRequestParams
     {
-        QUrl baseUrl;
+        QUrl baseUrl;         ///< The server: scheme, host and port, and user information if any.
         QString relativePath; ///< Path, query and fragment; must start with '/'.
-        NetworkRequest::Method method = NetworkRequest::Method::Get;
-        QByteArray body; ///< JSON to send.
-        bool streaming = false;
+        NetworkRequest::Method method = NetworkRequest::Method::Get; ///< What is asked of the server.
+        QByteArray body;                                             ///< JSON to send; none when empty.
+        bool streaming = false;                                      ///< NetworkRequest::streaming.
     };
 
     /// An idle task without a request.
@@ -95,7 +99,9 @@ public:
 
     // The request. What is set after exec() counts from the next attempt on.
 
+    /// What the task asks for.
     NetworkRequest request() const;
+    /// Replaces all of it.
     void setRequest(const NetworkRequest& request);
     /// Sets these four fields and leaves header fields, content and masking as they are.
     void setRequest(const QString& url, const QByteArray& acceptedContentTypes, NetworkRequest::Method method,
@@ -105,32 +111,43 @@ public:
     /// application setting "Network/Timeout" (ms) overrides it. 0 times out in the next turn of the event
     /// loop, a negative value never. A value that does not fit into 32 bits is cut to them.
     std::chrono::milliseconds timeout() const;
+    /// Counts from the next attempt on.
     void setTimeout(const std::chrono::milliseconds& timeout);
+    /// The same.
     void setTimeout(int milliseconds);
 
     /// The User-Agent: the one set, even an empty one, else defaultUserAgent().
     QByteArray userAgent() const;
+    /// Sets it; an empty one is sent empty.
     void setUserAgent(const QByteArray& userAgent);
+    /// Whether one has been set, by the program or by a NetworkQueue.
     bool hasOverriddenUserAgent() const;
     /// "OrvLabs".
     static QByteArray defaultUserAgent();
 
     /// Attributes for every request of the task, set last: they may replace the redirect policy.
     QHash<QNetworkRequest::Attribute, QVariant> requestAttributes() const;
+    /// Replaces all of them.
     void setRequestAttributes(const QHash<QNetworkRequest::Attribute, QVariant>& attributes);
+    /// Adds one, in place of one for the same @p attribute.
     void setRequestAttribute(QNetworkRequest::Attribute attribute, const QVariant& value);
 
     /// The access manager to send through, null for defaultNetworkAccessManager(). Not owned. Null again once
     /// it is destroyed; an exchange that it carried has then failed.
     SslIgnorantNetworkAccessManager* networkAccessManager() const;
+    /// Sets it, to be used from the next attempt on. It must live on the task's thread.
     void setNetworkAccessManager(SslIgnorantNetworkAccessManager* manager);
-    /// The manager of the process, made on the first call as a child of the application object.
+    /// The manager of the process, made on the first call, on the thread of that call, as a child of the
+    /// application object. Null once that is gone: a task without another manager then sends nothing and
+    /// stays running.
     static SslIgnorantNetworkAccessManager* defaultNetworkAccessManager();
 
     // Login.
 
     /// Whether requests must carry a token. Setting an authenticator turns it on.
     bool requiresAuthentication() const;
+    /// Turns it on or off. Turned on without an authenticator, the task ends with
+    /// ErrorCode::AuthenticationFailed when it comes to send.
     void setRequiresAuthentication(bool required);
     /// Sets where the token comes from. A task that waits for another authenticator goes on with this one;
     /// null leaves requiresAuthentication() as it is, so such a task ends with
@@ -141,23 +158,31 @@ public:
 
     /// What becomes of transport failures and unhandled statuses; FinishWithError by default.
     ErrorPolicy replyErrorPolicy() const;
+    /// Counts for errors from now on.
     void setReplyErrorPolicy(ErrorPolicy policy);
     /// What becomes of 400, 404 and failed logins; FinishWithError by default.
     ErrorPolicy responseErrorPolicy() const;
+    /// Counts for errors from now on.
     void setResponseErrorPolicy(ErrorPolicy policy);
     /// Ends the task, or not, as @p policy says.
     void applyErrorPolicy(ErrorPolicy policy, Error error);
+    /// applyErrorPolicy() with replyErrorPolicy().
     void applyReplyErrorPolicy(const Error& error);
+    /// applyErrorPolicy() with responseErrorPolicy().
     void applyResponseErrorPolicy(const Error& error);
 
-    /// Sets what is done about a status, in place of everything the task would do, finishing included.
-    /// Calling an empty handler throws std::bad_function_call.
+    /// Sets what is done about a status, in place of everything the task would do, finishing included: the
+    /// handler must see to it that the task ends. It is called once for each attempt that ends with that
+    /// status, and may delete the task. Calling an empty handler throws std::bad_function_call.
     void setResponseHandler(HttpResponseStatusCode code, std::function<void()> handler);
+    /// The same for several statuses.
     void setResponseHandler(const QList<HttpResponseStatusCode>& codes, std::function<void()> handler);
 
-    /// Adds to the transport errors that are retried: at first time-outs (of the proxy too), temporary and
-    /// unknown network failures, and an unavailable service (503).
+    /// Adds to the transport errors that are retried: at first TimeoutError, ProxyTimeoutError,
+    /// TemporaryNetworkFailureError, UnknownNetworkError and ServiceUnavailableError (503). Looked at where
+    /// no status decides.
     void registerRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
+    /// Takes transport errors away from those that are retried.
     void unregisterRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
 
     // The reply.
@@ -165,7 +190,9 @@ public:
     /// The content received so far; the whole of it once the reply is complete. While a task does not stream,
     /// the content stays with the reply until it is complete. Kept until clearData() or the next attempt.
     QByteArray data() const;
+    /// Replaces data(), for a task that makes something else of it.
     void setData(QByteArray data);
+    /// Drops data(). What the reply still holds is not dropped and may come after it.
     void clearData();
     /// Drops the first @p count bytes of data() without copying the rest. Returns how many are left, or -1,
     /// and changes nothing, when there are none or fewer than @p count, or when @p count is negative.
@@ -177,19 +204,25 @@ public:
     HttpResponseStatusCode httpResponseStatusCode() const;
     /// Sets the number as well.
     void setHttpResponseStatusCode(HttpResponseStatusCode code);
+    /// The same as a number; 0 until a reply has been judged, and where there is no status.
     int httpResponseStatusCodeNumber() const;
     /// Sets the number alone.
     void setHttpResponseStatusCodeNumber(int number);
-    /// The transport error of the last reply, and its text.
+    /// The transport error of the last reply. Qt reports error statuses as transport errors too, 404 as
+    /// ContentNotFoundError for one.
     QNetworkReply::NetworkError networkResponseError() const;
+    /// Sets it, for subclasses that judge replies themselves.
     void setNetworkResponseError(QNetworkReply::NetworkError error);
+    /// The text of networkResponseError(); empty where there is none.
     QString networkResponseErrorMessage() const;
+    /// Sets it, for subclasses that judge replies themselves.
     void setNetworkResponseErrorMessage(const QString& message);
 
     /// The current reply, or null. Owned by the task: never delete it. In slots connected to the reply
     /// itself, unlike in those of the task, Qt's rule holds: do not delete the task or replace the reply
     /// there, but use deleteLater() or cancel().
     QNetworkReply* networkReply();
+    /// The same.
     const QNetworkReply* networkReply() const;
     /// Gives the task a reply of which it takes ownership, in place of the current one, which is deleted.
     void setNetworkReply(QNetworkReply* reply);
@@ -208,10 +241,12 @@ public:
     virtual QString errorMessage() const;
 
 Q_SIGNALS:
-    /// Content has arrived: in data() when the request streams, else to be taken with read(). Deleting the
-    /// task in a slot is safe, as with every signal of the task.
+    /// Content has arrived: in data() when the request streams, else to be taken with read(). Any number of
+    /// times for each attempt, also while the content of an error status arrives. Deleting the task in a slot
+    /// is safe, as with every signal of the task.
     void readyRead() const;
-    /// The task is queued or executing again after a failed attempt. Once for each aboutToRetry().
+    /// The task is queued or executing again after a failed attempt. Once for each aboutToRetry(), unless the
+    /// task is ended or deleted meanwhile.
     void retried() const;
     /// A failed attempt is about to be repeated: its reply's state has been dropped and the retry counted.
     void aboutToRetry();
@@ -220,7 +255,8 @@ public Q_SLOTS:
     /// Takes up to @p maxSize bytes (250 MB by default) of the content that the reply holds. Bypasses data().
     /// Empty for a negative size.
     QByteArray read(qint64 maxSize = 250 * MB);
-    /// Starts an attempt, after retryDelay() and from the event loop. A finished task is not run again.
+    /// Starts an attempt, after retryDelay() and from the event loop. To be called for an idle task, by its
+    /// queue or by whoever made it; a finished task is not run again.
     void exec() override;
     /// Ends the task with ErrorCode::Canceled, wherever it stands; nothing is sent and no signal but
     /// canceled() and finished() is emitted after that.
@@ -246,10 +282,13 @@ protected:
     /// Path, query and fragment of the base URL are replaced. ErrorCode::InvalidArgument for a path that does
     /// not start with '/'.
     Result<NetworkRequest> prepareRequest(const PrepareRequestParams& params) const;
+    /// The same without a body.
     Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
                                           NetworkRequest::Method method) const;
+    /// The same with @p json as the body, in its indented form.
     Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
                                           NetworkRequest::Method method, const QJsonObject& json) const;
+    /// The same without a body, for a reply that is streamed or not.
     Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
                                           NetworkRequest::Method method, bool streaming) const;
 

@@ -23,9 +23,11 @@ public:
         Verify = 1, ///< Qt's verification; requests are sent as they are.
     };
 
+    /// A manager that takes certificates as @p mode says.
     explicit SslIgnorantNetworkAccessManager(SslMode mode = SslMode::Verify, QObject* parent = nullptr);
     ~SslIgnorantNetworkAccessManager() override;
 
+    /// What is made of certificates; SslMode::Verify unless told otherwise.
     SslMode sslMode() const;
     /// Takes effect with the next request. SslMode::Ignore replaces the SSL configuration of https requests,
     /// so one that the caller has set, with a client certificate for example, is not used then.
@@ -37,6 +39,7 @@ public:
     QNetworkReply* deleteResource(const QNetworkRequest& request, QHttpMultiPart* multiPart);
 
 protected:
+    /// Sends every request of the manager, with the SSL configuration that sslMode() asks for.
     QNetworkReply* createRequest(Operation op, const QNetworkRequest& request,
                                  QIODevice* outgoingData = nullptr) override;
 

@@ -23,11 +23,13 @@ class ORV_TASKS_EXPORT BaseTask : public ErrorCancelable
     Q_OBJECT
 
 public:
+    /// An idle task without a name.
     explicit BaseTask(QObject* parent = nullptr);
     ~BaseTask() override;
 
     /// A name for log lines; empty by default.
     QString name() const;
+    /// Names the task, at any time.
     virtual void setName(const QString& name);
 
     /// True from setRunning() until the task goes back to idle or finishes, pauses included.
@@ -46,7 +48,7 @@ public:
     /// Puts a running or paused task back, to be run again. Without effect on a finished task.
     void setIdle();
 
-    /// Ends the task with @p error, or with success when it is none.
+    /// Ends the task, in whatever state it is, with @p error, or with success when it is none.
     ///
     /// Stores the error, calls doFinish(), whose result is the final error, makes the task finished, calls
     /// finalize(), emits finished() and tells the queue. Only the first call acts; a call made while it runs
@@ -60,9 +62,9 @@ public:
     /// canceled() and calls finish(). Without effect once finish() has begun.
     void cancel() override;
 
-    /// Marks a running task as waiting.
+    /// Marks a running task as waiting: it gives back the slot of its queue. Without effect in other states.
     virtual void pause();
-    /// Marks a waiting task as going on.
+    /// Marks a waiting task as going on: it takes a slot of its queue. Without effect in other states.
     virtual void resume();
 
 protected:

@@ -12,15 +12,14 @@ namespace orv {
 /// A derived class gives its work in one of three forms: doExec() for work that is done when it returns,
 /// co_doExec() for a coroutine, or exec() itself for work that ends with finish() some time later.
 /// @code
-/// class Resize : public orv::Task
+/// QCoro::Task<Error> ChecksumTask::co_doExec()
 /// {
-/// protected:
-///     QCoro::Task<orv::Error> co_doExec() override
-///     {
-///         const QImage image = co_await QtConcurrent::run(scale, m_path);
-///         co_return image.isNull() ? Error(ErrorCode::General, tr("Not an image")) : Error();
-///     }
-/// };
+///     const QPointer<ChecksumTask> self(this);
+///     const QByteArray sum = co_await QtConcurrent::run(sha256, m_path);
+///     if (self)
+///         m_sum = sum;
+///     co_return sum.isEmpty() ? Error(ErrorCode::FileAccess, tr("Cannot read the file")) : Error();
+/// }
 /// @endcode
 ///
 /// Ownership, thread and signals are those of BaseTask.
@@ -29,10 +28,12 @@ class ORV_TASKS_EXPORT Task : public BaseTask
     Q_OBJECT
 
 public:
+    /// An idle task of priority 0.
     explicit Task(QObject* parent = nullptr);
     ~Task() override;
 
-    /// The larger, the earlier a queue runs the task; read when the task is added to a queue. 0 by default.
+    /// The larger, the earlier a queue runs the task; read when the task is added to a queue. 0 by default,
+    /// which is also the lowest that a queue knows: it takes a negative priority as 0.
     void setPriority(int priority);
 
 protected:
@@ -50,7 +51,7 @@ public:
 protected:
     /// The work, for a task that is done when this returns. The base returns success.
     virtual Error doExec();
-    /// The work as a coroutine. The base runs doExec().
+    /// The work as a coroutine, begun inside exec(). The base runs doExec().
     virtual QCoro::Task<Error> co_doExec();
 
 private:

@@ -26,11 +26,11 @@ class Task;
 /// TasksQueue queue;
 /// queue.setMaxRunningTasks(4);
 /// for (const auto& path : paths) {
-///     auto* task = new Resize(path);
+///     auto* task = new ChecksumTask(path);
 ///     task->setAutoDelete(true);
 ///     queue.append(task);
 /// }
-/// connect(&queue, &TasksQueue::emptied, qApp, &QCoreApplication::quit);
+/// connect(&queue, &TasksQueue::emptied, this, &Window::showSums);
 /// @endcode
 ///
 /// Adding, removing and taking a task cost the same whatever the length of the queue. Queue and tasks live on
@@ -52,6 +52,7 @@ public:
         PendingAndRunning, ///< All of them.
     };
 
+    /// An empty queue that runs one task at a time.
     explicit TasksQueue(QObject* parent = nullptr);
     ~TasksQueue() override;
 
@@ -63,7 +64,8 @@ public:
     /// Unbounded above until set.
     void setMaxPriority(int maxPriority);
 
-    /// How many tasks may run at once; 1 by default, and for any smaller value.
+    /// How many tasks may run at once; 1 by default, and for any smaller value. A larger value starts pending
+    /// tasks, a smaller one stops none that runs.
     void setMaxRunningTasks(int maxRunningTasks);
 
     /// Takes @p task out of the queue, pending or running; a running one goes on without the queue.
@@ -72,13 +74,15 @@ public:
     virtual bool isEmpty() const;
     /// How many tasks wait for their first or next start.
     virtual int pendingTasksCount() const;
-    /// Finishes the tasks that @p policy names with @p error. Tasks added meanwhile stay.
+    /// Finishes the tasks that @p policy names with @p error, inside the call. Tasks added meanwhile stay.
     virtual void clear(ClearPolicy policy, const Error& error);
 
 Q_SIGNALS:
     /// @p task is about to run; its exec() is called next. Emitted for each start, so again after a retry.
     void taskStarted(orv::Task* task);
-    /// @p task has finished and left the queue.
+    /// @p task has finished and left the queue. Once for each task that finishes while the queue holds it,
+    /// after the task's own finished(). As with every signal of the queue, a slot may delete the task or the
+    /// queue.
     void taskFinished(orv::Task* task);
     /// The last task has left the queue; emitted from the event loop, if no other task has come meanwhile.
     void emptied();

@@ -23,8 +23,8 @@ namespace orv {
 /// server.addReply(QStringLiteral("/users"), LoopbackReply::json({{QStringLiteral("count"), 2}}));
 /// if (server.listen().hasError())
 ///     return;
-/// // ... send two requests to server.url(QStringLiteral("/users")), then see what came over the wire:
-/// const QByteArray token = server.requests().last().field("Authorization");
+/// send(server.url(QStringLiteral("/users"))); // and again, since the first answer is 503
+/// const QByteArray token = server.requests().constLast().field("Authorization");
 /// @endcode
 ///
 /// Connections are kept open between requests, and those that a client pipelines are answered in order: one
@@ -42,11 +42,13 @@ class ORV_NETWORK_TESTING_EXPORT LoopbackServer : public QObject
     Q_OBJECT
 
 public:
+    /// How clients reach the server.
     enum class Transport {
         Plain, ///< http
         Tls,   ///< https, with certificate() and without HTTP/2
     };
 
+    /// A server that does not listen yet.
     explicit LoopbackServer(Transport transport = Transport::Plain, QObject* parent = nullptr);
     ~LoopbackServer() override;
 
@@ -87,9 +89,11 @@ public:
     int connectionCount() const;
 
 Q_SIGNALS:
-    /// A connection was accepted, before anything was read from it; 1 for the first.
+    /// A connection was accepted, before anything was read from it; 1 for the first. Deleting the server in a
+    /// slot is safe, here and below.
     void connectionOpened(int connection);
-    /// A request is complete and, if wanted, recorded; the answer is looked up after the slots have run.
+    /// A request is complete and, if wanted, recorded. Once for each; the answer is looked up after the slots
+    /// have run.
     void requestReceived(const orv::LoopbackRequest& request);
 
 private:
