@@ -106,4 +106,11 @@
         <translation>der relative Pfad muss mit „/“ beginnen</translation>
     </message>
 </context>
+<context>
+    <name>orv::Task</name>
+    <message>
+        <source>Unknown exception</source>
+        <translation>Unbekannte Ausnahme</translation>
+    </message>
+</context>
 </TS>

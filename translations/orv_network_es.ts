@@ -106,4 +106,11 @@
         <translation>la ruta relativa debe empezar por «/»</translation>
     </message>
 </context>
+<context>
+    <name>orv::Task</name>
+    <message>
+        <source>Unknown exception</source>
+        <translation>Excepción desconocida</translation>
+    </message>
+</context>
 </TS>

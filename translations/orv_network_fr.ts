@@ -106,4 +106,11 @@
         <translation>le chemin relatif doit commencer par «&#xa0;/&#xa0;»</translation>
     </message>
 </context>
+<context>
+    <name>orv::Task</name>
+    <message>
+        <source>Unknown exception</source>
+        <translation>Exception inconnue</translation>
+    </message>
+</context>
 </TS>

@@ -106,4 +106,11 @@
         <translation>相対パスは「/」で始まる必要があります</translation>
     </message>
 </context>
+<context>
+    <name>orv::Task</name>
+    <message>
+        <source>Unknown exception</source>
+        <translation>不明な例外</translation>
+    </message>
+</context>
 </TS>

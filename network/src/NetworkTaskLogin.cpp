@@ -3,6 +3,8 @@
 
 #include <QDebug>
 
+#include <algorithm>
+
 namespace orv {
 
 namespace {
@@ -25,9 +27,23 @@ void NetworkTask::Private::onAuthenticationRequired()
         q->processUnhandledReply();
         return;
     }
+    if (loginsInARow > std::max(q->maxRetriesCount(), 0)) {
+        giveUpLoggingIn();
+        return;
+    }
     qCDebug(networkLog) << "Authentication required for task" << q->name();
     q->clearNetworkState();
     awaitLogin();
+}
+
+// The logins succeed, and the server refuses every token: it would go on like this for ever.
+void NetworkTask::Private::giveUpLoggingIn()
+{
+    auto error = authenticationFailed();
+    if (httpResponseStatusCode == HttpResponseStatusCode::Unauthorized)
+        error.setErrorDetails(httpErrorCode(httpResponseStatusCode));
+    qCWarning(networkLog) << error;
+    q->applyResponseErrorPolicy(error);
 }
 
 void NetworkTask::Private::awaitLogin()
@@ -88,6 +104,7 @@ void NetworkTask::Private::onAccessGranted()
         return;
     qCDebug(networkLog) << "Authentication granted";
     qCDebug(networkLog) << "New access token:" << q->authenticator()->token();
+    ++loginsInARow;
     goOnAfterLogin();
 }
 

@@ -221,6 +221,8 @@ void NetworkTask::Private::processNetworkReply()
         q->setNetworkResponseError(QNetworkReply::RemoteHostClosedError);
         q->setNetworkResponseErrorMessage(NetworkTask::tr("Connection closed"));
     }
+    if (httpResponseStatusCode != HttpResponseStatusCode::Unauthorized)
+        loginsInARow = 0;
     logReply();
     dumpReply();
     if (!q->isRunning()) {

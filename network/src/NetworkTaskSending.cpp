@@ -57,9 +57,9 @@ QString unsafeField(const QNetworkRequest& request)
 
 std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
 {
-    using std::chrono::milliseconds;
-    constexpr milliseconds longest(std::numeric_limits<int>::max());
-    return delay >= longest ? longest : milliseconds(std::max(delay, std::chrono::seconds(0)));
+    using namespace std::chrono;
+    constexpr auto longest = duration_cast<seconds>(milliseconds(std::numeric_limits<int>::max()));
+    return std::clamp(delay, seconds(0), longest);
 }
 
 } // namespace
@@ -141,7 +141,7 @@ void NetworkTask::Private::sendRequest()
 
 bool NetworkTask::doAuthenticateRequest(QNetworkRequest* request)
 {
-    if (!authenticator())
+    if (!authenticator() || !request)
         return false;
     const auto token = authenticator()->token().toLatin1();
     if (token.isEmpty()) {

@@ -73,6 +73,7 @@ public:
 
     // Waiting for a token
     void onAuthenticationRequired();
+    void giveUpLoggingIn();
     void awaitLogin();
     void subscribeToAuthenticator();
     void onAuthenticatorReplaced();
@@ -112,6 +113,7 @@ public:
     quint64 lastCompletion = 0;    // counts the completions that were awaited
     quint64 awaitedCompletion = 0; // the one that may be judged; 0 for none
     QPointer<AbstractAuthenticator> subscribedTo;
+    int loginsInARow = 0; // since a reply that was not 401
 
     /// Replies that were given up inside one of their own signals. Qt goes on using them when the call
     /// returns, however long it takes: an event loop may be running in it.

@@ -11,7 +11,7 @@ namespace orv {
 
 namespace {
 
-Error unexpectedException(const char* what)
+Error unexpectedException(const QString& what)
 {
     return Error(ErrorCode::General, what).ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
 }
@@ -68,9 +68,9 @@ QCoro::Task<> Task::run(Task* task)
     try {
         outcome = co_await task->co_doExec();
     } catch (const std::exception& exception) {
-        outcome = unexpectedException(exception.what());
+        outcome = unexpectedException(QString::fromUtf8(exception.what()));
     } catch (...) {
-        outcome = unexpectedException("Unknown exception");
+        outcome = unexpectedException(tr("Unknown exception"));
     }
     if (self)
         self->finish(outcome);

@@ -293,6 +293,31 @@ private Q_SLOTS:
         QCOMPARE(task.retriesCount(), 1); // for the 503, a second later
     }
 
+    void doesNotLogInForEver_data()
+    {
+        QTest::addColumn<QByteArray>("token");
+        QTest::addColumn<int>("number");
+        QTest::newRow("refused each time") << QByteArray("new") << 2401;
+        QTest::newRow("never there") << QByteArray() << 0;
+    }
+
+    void doesNotLogInForEver()
+    {
+        QFETCH(QByteArray, token);
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(401));
+        TestAuthenticator authenticator;
+        authenticator.duringLogin = [&] {
+            QTimer::singleShot(0, &authenticator, [&] { authenticator.succeed(token.constData()); });
+        };
+        TestTask task(m_server->url());
+        task.setAuthenticator(&authenticator);
+        task.setMaxRetriesCount(3);
+        QVERIFY(task.run());
+        QCOMPARE(task.error().errorCode(), ErrorCode::AuthenticationFailed);
+        QTEST(task.error().errorDetails().toInt(), "number");
+        QCOMPARE(authenticator.logins, 4);
+    }
+
     // The server has a thread of its own and goes on while this one is blocked for longer than the time-out.
     void doesNotBlameThePeerForABlockedEventLoop_data()
     {

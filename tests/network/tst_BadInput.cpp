@@ -1,0 +1,188 @@
+#include "NetworkTestSupport.h"
+
+#include <FileDownloadTask.h>
+#include <NetworkQueue.h>
+
+#include <QDir>
+#include <QTemporaryDir>
+
+#include <limits>
+
+using namespace orv;
+using namespace std::chrono_literals;
+
+/// What callers get wrong: each mistake has an outcome of its own, and none is a crash, a hang or silence.
+class tst_BadInput : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_server = std::make_unique<LoopbackServer>();
+        m_server->setHandler([](const LoopbackRequest&) { return LoopbackReply(200, "content"); });
+        QVERIFY(!m_server->listen().hasError());
+    }
+
+    void failsForUrlsThatAreNone_data()
+    {
+        QTest::addColumn<QString>("url");
+        const QString tooLong(300, QLatin1Char('h'));
+        for (const auto& url :
+             {QString(), QStringLiteral("/path"), QStringLiteral("//127.0.0.1/path"),
+              QStringLiteral("no url at all"), QStringLiteral("http:"), QStringLiteral("http://"),
+              QStringLiteral("http:///path"), QStringLiteral("http://[::1/"),
+              QStringLiteral("http://127.0.0.1:99999/"), QStringLiteral("http://127.0.0.1:-1/"),
+              QStringLiteral("http://a b/"), QStringLiteral("http://a\r\nb/"),
+              QStringLiteral("http://%1/").arg(tooLong), QStringLiteral("gopher://127.0.0.1/"),
+              QStringLiteral("javascript:alert(1)"), QStringLiteral("data:text/plain,hello"),
+              QStringLiteral("file:///etc/hostname"), QStringLiteral("qrc:/orv_network"),
+              QStringLiteral("data:,") + QString(5'000'000, QLatin1Char('x'))})
+            QTest::newRow(url.isEmpty() ? "empty" : qPrintable(url.left(40))) << url;
+    }
+
+    // Nor is what Qt reads from other schemes ever a success.
+    void failsForUrlsThatAreNone()
+    {
+        QFETCH(QString, url);
+        TestTask task(url);
+        const QTemporaryDir home;
+        FileDownloadTask download(url, home.filePath(QStringLiteral("file")));
+        download.exec();
+        QVERIFY(task.run());
+        QTRY_VERIFY(download.isFinished());
+        QCOMPARE(task.error().errorCode(), ErrorCode::Network);
+        QVERIFY(!task.error().errorMessage().isEmpty());
+        QCOMPARE(task.httpResponseStatusCodeNumber(), 0);
+        QCOMPARE(task.log(), QStringLiteral("started finished"));
+        QVERIFY(download.hasError());
+        QVERIFY(QDir(home.path()).isEmpty());
+    }
+
+    void sendsNoFieldThatAUrlMadeUp_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::newRow("line break") << QStringLiteral("/a HTTP/1.1\r\nEvil: 1\r\nX: ");
+        QTest::newRow("NUL") << QStringLiteral("/a") + QChar(0) + QStringLiteral("b");
+        QTest::newRow("controls") << QStringLiteral("/a\x01\x1f\x7f?b\n#c\r");
+        QTest::newRow("half a million characters")
+            << QStringLiteral("/") + QString(500'000, QLatin1Char('p'));
+        QTest::newRow("too many for the server")
+            << QStringLiteral("/") + QString(3'000'000, QLatin1Char('p'));
+    }
+
+    void sendsNoFieldThatAUrlMadeUp()
+    {
+        QFETCH(QString, path);
+        TestTask task(m_server->url() + path);
+        QVERIFY(task.run());
+        QCOMPARE(task.log(), QStringLiteral("started finished"));
+        for (const auto& request : m_server->requests()) {
+            QVERIFY(request.field("Evil").isEmpty());
+            QVERIFY(request.startLine().endsWith(" HTTP/1.1"));
+            QCOMPARE(request.startLine().count(' '), 2);
+        }
+        QCOMPARE(task.hasError(), m_server->requests().isEmpty());
+    }
+
+    void takesNull()
+    {
+        NetworkQueue queue;
+        queue.append(nullptr);
+        queue.removeTask(nullptr);
+        queue.setAuthenticator(nullptr);
+        QVERIFY(queue.isEmpty());
+        delete queue.networkAccessManager();
+        queue.setIgnoreSslErrors(true);
+
+        class Call : public TestTask
+        {
+        public:
+            using NetworkTask::doAuthenticateRequest;
+            using TestTask::TestTask;
+        } task(m_server->url());
+        TestAuthenticator authenticator;
+        authenticator.currentToken = QStringLiteral("token");
+        task.setAuthenticator(&authenticator);
+        QVERIFY(!task.doAuthenticateRequest(nullptr));
+        task.setAuthenticator(nullptr);
+        task.setRequiresAuthentication(false);
+        task.setNetworkAccessManager(nullptr);
+        task.setNetworkReply(nullptr);
+        queue.append(&task); // its manager is gone, so the default one sends
+        QTRY_VERIFY(task.isFinished());
+        QVERIFY2(!task.hasError(), qPrintable(task.error().errorMessage()));
+        QCOMPARE(task.read(-1), QByteArray());
+        QCOMPARE(task.data(), QByteArrayLiteral("content"));
+        QCOMPARE(task.chopFirstBytes(-1), -1);
+        QCOMPARE(task.chopFirstBytes(std::numeric_limits<int>::max()), -1);
+    }
+
+    void takesNumbersOutOfRange_data()
+    {
+        QTest::addColumn<std::function<void(NetworkTask&)>>("change");
+        QTest::addColumn<int>("attempts");
+        const auto row = [](const char* name, int attempts, std::function<void(NetworkTask&)> change) {
+            QTest::newRow(name) << std::move(change) << attempts;
+        };
+        const auto nan = std::numeric_limits<double>::quiet_NaN();
+        row("negative retries", 1, [](auto& task) { task.setMaxRetriesCount(-1); });
+        row("negative delay", 2, [](auto& task) { task.setDelay(-1000); });
+        row("least delay", 2, [](auto& task) { task.setDelay(std::chrono::seconds::min()); });
+        row("negative longest delay", 2, [](auto& task) { task.setMaxDelay(-1); });
+        row("negative time-out", 2, [](auto& task) { task.setTimeout(-1); });
+        row("priority", 2, [](auto& task) { task.setPriority(-7); });
+        row("high priority", 2, [](auto& task) { task.setPriority(1 << 30); });
+        row("factor that is no number", 2, [=](auto& task) {
+            task.setDelayPolicy(Retriable::DelayPolicy::Linear);
+            task.setIncrementFactor(nan);
+        });
+    }
+
+    void takesNumbersOutOfRange()
+    {
+        QFETCH(std::function<void(NetworkTask&)>, change);
+        QFETCH(int, attempts);
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(503));
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200));
+        NetworkQueue queue;
+        queue.setMaxRunningTasks(-1);
+        queue.setMaxPriority(-1);
+        TestTask task(m_server->url());
+        task.setDelayPolicy(Retriable::DelayPolicy::None);
+        change(task);
+        queue.append(&task);
+        QVERIFY(runUntil([&] { return task.isFinished(); }));
+        QCOMPARE(m_server->requests().size(), attempts);
+        QCOMPARE(task.hasError(), attempts == 1);
+    }
+
+    void timesOutAtOnceWithATimeoutOfZero()
+    {
+        m_server->addReply(QStringLiteral("/"), LoopbackReply(200).delayed(1h));
+        TestTask task(m_server->url());
+        task.setTimeout(0);
+        task.setMaxRetriesCount(0);
+        QVERIFY(task.run());
+        QCOMPARE(task.error().errorDetails().toInt(), 2408);
+    }
+
+    // So long a delay never ends; the task waits and can be cancelled.
+    void waitsForDelaysBeyondAnyTimer()
+    {
+        TestTask task(m_server->url());
+        task.setMaxDelay(std::chrono::seconds::max());
+        task.setDelay(std::chrono::seconds::max());
+        task.exec();
+        QVERIFY(task.isPaused());
+        task.cancel();
+        QCOMPARE(task.log(), QStringLiteral("started canceled finished"));
+    }
+
+private:
+    std::unique_ptr<LoopbackServer> m_server;
+};
+
+QTEST_GUILESS_MAIN(tst_BadInput)
+
+#include "tst_BadInput.moc"

@@ -1,0 +1,148 @@
+#include "NetworkTestSupport.h"
+
+#include <FileDownloadTask.h>
+#include <NetworkQueue.h>
+
+#include <QHttpMultiPart>
+#include <QRegularExpression>
+#include <QSettings>
+#include <QTemporaryDir>
+
+using namespace orv;
+using namespace std::chrono_literals;
+
+namespace {
+
+const QByteArray TOKEN("t0ken-of-the-user");
+const QByteArray OLD_TOKEN("t0ken-that-expired");
+const QByteArray BODY_SECRET("b0dy-secret");
+const QByteArray BODY = R"({"user":"u","password":")" + BODY_SECRET + R"("})";
+const QByteArray PART_SECRET("p4rt-secret");
+const QByteArray FIELD_SECRET("f1eld-secret");
+const QByteArray REPLY_SECRET("r3ply-secret");
+
+// Fails once, then logs in.
+class Login : public TestAuthenticator
+{
+public:
+    Login()
+    {
+        currentToken = QString::fromLatin1(OLD_TOKEN);
+        duringLogin = [this] {
+            QTimer::singleShot(0, this, [this] {
+                if (logins == 1)
+                    fail(orv::Error(ErrorCode::AuthenticationFailed, "try again"), Error::TemporaryFailure);
+                else
+                    succeed(TOKEN.constData());
+            });
+        };
+    }
+};
+
+} // namespace
+
+/// Everything is logged that can be, on every road that a task can take, and every line is read.
+class tst_Secrets : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
+        QCoreApplication::setOrganizationName(QStringLiteral("orv"));
+        QCoreApplication::setApplicationName(QStringLiteral("tst_Secrets"));
+        QSettings().setValue(QStringLiteral("Network/DumpData"), true); // read once, with the first reply
+    }
+
+    void neverReachTheLog()
+    {
+        LoopbackServer server;
+        QVERIFY(!server.listen().hasError());
+        const QList<int> statuses{200, 201, 204, 400, 401, 403, 404, 408, 429, 440, 500, 503};
+        for (const int status : statuses)
+            server.addReply(QStringLiteral("/%1").arg(status), LoopbackReply(status, REPLY_SECRET));
+        server.addReply(QStringLiteral("/silent"), LoopbackReply::silence());
+        server.addReply(QStringLiteral("/cut"), LoopbackReply(200, REPLY_SECRET.repeated(9)).cutAfter(110));
+        server.addReply(QStringLiteral("/login"), LoopbackReply(401));
+        server.addReply(QStringLiteral("/login"), LoopbackReply(200, REPLY_SECRET));
+
+        LogCatcher log("orv.network=true");
+        using Method = NetworkRequest::Method;
+        for (const auto method : {Method::Get, Method::Post, Method::Put, Method::Delete}) {
+            for (const int status : statuses)
+                run(server.url(QStringLiteral("/%1").arg(status)), method);
+            for (const auto* path : {"/silent", "/cut", "/login"})
+                run(server.url(QLatin1String(path)), method);
+            run(QStringLiteral("http://127.0.0.1:1/"), method);
+            run(QStringLiteral("data:text/plain,hello"), method);
+            run(server.url(QStringLiteral("/200")), method, "line\r\nbreak " + FIELD_SECRET);
+        }
+        FileDownloadTask download(server.url(QStringLiteral("/200")),
+                                  m_home.filePath(QStringLiteral("file")));
+        FileDownloadTask failed(server.url(QStringLiteral("/404")), m_home.path());
+        for (auto* task : {&download, &failed}) {
+            task->exec();
+            QVERIFY(runUntil([=] { return task->isFinished(); }));
+        }
+
+        QSet<QString> levels;
+        for (const auto& line : std::as_const(log.lines)) {
+            const auto level = line.section(QLatin1Char('|'), 0, 0);
+            levels.insert(level);
+            const auto bytes = line.toUtf8();
+            for (const auto& secret : {BODY_SECRET, PART_SECRET, FIELD_SECRET})
+                QVERIFY2(!bytes.contains(secret), bytes.constData());
+            const bool isDebug = level == QString::number(QtDebugMsg);
+            for (const auto& secret : {TOKEN, OLD_TOKEN, REPLY_SECRET})
+                QVERIFY2(isDebug || !bytes.contains(secret), bytes.constData());
+        }
+        QCOMPARE(levels.size(), 3); // debug, info, warning
+        const auto all = log.lines.join(QLatin1Char('\n'));
+        for (const auto* seen :
+             {"Sending request:", "Using dataContentType", "******",
+              "Using multipart message:", "New access token:", "Retrying...", "Network timeout in task",
+              "attempt #", "Can't retry task", "Server response:", "Network error:", "Download error of file",
+              "Downloaded file", "Applying error policy", "No token"})
+            QVERIFY2(all.contains(QLatin1String(seen)), seen);
+    }
+
+private:
+    static void run(const QString& url, NetworkRequest::Method method, const QByteArray& field = FIELD_SECRET)
+    {
+        for (const bool hasToken : {true, false}) {
+            Login login;
+            if (!hasToken)
+                login.currentToken.clear();
+            TestTask task(url, method);
+            task.setAuthenticator(&login);
+            task.setMaxRetriesCount(1);
+            task.setDelayPolicy(Retriable::DelayPolicy::None);
+            task.setTimeout(30ms);
+            task.change([&](NetworkRequest& request) {
+                request.rawHeaders.insert("X-Key", field);
+                request.postData = BODY;
+                request.postDataContentType = NetworkRequest::jsonContentType;
+                request.setMaskingRegularExpression(
+                    QRegularExpression(QStringLiteral("(\"password\":\")[^\"]*(\")")));
+            });
+            if (!hasToken) {
+                task.multiPartFactory = [] {
+                    auto* content = new QHttpMultiPart(QHttpMultiPart::FormDataType);
+                    QHttpPart part;
+                    part.setBody(PART_SECRET);
+                    content->append(part);
+                    return content;
+                };
+            }
+            QVERIFY(task.run());
+        }
+    }
+
+    QTemporaryDir m_home;
+};
+
+QTEST_GUILESS_MAIN(tst_Secrets)
+
+#include "tst_Secrets.moc"
