@@ -137,8 +137,8 @@ public:
         {
             if (--m_leaving->callsOnStack > 0)
                 return;
-            for (auto* reply : std::exchange(m_leaving->replies, {}))
-                reply->deleteLater();
+            for (auto* gone : std::exchange(m_leaving->replies, {}))
+                gone->deleteLater();
         }
         ReplyOnStack(const ReplyOnStack&) = delete;
         ReplyOnStack& operator=(const ReplyOnStack&) = delete;

@@ -1,0 +1,107 @@
+#include <LoopbackServer.h>
+#include <NetworkTask.h>
+#include <SslIgnorantNetworkAccessManager.h>
+
+#include <QCoreApplication>
+#include <QEventLoop>
+#include <QTimer>
+
+#include <cstdint>
+#include <cstdlib>
+
+using namespace orv;
+using namespace std::chrono_literals;
+
+namespace {
+
+// What lives as long as the process.
+struct World
+{
+    World()
+        : application(argc, argv)
+    {
+        server.setRecording(false);
+        if (server.listen().hasError())
+            std::abort();
+    }
+
+    int argc = 1;
+    char name[5] = "fuzz";
+    char* argv[2] = {name, nullptr};
+    QCoreApplication application;
+    LoopbackServer server;
+    SslIgnorantNetworkAccessManager manager;
+};
+
+World& world()
+{
+    static auto* const instance = new World;
+    return *instance;
+}
+
+void require(bool condition, const char* what)
+{
+    if (condition)
+        return;
+    qCritical("broken: %s", what);
+    std::abort();
+}
+
+// A verdict is a success with a status that says so, or an error with a number.
+void requireVerdict(const NetworkTask& task)
+{
+    const int status = task.httpResponseStatusCodeNumber();
+    const int number = task.error().errorDetails().toInt();
+    if (!task.hasError())
+        require(status == 200 || status == 201, "a success has a status of success");
+    else
+        require(number == NetworkErrorConstants::HTTP_ERROR_OFFSET + status ||
+                    number == networkErrorCode(task.networkResponseError()),
+                "an error has the number of what went wrong");
+    constexpr qsizetype most = 64 * 1024 * 1024;
+    require(task.data().size() <= most, "the content is bounded");
+}
+
+} // namespace
+
+/// The first byte says how the task is run, the second where the answer is split; the rest is the answer.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
+{
+    if (size < 2)
+        return 0;
+    const auto mode = bytes[0];
+    const auto answer =
+        QByteArray(reinterpret_cast<const char*>(bytes) + 2, static_cast<qsizetype>(size) - 2);
+    const auto split = answer.size() * bytes[1] / 255;
+    world().server.setHandler(
+        [&](const LoopbackRequest&) { return LoopbackReply::raw(answer).splitAt(split); });
+
+    NetworkTask task;
+    using Method = NetworkRequest::Method;
+    constexpr Method methods[] = {Method::Get, Method::Head, Method::Post, Method::Delete};
+    task.setRequest(world().server.url(), {}, methods[mode >> 1 & 3], mode & 1);
+    task.setNetworkAccessManager(&world().manager);
+    task.setMaxRetriesCount(1);
+    task.setDelayPolicy(Retriable::DelayPolicy::None);
+    task.setTimeout(30ms);
+
+    int ends = 0;
+    QEventLoop loop;
+    QObject::connect(&task, &Task::finished, &task, [&] {
+        ++ends;
+        loop.quit();
+    });
+    if (mode & 8) // consumes what comes, and goes in the middle of it
+        QObject::connect(&task, &NetworkTask::readyRead, &task, [&] {
+            if (task.read(10).isEmpty() && task.chopFirstBytes(1) == 0)
+                task.cancel();
+        });
+    QTimer::singleShot(10s, &task, [] { require(false, "a task ends in time"); });
+    task.exec();
+    loop.exec();
+    QCoreApplication::processEvents();
+    require(ends == 1, "a task ends once");
+    if (!task.isCanceled())
+        requireVerdict(task);
+    return 0;
+}
