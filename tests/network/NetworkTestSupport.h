@@ -30,6 +30,26 @@ inline QStringList methodsOf(const QMetaObject& metaObject)
     return methods;
 }
 
+/// A row for each value of one column.
+inline void addRows(const char* column, std::initializer_list<const char*> values)
+{
+    QTest::addColumn<QString>(column);
+    for (const auto* value : values)
+        QTest::newRow(value) << QString::fromLatin1(value);
+}
+
+/// A row for each action in each place.
+inline void addRowsForActions(std::initializer_list<const char*> places,
+                              std::initializer_list<const char*> actions)
+{
+    QTest::addColumn<QString>("place");
+    QTest::addColumn<QString>("action");
+    for (const auto* place : places)
+        for (const auto* action : actions)
+            QTest::addRow("%s: %s", place, action)
+                << QString::fromLatin1(place) << QString::fromLatin1(action);
+}
+
 /// A reply with a status and nothing behind it.
 class FakeReply : public QNetworkReply
 {

@@ -3,6 +3,7 @@
 #include <QMetaMethod>
 #include <QSignalSpy>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using State = AbstractAuthenticator::State;
 
@@ -14,10 +15,9 @@ private Q_SLOTS:
     void declaresItsMembersInOrder()
     {
         QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
-                 (QStringList{
-                     QStringLiteral("signal authenticating()"), QStringLiteral("signal authenticated()"),
-                     QStringLiteral("signal error(orv::AbstractAuthenticator::Error)"),
-                     QStringLiteral("slot onAuthenticationRequired()"), QStringLiteral("slot cancel()")}));
+                 (QStringList{u"signal authenticating()"_s, u"signal authenticated()"_s,
+                              u"signal error(orv::AbstractAuthenticator::Error)"_s,
+                              u"slot onAuthenticationRequired()"_s, u"slot cancel()"_s}));
         QCOMPARE(AbstractAuthenticator::staticMetaObject.enumeratorCount(), 0);
     }
 
@@ -50,7 +50,7 @@ private Q_SLOTS:
         TestAuthenticator authenticator;
         authenticator.onAuthenticationRequired();
         authenticator.fail(Error(ErrorCode::AuthenticationFailed, "wrong"));
-        QCOMPARE(authenticator.authenticationError().errorMessage(), QStringLiteral("wrong"));
+        QCOMPARE(authenticator.authenticationError().errorMessage(), u"wrong"_s);
         authenticator.retryAuthentication();
         QCOMPARE(authenticator.logins, 2);
         QCOMPARE(authenticator.retriesCount(), 1);

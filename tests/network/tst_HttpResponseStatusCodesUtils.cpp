@@ -4,6 +4,7 @@
 
 #include <QMetaEnum>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using Code = HttpResponseStatusCode;
 
@@ -27,9 +28,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<int>("code");
         QTest::addColumn<QString>("name");
-        QTest::newRow("200") << 200 << QStringLiteral("OK");
-        QTest::newRow("0") << 0 << QStringLiteral("Unknown");
-        QTest::newRow("429") << 429 << QStringLiteral("Too Many Requests");
+        QTest::newRow("200") << 200 << u"OK"_s;
+        QTest::newRow("0") << 0 << u"Unknown"_s;
+        QTest::newRow("429") << 429 << u"Too Many Requests"_s;
         QTest::newRow("no key") << 418 << QString();
     }
 
@@ -45,14 +46,13 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message");
         QTest::addColumn<int>("errorCode");
         QTest::addColumn<QString>("text");
-        QTest::newRow("200") << 200 << QStringLiteral("ignored") << 0 << QString();
+        QTest::newRow("200") << 200 << u"ignored"_s << 0 << QString();
         QTest::newRow("201") << 201 << QString() << 0 << QString();
-        QTest::newRow("204") << 204 << QString() << 24 << QStringLiteral("HTTP connection error: .");
-        QTest::newRow("404") << 404 << QString() << 24 << QStringLiteral("HTTP connection error: NotFound.");
-        QTest::newRow("404 and text") << 404 << QStringLiteral("gone") << 24 << QStringLiteral("gone");
-        QTest::newRow("440") << 440 << QString() << 27
-                             << QStringLiteral("Your session timed-out. Please log in again.");
-        QTest::newRow("440 and text") << 440 << QStringLiteral("late") << 27 << QStringLiteral("late");
+        QTest::newRow("204") << 204 << QString() << 24 << u"HTTP connection error: ."_s;
+        QTest::newRow("404") << 404 << QString() << 24 << u"HTTP connection error: NotFound."_s;
+        QTest::newRow("404 and text") << 404 << u"gone"_s << 24 << u"gone"_s;
+        QTest::newRow("440") << 440 << QString() << 27 << u"Your session timed-out. Please log in again."_s;
+        QTest::newRow("440 and text") << 440 << u"late"_s << 27 << u"late"_s;
     }
 
     void makesErrorsOfStatuses()
@@ -71,23 +71,23 @@ private Q_SLOTS:
     {
         const auto error = forcedNetworkError(Code::OK, {});
         QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QCOMPARE(error.errorMessage(), QStringLiteral("HTTP connection error: OK."));
+        QCOMPARE(error.errorMessage(), u"HTTP connection error: OK."_s);
         QCOMPARE(error.errorDetails().toInt(), 2200);
     }
 
     void makesErrorsOfTransportFailures()
     {
-        QVERIFY(!networkError(QNetworkReply::NoError, QStringLiteral("ignored")).hasError());
+        QVERIFY(!networkError(QNetworkReply::NoError, u"ignored"_s).hasError());
         const auto error = networkError(QNetworkReply::TimeoutError, {});
         QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QCOMPARE(error.errorMessage(), QStringLiteral("Network connection error: TimeoutError."));
+        QCOMPARE(error.errorMessage(), u"Network connection error: TimeoutError."_s);
         QCOMPARE(error.errorDetails().toInt(), 3004);
         QCOMPARE(networkError(static_cast<QNetworkReply::NetworkError>(77), {}).errorMessage(),
-                 QStringLiteral("Network connection error: ."));
+                 u"Network connection error: ."_s);
 
         const auto unknown = networkUnknownError();
         QCOMPARE(unknown.errorCode(), ErrorCode::General);
-        QCOMPARE(unknown.errorMessage(), QStringLiteral("Unknown error"));
+        QCOMPARE(unknown.errorMessage(), u"Unknown error"_s);
         QCOMPARE(unknown.errorDetails().toInt(), 65535);
     }
 
@@ -129,22 +129,20 @@ private Q_SLOTS:
     {
         QFETCH(int, status);
         QFETCH(bool, isGood);
-        FakeReply reply(status, QUrl(QStringLiteral("http://host/x")));
-        ErrorWarningMessages messages{QStringLiteral("before "), {}};
+        FakeReply reply(status, QUrl(u"http://host/x"_s));
+        ErrorWarningMessages messages{u"before "_s, {}};
         const auto error = checkHttpStatus(&reply, &messages);
         QCOMPARE(error.hasError(), !isGood);
         QCOMPARE(error.hasError(), checkHttpStatus(&reply, nullptr).hasError());
         if (isGood) {
-            QCOMPARE(messages.errors, QStringLiteral("before "));
+            QCOMPARE(messages.errors, u"before "_s);
             return;
         }
         QCOMPARE(error.errorCode(), ErrorCode::Network);
         QVERIFY(error.errorMessage().isEmpty() && !error.errorDetails().isValid());
-        QVERIFY(
-            messages.errors.startsWith(QStringLiteral("before Unable to access QUrl(\"http://host/x\") - ")));
-        QVERIFY(
-            messages.errors.contains(status == 404 ? QStringLiteral("NotFound") : QString::number(status)) ||
-            status == 0);
+        QVERIFY(messages.errors.startsWith(u"before Unable to access QUrl(\"http://host/x\") - "_s));
+        QVERIFY(messages.errors.contains(status == 404 ? u"NotFound"_s : QString::number(status)) ||
+                status == 0);
         QVERIFY(messages.warnings.isEmpty());
     }
 
@@ -155,7 +153,7 @@ private Q_SLOTS:
         QCOMPARE(error.errorCode(), ErrorCode::InvalidArgument);
         QCOMPARE(error.catchTrail().size(), 2);
         checkHttpStatus(nullptr, &messages);
-        QCOMPARE(messages.errors, QStringLiteral("Unexpected nullptrUnexpected nullptr"));
+        QCOMPARE(messages.errors, u"Unexpected nullptrUnexpected nullptr"_s);
     }
 };
 

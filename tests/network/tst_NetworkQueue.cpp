@@ -5,6 +5,7 @@
 #include <memory>
 #include <vector>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 using SslMode = SslIgnorantNetworkAccessManager::SslMode;
@@ -33,7 +34,7 @@ private Q_SLOTS:
         QCOMPARE(plain.authenticator(), &authenticator); // the queue's wins
         QCOMPARE(plain.networkAccessManager(), queue.networkAccessManager());
         QVERIFY(queue.networkAccessManager() != NetworkTask::defaultNetworkAccessManager());
-        QCOMPARE(plain.userAgent(), QByteArrayLiteral("queue"));
+        QCOMPARE(plain.userAgent(), "queue"_ba);
 
         SslIgnorantNetworkAccessManager manager;
         NetworkTask particular;
@@ -46,7 +47,7 @@ private Q_SLOTS:
         QCOMPARE(particular.authenticator(), &own);
         QCOMPARE(particular.networkAccessManager(), &manager);
         QVERIFY(particular.userAgent().isEmpty());
-        QCOMPARE(plain.userAgent(), QByteArrayLiteral("queue"));
+        QCOMPARE(plain.userAgent(), "queue"_ba);
 
         Task other;
         queue.append(&other);
@@ -75,12 +76,12 @@ private Q_SLOTS:
     void runsOthersWhileOneWaits()
     {
         LoopbackServer server;
-        server.addReply(QStringLiteral("/slow"), LoopbackReply(503));
-        server.addReply(QStringLiteral("/slow"), LoopbackReply(200));
-        server.addReply(QStringLiteral("/"), LoopbackReply(200));
+        server.addReply(u"/slow"_s, LoopbackReply(503));
+        server.addReply(u"/slow"_s, LoopbackReply(200));
+        server.addReply(u"/"_s, LoopbackReply(200));
         QVERIFY(!server.listen().hasError());
         NetworkQueue queue; // one slot
-        TestTask slow(server.url(QStringLiteral("/slow")));
+        TestTask slow(server.url(u"/slow"_s));
         queue.append(&slow);
         std::vector<std::unique_ptr<TestTask>> tasks;
         bool doneFirst = true;

@@ -3,6 +3,7 @@
 #include <QMetaEnum>
 #include <QTimer>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 
 class tst_NetworkTask : public QObject
@@ -13,12 +14,9 @@ private Q_SLOTS:
     void declaresItsMembersInOrder()
     {
         const auto& meta = NetworkTask::staticMetaObject;
-        QCOMPARE(
-            methodsOf(meta),
-            (QStringList{QStringLiteral("signal readyRead() const"), QStringLiteral("signal retried() const"),
-                         QStringLiteral("signal aboutToRetry()"), QStringLiteral("slot read(qlonglong)"),
-                         QStringLiteral("slot read()"), QStringLiteral("slot exec()"),
-                         QStringLiteral("slot cancel()")}));
+        QCOMPARE(methodsOf(meta), (QStringList{u"signal readyRead() const"_s, u"signal retried() const"_s,
+                                               u"signal aboutToRetry()"_s, u"slot read(qlonglong)"_s,
+                                               u"slot read()"_s, u"slot exec()"_s, u"slot cancel()"_s}));
         QCOMPARE(meta.enumeratorCount() - meta.enumeratorOffset(), 1);
         const auto policy = QMetaEnum::fromType<NetworkTask::ErrorPolicy>();
         QCOMPARE(policy.keyCount(), 3);
@@ -28,15 +26,15 @@ private Q_SLOTS:
 
     void startsWithItsDefaults()
     {
-        NetworkTask task(QStringLiteral("http://host/"), NetworkTask::Priority::High);
-        QCOMPARE(task.request().acceptedContentTypes, QByteArrayLiteral("application/json"));
+        NetworkTask task(u"http://host/"_s, NetworkTask::Priority::High);
+        QCOMPARE(task.request().acceptedContentTypes, "application/json"_ba);
         QCOMPARE(task.timeout().count(), 300000);
         QCOMPARE(task.findChild<QTimer*>()->interval(), 300000);
         QCOMPARE(task.replyErrorPolicy(), NetworkTask::FinishWithError);
         QCOMPARE(task.responseErrorPolicy(), NetworkTask::FinishWithError);
         QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::Unknown);
         QCOMPARE(task.networkResponseError(), QNetworkReply::NoError);
-        QCOMPARE(task.userAgent(), QByteArrayLiteral("OrvLabs"));
+        QCOMPARE(task.userAgent(), "OrvLabs"_ba);
         QVERIFY(!task.hasOverriddenUserAgent() && !task.requiresAuthentication());
         QVERIFY(!task.networkAccessManager() && !task.networkReply() && !task.networkConnection());
         QVERIFY(task.requestAttributes().isEmpty() && task.data().isEmpty());
@@ -50,8 +48,8 @@ private Q_SLOTS:
             request.postData = "data";
             request.rawHeaders.insert("X", "y");
         });
-        task.setRequest(QStringLiteral("http://host/"), "text/plain", NetworkRequest::Method::Put, true);
-        QCOMPARE(task.request().postData, QByteArrayLiteral("data"));
+        task.setRequest(u"http://host/"_s, "text/plain", NetworkRequest::Method::Put, true);
+        QCOMPARE(task.request().postData, "data"_ba);
         QCOMPARE(task.request().rawHeaders.size(), 1);
         QVERIFY(task.request().streaming);
 
@@ -97,9 +95,9 @@ private Q_SLOTS:
         QCOMPARE(task.chopFirstBytes(-1), -1);
         const auto held = task.data();
         QCOMPARE(task.chopFirstBytes(2), 4);
-        QCOMPARE(task.data(), QByteArrayLiteral("cdef"));
+        QCOMPARE(task.data(), "cdef"_ba);
         QCOMPARE(task.data().constData(), held.constData() + 2); // not copied, though somebody holds it
-        QCOMPARE(held, QByteArrayLiteral("abcdef"));
+        QCOMPARE(held, "abcdef"_ba);
         QCOMPARE(task.chopFirstBytes(4), 0);
         QVERIFY(task.data().isEmpty() && !task.data().isNull());
         QCOMPARE(task.chopFirstBytes(0), -1);
@@ -109,24 +107,22 @@ private Q_SLOTS:
 
     void printsItself()
     {
-        TestTask task(QStringLiteral("http://host/"));
+        TestTask task(u"http://host/"_s);
         task.setData("abc");
         task.setHttpResponseStatusCode(HttpResponseStatusCode::NotFound);
         task.setNetworkResponseError(QNetworkReply::ContentNotFoundError);
-        task.setNetworkResponseErrorMessage(QStringLiteral("gone"));
+        task.setNetworkResponseErrorMessage(u"gone"_s);
         QString text;
         QDebug(&text) << task;
-        QVERIFY2(
-            text.startsWith(QLatin1String(typeid(TestTask).name()) +
-                            QStringLiteral("(\n  request=struct orv::NetworkRequest(url=\"http://host/\"")),
-            qPrintable(text));
-        QVERIFY2(text.endsWith(
-                     QStringLiteral("method=Method::Get)\n  dataReceived=\"abc\" "
-                                    "networkResponseError=QNetworkReply::ContentNotFoundError "
-                                    "networkResponseErrorMessage=\"gone\" "
-                                    "httpResponseStatusCode=orv::ORV_QEnumsHttpResponseStatusCodesUtils::"
-                                    "HttpResponseStatusCode::NotFound httpResponseStatusCodeNumber=404)")) ||
-                     text.contains(QStringLiteral("NotFound httpResponseStatusCodeNumber=404)")),
+        QVERIFY2(text.startsWith(QLatin1String(typeid(TestTask).name()) +
+                                 u"(\n  request=struct orv::NetworkRequest(url=\"http://host/\""_s),
+                 qPrintable(text));
+        QVERIFY2(text.endsWith(u"method=Method::Get)\n  dataReceived=\"abc\" "
+                               u"networkResponseError=QNetworkReply::ContentNotFoundError "
+                               u"networkResponseErrorMessage=\"gone\" "
+                               u"httpResponseStatusCode=orv::ORV_QEnumsHttpResponseStatusCodesUtils::"
+                               u"HttpResponseStatusCode::NotFound httpResponseStatusCodeNumber=404)"_s) ||
+                     text.contains(u"NotFound httpResponseStatusCodeNumber=404)"_s),
                  qPrintable(text));
         QVERIFY(task.errorMessage().isEmpty());
     }
@@ -134,12 +130,12 @@ private Q_SLOTS:
     void logsNothingUntilItIsAskedTo()
     {
         LogCatcher log("");
-        TestTask task(QStringLiteral("http://127.0.0.1:1/"));
+        TestTask task(u"http://127.0.0.1:1/"_s);
         task.setRetriesEnabled(false);
         QVERIFY(task.run());
         task.exec();
         task.read();
-        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(QLatin1Char('\n'))));
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(u'\n')));
     }
 };
 

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
@@ -43,7 +44,7 @@ private Q_SLOTS:
         QVERIFY(task->networkReply()); // sent at once
         QVERIFY(!task->isPaused());
         QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->data(), QByteArrayLiteral("in"));
+        QCOMPARE(task->data(), "in"_ba);
         QCOMPARE(task->retriesCount(), 0);
     }
 
@@ -64,7 +65,7 @@ private Q_SLOTS:
                 refusal.withField("WWW-Authenticate", challenge);
             return request.field("Authorization") == m_accepted ? LoopbackReply(200, "in") : refusal;
         });
-        m_authenticator->currentToken = QStringLiteral("expired");
+        m_authenticator->currentToken = u"expired"_s;
         auto task = makeTask(m_authenticator.get());
         task->setDelay(0);
         for (int round = 1; round <= 2; ++round) {
@@ -73,13 +74,13 @@ private Q_SLOTS:
             QTRY_COMPARE(m_authenticator->logins, round);
             QVERIFY(task->isPaused());
             QCOMPARE(task->httpResponseStatusCodeNumber(), 0);
-            QCOMPARE(task->data(), QByteArrayLiteral("out")); // looked at while it waits ...
+            QCOMPARE(task->data(), "out"_ba); // looked at while it waits ...
             m_authenticator->succeed(round == 1 ? "wrong again" : "good");
         }
         QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->data(), QByteArrayLiteral("in")); // ... and gone with the new reply
+        QCOMPARE(task->data(), "in"_ba); // ... and gone with the new reply
         QCOMPARE(m_server->requests().size(), 3);
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        QCOMPARE(task->log(), u"started finished"_s);
     }
 
     void waitsForALoginThatIsUnderWay()
@@ -99,7 +100,7 @@ private Q_SLOTS:
 
     void waitsWhenASubclassSaysSo()
     {
-        m_authenticator->currentToken = QStringLiteral("good");
+        m_authenticator->currentToken = u"good"_s;
         auto task = makeTask(m_authenticator.get());
         task->setResponseHandler(HttpResponseStatusCode::OK, [&] {
             if (m_authenticator->logins == 0)
@@ -151,7 +152,7 @@ private Q_SLOTS:
         }
         m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
         QVERIFY(task->isFinished());
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("down"));
+        QCOMPARE(task->error().errorMessage(), u"down"_s);
     }
 
     void neverSucceedsOnAFailureWithoutAReason()
@@ -165,7 +166,7 @@ private Q_SLOTS:
 
     void sendsOnlyTasksThatWait()
     {
-        m_authenticator->currentToken = QStringLiteral("good");
+        m_authenticator->currentToken = u"good"_s;
         auto task = makeTask(m_authenticator.get());
         m_accepted = "Bearer better";
         task->exec();
@@ -192,15 +193,15 @@ private Q_SLOTS:
         m_authenticator.reset();
         QVERIFY(task->isFinished());
         QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("Authentication failed"));
+        QCOMPARE(task->error().errorMessage(), u"Authentication failed"_s);
     }
 
     void goesOnWithANewAuthenticator_data()
     {
         QTest::addColumn<QString>("replacement");
-        QTest::newRow("with a token") << QStringLiteral("token");
-        QTest::newRow("without") << QStringLiteral("no token");
-        QTest::newRow("null") << QStringLiteral("null");
+        QTest::newRow("with a token") << u"token"_s;
+        QTest::newRow("without") << u"no token"_s;
+        QTest::newRow("null") << u"null"_s;
     }
 
     void goesOnWithANewAuthenticator()
@@ -210,18 +211,18 @@ private Q_SLOTS:
         auto task = makeTask(m_authenticator.get());
         task->exec();
         QTRY_VERIFY(task->isPaused());
-        if (replacement == QLatin1String("token"))
-            other.currentToken = QStringLiteral("good");
-        task->setAuthenticator(replacement == QLatin1String("null") ? nullptr : &other);
+        if (replacement == "token"_L1)
+            other.currentToken = u"good"_s;
+        task->setAuthenticator(replacement == "null"_L1 ? nullptr : &other);
         m_authenticator->succeed("wrong"); // nobody listens to it any more
-        if (replacement == QLatin1String("no token")) {
+        if (replacement == "no token"_L1) {
             QTRY_COMPARE(other.logins, 1);
             other.succeed("good");
         }
         QTRY_VERIFY(task->isFinished());
         QCOMPARE(task->error().errorCode(),
-                 replacement == QLatin1String("null") ? ErrorCode::AuthenticationFailed : ErrorCode::None);
-        QCOMPARE(m_server->requests().size(), replacement == QLatin1String("null") ? 0 : 1);
+                 replacement == "null"_L1 ? ErrorCode::AuthenticationFailed : ErrorCode::None);
+        QCOMPARE(m_server->requests().size(), replacement == "null"_L1 ? 0 : 1);
     }
 
     void isCanceledWhileItWaits()
@@ -234,7 +235,7 @@ private Q_SLOTS:
         m_authenticator->succeed("good");
         QTest::qWait(10);
         QCOMPARE(m_server->connectionCount(), 0);
-        QCOMPARE(task->log(), QStringLiteral("started canceled finished"));
+        QCOMPARE(task->log(), u"started canceled finished"_s);
     }
 
     void survivesWhatALoginDoes_data()
@@ -254,15 +255,15 @@ private Q_SLOTS:
         m_authenticator->duringLogin = [&] {
             if (std::exchange(acted, true))
                 return;
-            if (action == QLatin1String("delete task"))
+            if (action == "delete task"_L1)
                 delete task;
-            else if (action == QLatin1String("delete authenticator"))
+            else if (action == "delete authenticator"_L1)
                 m_authenticator.reset();
-            else if (action == QLatin1String("cancel"))
+            else if (action == "cancel"_L1)
                 task->cancel();
-            else if (action == QLatin1String("succeed"))
+            else if (action == "succeed"_L1)
                 m_authenticator->succeed("good");
-            else if (action == QLatin1String("fail"))
+            else if (action == "fail"_L1)
                 m_authenticator->fail(Error(ErrorCode::General, "no"));
             else {
                 QTest::qWait(10);
@@ -272,17 +273,17 @@ private Q_SLOTS:
         task->exec();
         QTRY_VERIFY(acted);
         QTRY_VERIFY(!task || task->isFinished());
-        if (action == QLatin1String("succeed") || action == QLatin1String("nested loop"))
+        if (action == "succeed"_L1 || action == "nested loop"_L1)
             QVERIFY(!task->hasError());
         delete task;
     }
 
     void logsInThroughTheQueueThatWaits()
     {
-        m_server->addReply(QStringLiteral("/login"), LoopbackReply(200, "good"));
+        m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
         NetworkQueue queue; // one slot
         queue.setAuthenticator(m_authenticator.get());
-        TestTask login(m_server->url(QStringLiteral("/login")));
+        TestTask login(m_server->url(u"/login"_s));
         m_authenticator->duringLogin = [&] {
             connect(&login, &Task::finished, m_authenticator.get(),
                     [&] { m_authenticator->succeed(login.data().constData()); });

@@ -6,6 +6,7 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 using Code = HttpResponseStatusCode;
@@ -26,8 +27,7 @@ private:
     void answer(std::initializer_list<int> statuses)
     {
         for (const int status : statuses)
-            m_server->addReply(QStringLiteral("/"),
-                               LoopbackReply(status, "content " + QByteArray::number(status)));
+            m_server->addReply(u"/"_s, LoopbackReply(status, "content " + QByteArray::number(status)));
     }
 
 private Q_SLOTS:
@@ -62,12 +62,11 @@ private Q_SLOTS:
         });
         QVERIFY(task->run());
         QVERIFY(!task->hasError());
-        QCOMPARE(task->data(), QByteArrayLiteral("content 200")); // ... does not leave it with the new one
+        QCOMPARE(task->data(), "content 200"_ba); // ... does not leave it with the new one
         QCOMPARE(task->retriesCount(), 2);
         QCOMPARE(m_server->requests().size(), 3);
-        QCOMPARE(task->log(),
-                 QStringLiteral("started aboutToRetry started retried aboutToRetry started retried "
-                                "finished"));
+        QCOMPARE(task->log(), u"started aboutToRetry started retried aboutToRetry started retried "
+                              u"finished"_s);
     }
 
     // The attempt that failed has no say in the one that its retry has begun.
@@ -84,7 +83,7 @@ private Q_SLOTS:
         QVERIFY(task->run());
         QVERIFY(!task->hasError());
         QCOMPARE(replies, 2);
-        QCOMPARE(task->log(), QStringLiteral("started aboutToRetry started retried finished"));
+        QCOMPARE(task->log(), u"started aboutToRetry started retried finished"_s);
 
         replies = -10;
         auto hopeless = makeTask();
@@ -92,7 +91,7 @@ private Q_SLOTS:
         hopeless->setMaxRetriesCount(1);
         QVERIFY(hopeless->run());
         QCOMPARE(hopeless->error().errorDetails().toInt(), 65535);
-        QCOMPARE(hopeless->networkResponseErrorMessage(), QStringLiteral("Unknown error"));
+        QCOMPARE(hopeless->networkResponseErrorMessage(), u"Unknown error"_s);
     }
 
     void givesUpInTheEnd_data()
@@ -111,7 +110,7 @@ private Q_SLOTS:
         QFETCH(int, maximum);
         QFETCH(bool, enabled);
         QFETCH(int, attempts);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
+        m_server->addReply(u"/"_s, LoopbackReply::silence());
         auto task = makeTask();
         task->setTimeout(20ms);
         task->setMaxRetriesCount(maximum);
@@ -122,7 +121,7 @@ private Q_SLOTS:
         QCOMPARE(task->error().errorDetails().toInt(), 2408);
         QCOMPARE(task->retriesCount(), attempts - 1);
         QCOMPARE(timeouts, attempts - 1);
-        QCOMPARE(task->events.count(QStringLiteral("finished")), 1);
+        QCOMPARE(task->events.count(u"finished"_s), 1);
     }
 
     void retriesOnlyWhatItCallsRecoverable()
@@ -173,9 +172,8 @@ private Q_SLOTS:
         auto first = makeTask();
         auto second = makeTask();
         QStringList started;
-        connect(&queue, &TasksQueue::taskStarted, this, [&](Task* task) {
-            started.append(task == first.get() ? QStringLiteral("1") : QStringLiteral("2"));
-        });
+        connect(&queue, &TasksQueue::taskStarted, this,
+                [&](Task* task) { started.append(task == first.get() ? u"1"_s : u"2"_s); });
         connect(first.get(), &NetworkTask::retried, this, [&] {
             QVERIFY(!first->isRunning()); // queued again
             QCOMPARE(first->queue(), &queue);
@@ -184,8 +182,8 @@ private Q_SLOTS:
         queue.append(first.get());
         queue.append(second.get());
         QTRY_VERIFY(queue.isEmpty());
-        QCOMPARE(started.join(QString()), QStringLiteral("121")); // behind, with priority 0
-        QCOMPARE(first->log(), QStringLiteral("started aboutToRetry retried started finished"));
+        QCOMPARE(started.join(QString()), u"121"_s); // behind, with priority 0
+        QCOMPARE(first->log(), u"started aboutToRetry retried started finished"_s);
         QVERIFY(!first->hasError() && !second->hasError());
     }
 
@@ -208,16 +206,15 @@ private Q_SLOTS:
     void doesNothingTwiceInALaterAttempt()
     {
         answer({503, 503});
-        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
+        m_server->addReply(u"/"_s, LoopbackReply::silence());
         LogCatcher log("orv.network.warning=true");
         auto task = makeTask();
         task->setMaxRetriesCount(2);
         task->setTimeout(50ms);
         QVERIFY(task->run());
-        QCOMPARE(log.lines.filter(QStringLiteral("Network timeout in task")).size(), 1);
-        QCOMPARE(task->log(),
-                 QStringLiteral("started aboutToRetry started retried aboutToRetry started retried "
-                                "finished"));
+        QCOMPARE(log.lines.filter(u"Network timeout in task"_s).size(), 1);
+        QCOMPARE(task->log(), u"started aboutToRetry started retried aboutToRetry started retried "
+                              u"finished"_s);
     }
 
     void survivesWhatASlotDoes_data()
@@ -240,45 +237,42 @@ private Q_SLOTS:
         answer({503, 200});
         auto queue = std::make_unique<TasksQueue>();
         QPointer<TestTask> task = makeTask().release();
-        if (where == QLatin1String("delayed"))
+        if (where == "delayed"_L1)
             task->setDelayPolicy(Retriable::DelayPolicy::Exponential);
         bool acted = false;
         const auto act = [&] {
             if (std::exchange(acted, true))
                 return;
-            if (action == QLatin1String("delete"))
+            if (action == "delete"_L1)
                 delete task;
-            else if (action == QLatin1String("cancel"))
+            else if (action == "cancel"_L1)
                 task->cancel();
-            else if (action == QLatin1String("finish"))
+            else if (action == "finish"_L1)
                 task->finish(Error(ErrorCode::General));
-            else if (action == QLatin1String("exec"))
+            else if (action == "exec"_L1)
                 task->exec();
-            else if (action == QLatin1String("delete queue"))
+            else if (action == "delete queue"_L1)
                 queue.reset();
             else
                 QTest::qWait(20);
         };
-        connect(task, &NetworkTask::aboutToRetry, this,
-                [&] { where == QLatin1String("aboutToRetry") ? act() : void(); });
-        connect(task, &NetworkTask::retried, this,
-                [&] { where == QLatin1String("retried") ? act() : void(); });
+        connect(task, &NetworkTask::aboutToRetry, this, [&] { where == "aboutToRetry"_L1 ? act() : void(); });
+        connect(task, &NetworkTask::retried, this, [&] { where == "retried"_L1 ? act() : void(); });
         connect(task, &NetworkTask::started, this,
-                [&] { where == QLatin1String("started again") && task->retriesCount() ? act() : void(); });
+                [&] { where == "started again"_L1 && task->retriesCount() ? act() : void(); });
         inQueue ? queue->append(task) : task->exec();
-        if (where == QLatin1String("delayed")) {
+        if (where == "delayed"_L1) {
             QTRY_VERIFY(task->isPaused());
             act();
         }
         QTRY_VERIFY(acted);
-        const bool isStranded = action == QLatin1String("delete queue") && inQueue;
+        const bool isStranded = action == "delete queue"_L1 && inQueue;
         QTRY_VERIFY(!task || task->isFinished() || isStranded);
         // Nothing follows the end, so a retry that was ended before it was announced never is.
-        const bool endsIt = action == QLatin1String("cancel") || action == QLatin1String("finish");
-        if (endsIt &&
-            (where == QLatin1String("aboutToRetry") || (where == QLatin1String("started again") && !inQueue)))
-            QVERIFY(!task->events.contains(QStringLiteral("retried")));
-        QVERIFY(!task || task->events.count(QStringLiteral("finished")) <= 1);
+        const bool endsIt = action == "cancel"_L1 || action == "finish"_L1;
+        if (endsIt && (where == "aboutToRetry"_L1 || (where == "started again"_L1 && !inQueue)))
+            QVERIFY(!task->events.contains(u"retried"_s));
+        QVERIFY(!task || task->events.count(u"finished"_s) <= 1);
         delete task;
         QVERIFY(!queue || queue->isEmpty());
     }

@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
@@ -51,7 +52,7 @@ LoopbackReply randomReply(QRandomGenerator& random)
 // Pages that the process holds, in bytes; 0 where nobody can tell.
 qint64 residentMemory()
 {
-    QFile file(QStringLiteral("/proc/self/statm"));
+    QFile file(u"/proc/self/statm"_s);
     if (!file.open(QIODevice::ReadOnly))
         return 0;
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
@@ -77,7 +78,7 @@ private Q_SLOTS:
         server.setHandler([&](const LoopbackRequest&) { return randomReply(random); });
         QVERIFY(!server.listen().hasError());
         LateAuthenticator authenticator;
-        authenticator.currentToken = QStringLiteral("token");
+        authenticator.currentToken = u"token"_s;
         NetworkQueue queue;
         queue.setAuthenticator(&authenticator);
         queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);

@@ -6,6 +6,7 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using SslMode = SslIgnorantNetworkAccessManager::SslMode;
 
@@ -26,7 +27,7 @@ private Q_SLOTS:
     void verifiesUnlessToldToIgnore()
     {
         LoopbackServer server(LoopbackServer::Transport::Tls);
-        server.addReply(QStringLiteral("/"), LoopbackReply(200, "secret"));
+        server.addReply(u"/"_s, LoopbackReply(200, "secret"));
         QVERIFY(!server.listen().hasError());
         const QNetworkRequest request{QUrl(server.url())};
 
@@ -38,7 +39,7 @@ private Q_SLOTS:
         manager.setSslMode(SslMode::Ignore);
         auto reply = finished(manager.get(request));
         QCOMPARE(reply->error(), QNetworkReply::NoError);
-        QCOMPARE(reply->readAll(), QByteArrayLiteral("secret"));
+        QCOMPARE(reply->readAll(), "secret"_ba);
 
         // The connection that was not verified is still open, but is not for requests that must be.
         manager.setSslMode(SslMode::Verify);
@@ -51,9 +52,9 @@ private Q_SLOTS:
         QTest::addColumn<SslMode>("mode");
         QTest::addColumn<QString>("url");
         QTest::addColumn<bool>("isReplaced");
-        QTest::newRow("ignore https") << SslMode::Ignore << QStringLiteral("https://127.0.0.1:1/") << true;
-        QTest::newRow("ignore http") << SslMode::Ignore << QStringLiteral("http://127.0.0.1:1/") << false;
-        QTest::newRow("verify https") << SslMode::Verify << QStringLiteral("https://127.0.0.1:1/") << false;
+        QTest::newRow("ignore https") << SslMode::Ignore << u"https://127.0.0.1:1/"_s << true;
+        QTest::newRow("ignore http") << SslMode::Ignore << u"http://127.0.0.1:1/"_s << false;
+        QTest::newRow("verify https") << SslMode::Verify << u"https://127.0.0.1:1/"_s << false;
     }
 
     void replacesOnlyWhatHttpsRequestsBring()
@@ -75,7 +76,7 @@ private Q_SLOTS:
     void deletesWithAndWithoutContent()
     {
         LoopbackServer server;
-        server.addReply(QStringLiteral("/"), LoopbackReply(200));
+        server.addReply(u"/"_s, LoopbackReply(200));
         QVERIFY(!server.listen().hasError());
         const QNetworkRequest request{QUrl(server.url())};
         SslIgnorantNetworkAccessManager manager;
@@ -88,9 +89,9 @@ private Q_SLOTS:
 
         const auto requests = server.requests();
         QCOMPARE(requests.size(), 2);
-        QCOMPARE(requests[0].startLine(), QByteArrayLiteral("DELETE / HTTP/1.1"));
+        QCOMPARE(requests[0].startLine(), "DELETE / HTTP/1.1"_ba);
         QVERIFY(requests[0].content.isEmpty());
-        QCOMPARE(requests[1].method, QByteArrayLiteral("DELETE"));
+        QCOMPARE(requests[1].method, "DELETE"_ba);
         QVERIFY(requests[1].field("Content-Type").startsWith("multipart/form-data; boundary="));
         QVERIFY(requests[1].content.contains("value"));
     }

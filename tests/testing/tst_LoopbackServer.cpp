@@ -17,6 +17,7 @@
 #include <unistd.h>
 #endif
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
@@ -89,7 +90,7 @@ class TestLoopbackServer : public QObject
 private Q_SLOTS:
     void init()
     {
-        QTest::failOnWarning(QRegularExpression(QStringLiteral(".*")));
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
         m_server = std::make_unique<LoopbackServer>();
         QVERIFY(!m_server->listen().hasError());
     }
@@ -148,8 +149,8 @@ private Q_SLOTS:
         QVERIFY(server.requests().isEmpty());
         QVERIFY(server.connectionCount() >= 2);
 
-        QUrl byName(server.url(QStringLiteral("/named")));
-        byName.setHost(QStringLiteral("localhost"));
+        QUrl byName(server.url(u"/named"_s));
+        byName.setHost(u"localhost"_s);
         const std::unique_ptr<QNetworkReply> trusted(manager.get(trusting(byName.toString())));
         QTRY_COMPARE(trusted->error(), QNetworkReply::ContentNotFoundError);
         QCOMPARE(server.requests().size(), 1);
@@ -230,7 +231,7 @@ private Q_SLOTS:
         QTRY_COMPARE(m_server->requests().size(), 3);
 
         for (int i = 0; i < 2; ++i) {
-            const LoopbackRequest recorded = m_server->requests(QStringLiteral("/a b/c")).value(i);
+            const LoopbackRequest recorded = m_server->requests(u"/a b/c"_s).value(i);
             QCOMPARE(recorded.head, head);
             QCOMPARE(recorded.startLine(), "POST /a%20b/c?q=%20 HTTP/1.1");
             QCOMPARE(recorded.target, "/a%20b/c?q=%20");
@@ -240,7 +241,7 @@ private Q_SLOTS:
             QCOMPARE(recorded.content, content);
             QCOMPARE(recorded.connection, i + 1);
         }
-        QCOMPARE(m_server->requests().last().path, QStringLiteral("/next"));
+        QCOMPARE(m_server->requests().last().path, u"/next"_s);
     }
 
     void grantsContinueBeforeTheContentComes()
@@ -283,12 +284,11 @@ private Q_SLOTS:
 
     void answersPipelinedRequestsInOrderFromEachScript()
     {
-        m_server->addReply(QStringLiteral("/a"), LoopbackReply(200, "a1").delayed(20ms));
-        m_server->addReply(QStringLiteral("/a"), LoopbackReply(200, "a2").chunked(1));
-        m_server->addReply(QStringLiteral("/b"), LoopbackReply(201, "b1"));
+        m_server->addReply(u"/a"_s, LoopbackReply(200, "a1").delayed(20ms));
+        m_server->addReply(u"/a"_s, LoopbackReply(200, "a2").chunked(1));
+        m_server->addReply(u"/b"_s, LoopbackReply(201, "b1"));
         m_server->setHandler([](const LoopbackRequest& request) {
-            return LoopbackReply::json({{QStringLiteral("m"), QString::fromLatin1(request.method)}})
-                .closing();
+            return LoopbackReply::json({{u"m"_s, QString::fromLatin1(request.method)}}).closing();
         });
         const QByteArray head = "HTTP/1.1 200 OK\r\nContent-Type: text/plain\r\n";
         const QByteArray a2 = head + "Transfer-Encoding: chunked\r\n\r\n1\r\na\r\n1\r\n2\r\n0\r\n\r\n";
@@ -333,8 +333,8 @@ private Q_SLOTS:
     {
         QFETCH(LoopbackReply, reply);
         QFETCH(QByteArray, method);
-        m_server->addReply(QStringLiteral("/"), reply);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply::raw("end"));
+        m_server->addReply(u"/"_s, reply);
+        m_server->addReply(u"/"_s, LoopbackReply::raw("end"));
         const Client client(*m_server, get("/", method) + get("/"));
         QTRY_VERIFY(client.isClosed());
         QTEST(client.received(), "expected");
@@ -364,7 +364,7 @@ private Q_SLOTS:
     void damagesTheReplyAtTheByteTold()
     {
         QFETCH(LoopbackReply, reply);
-        m_server->addReply(QStringLiteral("/"), reply);
+        m_server->addReply(u"/"_s, reply);
         const Client client(*m_server, get("/"));
         QTRY_VERIFY(client.isClosed());
         QTEST(client.pieces, "pieces");
@@ -375,7 +375,7 @@ private Q_SLOTS:
 
     void staysSilentUntilDropped()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
+        m_server->addReply(u"/"_s, LoopbackReply::silence());
         const Client silenced(*m_server, get("/") + get("/other"));
         QTRY_COMPARE(m_server->requests().size(), 1);
         const Client other(*m_server, get("/other"));
@@ -389,8 +389,8 @@ private Q_SLOTS:
 
     void outlivesClientsThatVanish()
     {
-        m_server->addReply(QStringLiteral("/big"), LoopbackReply(200, QByteArray(32 << 20, 'x')));
-        m_server->addReply(QStringLiteral("/later"), LoopbackReply().delayed(10s));
+        m_server->addReply(u"/big"_s, LoopbackReply(200, QByteArray(32 << 20, 'x')));
+        m_server->addReply(u"/later"_s, LoopbackReply().delayed(10s));
         for (const QByteArray& bytes : {get("/big"), get("/later"), get("/later").first(9), QByteArray()}) {
             QSignalSpy opened(m_server.get(), &LoopbackServer::connectionOpened);
             Client client(*m_server, bytes);
