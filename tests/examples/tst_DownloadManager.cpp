@@ -74,7 +74,7 @@ private:
     QByteArray contentOf(const QString& name)
     {
         QFile file(m_directory->filePath(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : "(unreadable)"_ba;
     }
 
     QList<LoginDialog*> dialogs()

@@ -96,7 +96,7 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().size(), 1);
         const auto request = m_server->requests().constFirst();
         QTEST(request.method, "method");
-        QCOMPARE(request.target, QByteArray("/a?b=%20c"));
+        QCOMPARE(request.target, "/a?b=%20c"_ba);
         QTEST(request.content, "content");
         QCOMPARE(request.hasField("Content-Type"), fields.join().contains("Content-Type"));
         for (const auto& field : fields) {
@@ -109,35 +109,19 @@ private Q_SLOTS:
     void refusesCommandLinesThatMakeNoSense_data()
     {
         QTest::addColumn<QString>("line"); // URL and DIR stand for some that would work
-        const auto lines = {"",
-                            "URL/a URL/b",
-                            "-o DIR/file URL/a URL/b",
-                            "-o DIR URL/a URL/b/%61",
-                            "-o DIR URL/a file:///b",
-                            "file:///etc/hostname",
-                            "127.0.0.1/",
-                            "http:///a",
-                            "--frobnicate URL",
-                            "-X BREW URL",
-                            "-X GET -dx URL",
-                            "-H Name URL",
-                            "-H \": value\" URL",
-                            "-H \"Na me: value\" URL",
-                            "-H \"A: b\r\nC: d\" URL",
-                            "-t soon URL",
-                            "-t 0 URL",
-                            "--retries=-1 URL",
-                            "-P0 URL",
-                            "--delay-policy random URL",
-                            "--delay-factor 0 URL",
-                            "--max-delay=-1 URL",
-                            "--token= URL",
-                            "--token=\"a\r\nb\" URL",
-                            "--login-url ftp://127.0.0.1/ URL",
-                            "--login-data {} URL",
-                            "--login-url URL --login-data=secret URL"};
-        for (const auto* line : lines)
-            QTest::newRow(line) << QString::fromLatin1(line);
+        const auto rows = [](std::initializer_list<const char*> lines) {
+            for (const auto* line : lines)
+                QTest::newRow(line) << QString::fromLatin1(line);
+        };
+        rows({"", "file:///etc/hostname", "127.0.0.1/", "http:///a"});
+        rows({"URL/a URL/b", "-o DIR/file URL/a URL/b", "-o DIR URL/a URL/b/%61", "-o DIR URL/a file:///b"});
+        rows({"--frobnicate URL", "-X BREW URL", "-X GET -dx URL"});
+        rows({"-H Name URL", "-H \": value\" URL", "-H \"Na me: value\" URL", "-H \"A: b\r\nC: d\" URL"});
+        rows({"-t soon URL", "-t 0 URL", "--retries=-1 URL", "-P0 URL"});
+        rows({"--delay-policy random URL", "--delay-factor 0 URL", "--max-delay=-1 URL"});
+        rows({"--token= URL", "--token=\"a\r\nb\" URL"});
+        rows({"--login-url ftp://127.0.0.1/ URL", "--login-data {} URL"});
+        rows({"--login-url URL --login-data=secret URL"});
     }
 
     void refusesCommandLinesThatMakeNoSense()
@@ -173,7 +157,8 @@ private Q_SLOTS:
         row("204", LoopbackReply(204), 0, "", "");
         row("HEAD", LoopbackReply(200, "new"), 0, "", "", u"-XHEAD"_s);
         row("302", redirect, 4, "old", "/there (HTTP 302)");
-        row("401", LoopbackReply(401, "who"), 6, "old", "(HTTP 401)");
+        const auto refusal = LoopbackReply(401, "who").withField("WWW-Authenticate", "Basic");
+        row("401", refusal, 6, "old", "(HTTP 401)");
         row("404", LoopbackReply(404, "bad"), 4, "old", "Not Found (HTTP 404)");
         row("408", LoopbackReply(408, "bad"), 4, "old", "(HTTP 408)");
         row("503", LoopbackReply(503, "bad"), 4, "old", "(HTTP 503)");
@@ -258,7 +243,7 @@ private Q_SLOTS:
 
         FetchProcess trusting({u"--insecure"_s, server.url()});
         QCOMPARE(trusting.run(), 0);
-        QCOMPARE(trusting.output(), QByteArray("secret"));
+        QCOMPARE(trusting.output(), "secret"_ba);
     }
 
     void writesTheHeadAndTheContentOfAnErrorWhenAsked()
@@ -282,11 +267,11 @@ private Q_SLOTS:
         m_server->addReply(u"/"_s, stalled(200));
         FetchProcess fetch({u"--stream"_s, m_server->url()});
         fetch.start();
-        QTRY_COMPARE(fetch.output(), QByteArray("new"));
+        QTRY_COMPARE(fetch.output(), "new"_ba);
         QCOMPARE(fetch.process().state(), QProcess::Running);
         m_server->dropConnections();
         QCOMPARE(fetch.wait(), 3);
-        QCOMPARE(fetch.output(), QByteArray("new"));
+        QCOMPARE(fetch.output(), "new"_ba);
     }
 
     void streamsInFlatMemory()
@@ -320,12 +305,12 @@ private Q_SLOTS:
         m_server->addReply(u"/"_s, LoopbackReply(200, "content"));
         FetchProcess toFile(options + QStringList{u"-o"_s, path(u"file"_s), m_server->url()});
         QCOMPARE(toFile.run(), 0);
-        QCOMPARE(readFile(path(u"file"_s)), QByteArray("content"));
+        QCOMPARE(readFile(path(u"file"_s)), "content"_ba);
 
         m_server->addReply(u"/stream"_s, truncated(200)); // what is written cannot be taken back
         FetchProcess toOutput(options + QStringList{m_server->url(u"/stream"_s)});
         QCOMPARE(toOutput.run(), 3);
-        QCOMPARE(toOutput.output(), QByteArray("new"));
+        QCOMPARE(toOutput.output(), "new"_ba);
         QCOMPARE(m_server->requests(u"/stream"_s).size(), 1);
     }
 
@@ -337,12 +322,12 @@ private Q_SLOTS:
         for (const int signal : {SIGINT, SIGTERM}) {
             FetchProcess fetch({u"--stream"_s, u"--retries=3"_s, u"-o"_s, path(u"file"_s), m_server->url()});
             fetch.start();
-            QTRY_COMPARE(readFile(path(u"file.part"_s)), QByteArray("new"));
+            QTRY_COMPARE(readFile(path(u"file.part"_s)), "new"_ba);
             ::kill(static_cast<pid_t>(fetch.process().processId()), signal);
             QCOMPARE(fetch.wait(), 130);
             QVERIFY2(fetch.messages().contains("interrupted"), fetch.messages().constData());
             QCOMPARE(files(), QStringList{u"file"_s});
-            QCOMPARE(readFile(path(u"file"_s)), QByteArray("old"));
+            QCOMPARE(readFile(path(u"file"_s)), "old"_ba);
         }
 #else
         QSKIP("needs signals");

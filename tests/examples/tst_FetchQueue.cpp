@@ -81,7 +81,7 @@ private Q_SLOTS:
             QCOMPARE(fetch.run(), 4);
             QCOMPARE(fetch.output(), QByteArray());
             QCOMPARE(files(), QStringList({u"1"_s, u"3"_s, u"5"_s}));
-            QCOMPARE(readFile(path(u"5"_s)), QByteArray("five!"));
+            QCOMPARE(readFile(path(u"5"_s)), "five!"_ba);
             auto lines = QString::fromUtf8(fetch.messages()).split(u'\n', Qt::SkipEmptyParts);
             lines.sort();
             const auto expected = option == u"-q"_s ? failures : successes + failures;
@@ -143,7 +143,7 @@ private Q_SLOTS:
         QTEST(logins, "logins");
         QCOMPARE(files().size(), 12);
         for (const auto& name : files())
-            QCOMPARE(readFile(path(name)), QByteArray("yes"));
+            QCOMPARE(readFile(path(name)), "yes"_ba);
     }
 
     // /1 and /2 go out with the same token. By the time that the refusal of /2 is there, /1 has had a login
@@ -247,7 +247,7 @@ private Q_SLOTS:
             FetchProcess fetch(QStringList{option, u"-o"_s, m_directory->path() + u'/'} + urls);
             QCOMPARE(fetch.run(), 0);
             QCOMPARE(files(), QStringList({u"a b.txt"_s, u"café"_s}));
-            QCOMPARE(readFile(path(u"a b.txt"_s)), QByteArray("/x/a b.txt"));
+            QCOMPARE(readFile(path(u"a b.txt"_s)), "/x/a b.txt"_ba);
             QVERIFY(QFile::remove(path(u"café"_s)));
         }
     }
@@ -264,9 +264,9 @@ private Q_SLOTS:
         FetchProcess fetch(QStringList{u"--stream"_s} + urls(1));
         QCOMPARE(fetch.run(), 0);
         QCOMPARE(QFile::symLinkTarget(path(u"1"_s)), path(u"target"_s));
-        QCOMPARE(readFile(path(u"target"_s)), QByteArray("new"));
+        QCOMPARE(readFile(path(u"target"_s)), "new"_ba);
         QVERIFY(!(QFile::permissions(path(u"target"_s)) & (QFile::ReadGroup | QFile::ReadOther)));
-        QCOMPARE(readFile(path(u"target.part"_s)), QByteArray("mine"));
+        QCOMPARE(readFile(path(u"target.part"_s)), "mine"_ba);
         QVERIFY(!QFile::exists(path(u"nowhere"_s)) && !QFile::exists(path(u"target.3.part"_s)));
 #else
         QSKIP("needs links");

@@ -47,7 +47,7 @@ private:
     static QByteArray contentOf(const QString& path)
     {
         QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : "unreadable"_ba;
     }
 
 private Q_SLOTS:

@@ -73,11 +73,11 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().size(), 1);
         const auto request = m_server->requests().constFirst();
         QCOMPARE(request.startLine(), QTest::currentDataTag() + " /a?b=c%20d HTTP/1.1"_ba);
-        QCOMPARE(request.content, hasContent ? QByteArray("{}") : QByteArray());
+        QCOMPARE(request.content, hasContent ? "{}"_ba : QByteArray());
         QCOMPARE(request.hasField("Content-Type"), hasContent);
-        QCOMPARE(request.field("Content-Type"), hasContent ? QByteArray("application/x-test") : QByteArray());
-        QCOMPARE(request.field("Accept"), QByteArray("application/json"));
-        QCOMPARE(request.field("User-Agent"), QByteArray("OrvLabs"));
+        QCOMPARE(request.field("Content-Type"), hasContent ? "application/x-test"_ba : QByteArray());
+        QCOMPARE(request.field("Accept"), "application/json"_ba);
+        QCOMPARE(request.field("User-Agent"), "OrvLabs"_ba);
         QVERIFY(!request.hasField("Authorization"));
     }
 
@@ -125,10 +125,10 @@ private Q_SLOTS:
         });
         QVERIFY(task.run());
         const auto request = m_server->requests().constFirst();
-        QCOMPARE(request.field("User-Agent"), QByteArray("raw"));
-        QCOMPARE(request.field("Accept"), QByteArray("x/y"));
-        QCOMPARE(request.field("Authorization"), QByteArray("Bearer tok\xe9n"));
-        QCOMPARE(request.field("Content-Type"), QByteArray("a/b"));
+        QCOMPARE(request.field("User-Agent"), "raw"_ba);
+        QCOMPARE(request.field("Accept"), "x/y"_ba);
+        QCOMPARE(request.field("Authorization"), "Bearer tok\xe9n"_ba);
+        QCOMPARE(request.field("Content-Type"), "a/b"_ba);
         QVERIFY(request.head.contains("\r\nX-b: 2\r\n"));
         QCOMPARE(request.head.toLower().count("\r\nauthorization:"), 1);
     }
@@ -177,7 +177,7 @@ private Q_SLOTS:
         QCOMPARE(request.content.contains("value"), isSent);
         QCOMPARE(request.field("Content-Type").startsWith("multipart/form-data; boundary="), isSent);
         if (!isSent)
-            QCOMPARE(request.content, QByteArray("data"));
+            QCOMPARE(request.content, "data"_ba);
         QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(u'\n')));
     }
 
@@ -300,7 +300,7 @@ private Q_SLOTS:
         }
         QCOMPARE(result.value().url, url);
         QCOMPARE(result.value().method, Method::Delete);
-        QCOMPARE(result.value().acceptedContentTypes, QByteArray("application/json"));
+        QCOMPARE(result.value().acceptedContentTypes, "application/json"_ba);
         QVERIFY(result.value().streaming && result.value().postDataContentType.isEmpty());
     }
 

@@ -125,7 +125,7 @@ private Q_SLOTS:
         QNetworkAccessManager manager;
         for (const char* path : {"/", "/small/chunks"}) {
             QNetworkRequest request = trusting(server->url(QLatin1String(path)));
-            request.setHeader(QNetworkRequest::ContentTypeHeader, QByteArray("text/plain"));
+            request.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_ba);
             const std::unique_ptr<QNetworkReply> reply(manager.post(request, content));
             // QTRY_ would let the client run only every 10 ms.
             QVERIFY(QSignalSpy(reply.get(), &QNetworkReply::finished).wait());
@@ -159,33 +159,31 @@ private Q_SLOTS:
     void mayBeDeletedWhereverItCallsOut_data()
     {
         QTest::addColumn<LoopbackServer::Transport>("transport");
-        QTest::addColumn<QString>("place");
+        QTest::addColumn<QByteArray>("place");
         for (const char* place : {"connectionOpened", "requestReceived", "handler"}) {
-            QTest::addRow("plain, %s", place)
-                << LoopbackServer::Transport::Plain << QString::fromLatin1(place);
-            QTest::addRow("TLS, %s", place) << LoopbackServer::Transport::Tls << QString::fromLatin1(place);
+            QTest::addRow("plain, %s", place) << LoopbackServer::Transport::Plain << QByteArray(place);
+            QTest::addRow("TLS, %s", place) << LoopbackServer::Transport::Tls << QByteArray(place);
         }
     }
 
     void mayBeDeletedWhereverItCallsOut()
     {
         QFETCH(LoopbackServer::Transport, transport);
-        QFETCH(QString, place);
+        QFETCH(QByteArray, place);
         m_server = std::make_unique<LoopbackServer>(transport);
         QVERIFY(!m_server->listen().hasError());
         const auto destroyIn = [this, place](const char* here) {
-            if (place != QLatin1String(here))
+            if (place != here)
                 return;
             m_server.reset();
             // What a nested event loop would do.
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             QCoreApplication::processEvents();
         };
-        connect(m_server.get(), &LoopbackServer::connectionOpened, this,
-                [=] { destroyIn("connectionOpened"); });
-        connect(m_server.get(), &LoopbackServer::requestReceived, this,
-                [=] { destroyIn("requestReceived"); });
-        m_server->setHandler([destroyIn, place](const LoopbackRequest&) {
+        auto* server = m_server.get();
+        connect(server, &LoopbackServer::connectionOpened, this, [=] { destroyIn("connectionOpened"); });
+        connect(server, &LoopbackServer::requestReceived, this, [=] { destroyIn("requestReceived"); });
+        server->setHandler([destroyIn, place](const LoopbackRequest&) {
             destroyIn("handler");
             return LoopbackReply(200 + int(place.size())); // what the handler has captured is still there
         });
@@ -201,13 +199,13 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("fields");
         QTest::addColumn<QByteArray>("body");
         QTest::addColumn<QByteArray>("content");
-        QTest::newRow("length") << QByteArray("content-LENGTH: 5\r\n") << QByteArray("a\r\n\r\n")
-                                << QByteArray("a\r\n\r\n");
-        QTest::newRow("chunked") << QByteArray("Transfer-Encoding: chunked\r\n")
-                                 << QByteArray(
-                                        "3;x=y\r\nabc\r\nA\r\n0123\r\n\r\n89\r\n0\r\nTrailer: t\r\n\r\n")
-                                 << QByteArray("abc0123\r\n\r\n89");
-        QTest::newRow("none") << QByteArray() << QByteArray() << QByteArray();
+        const auto row = [](const char* name, const char* field, const char* body, const char* content) {
+            QTest::newRow(name) << QByteArray(field) << QByteArray(body) << QByteArray(content);
+        };
+        row("none", "", "", "");
+        row("length", "content-LENGTH: 5\r\n", "a\r\n\r\n", "a\r\n\r\n");
+        row("chunked", "Transfer-Encoding: chunked\r\n",
+            "3;x=y\r\nabc\r\nA\r\n0123\r\n\r\n89\r\n0\r\nTrailer: t\r\n\r\n", "abc0123\r\n\r\n89");
     }
 
     // A byte at a time, and all at once together with a second request: the parser must not care.
@@ -235,7 +233,7 @@ private Q_SLOTS:
             QCOMPARE(recorded.head, head);
             QCOMPARE(recorded.startLine(), "POST /a%20b/c?q=%20 HTTP/1.1");
             QCOMPARE(recorded.target, "/a%20b/c?q=%20");
-            QCOMPARE(recorded.fields.value(0), std::pair(QByteArray("X-B"), QByteArray("two words")));
+            QCOMPARE(recorded.fields.value(0), std::pair("X-B"_ba, "two words"_ba));
             QCOMPARE(recorded.fields.value(1).first, "x-a");
             QCOMPARE(recorded.field("X-A"), "1");
             QCOMPARE(recorded.content, content);
@@ -256,20 +254,19 @@ private Q_SLOTS:
     void refusesMalformedRequests_data()
     {
         QTest::addColumn<QByteArray>("bytes");
-        QTest::newRow("no version") << QByteArray("GET /\r\n\r\n");
-        QTest::newRow("bare line feed") << QByteArray("GET / HTTP/1.1\nHost: x\n\n");
-        QTest::newRow("TLS hello") << QByteArray("\x16\x03\x01\x02", 4);
-        QTest::newRow("folded field") << QByteArray("GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n");
-        QTest::newRow("signed length") << QByteArray("PUT / HTTP/1.1\r\nContent-Length: -1\r\n\r\n");
-        QTest::newRow("two lengths") << QByteArray(
-            "PUT / HTTP/1.1\r\nContent-Length: 1\r\nContent-Length: 2\r\n\r\n");
-        QTest::newRow("length and chunked")
-            << QByteArray("PUT / HTTP/1.1\r\nContent-Length: 1\r\nTransfer-Encoding: chunked\r\n\r\n");
-        QTest::newRow("chunk size") << QByteArray(
-            "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0x1\r\n");
-        QTest::newRow("chunk end") << QByteArray(
-            "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nabc\r\n");
-        QTest::newRow("long head") << "GET / HTTP/1.1\r\nA: " + QByteArray(3 << 20, 'a');
+        const auto row = [](const char* name, const QByteArray& bytes) { QTest::newRow(name) << bytes; };
+        row("no version", "GET /\r\n\r\n");
+        row("bare line feed", "GET / HTTP/1.1\nHost: x\n\n");
+        row("TLS hello", "\x16\x03\x01\x02");
+        row("folded field", "GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n");
+        row("long head", "GET / HTTP/1.1\r\nA: " + QByteArray(3 << 20, 'a'));
+        const auto length = "PUT / HTTP/1.1\r\nContent-Length: "_ba;
+        row("signed length", length + "-1\r\n\r\n");
+        row("two lengths", length + "1\r\nContent-Length: 2\r\n\r\n");
+        row("length and chunked", length + "1\r\nTransfer-Encoding: chunked\r\n\r\n");
+        const auto chunked = "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"_ba;
+        row("chunk size", chunked + "0x1\r\n");
+        row("chunk end", chunked + "1\r\nabc\r\n");
     }
 
     void refusesMalformedRequests()
@@ -310,23 +307,19 @@ private Q_SLOTS:
         QTest::addColumn<LoopbackReply>("reply");
         QTest::addColumn<QByteArray>("method");
         QTest::addColumn<QByteArray>("expected");
+        const auto row = [](const char* name, const LoopbackReply& reply, const QByteArray& expected) {
+            QTest::newRow(name) << reply << QByteArray(name).first(4).trimmed() << expected;
+        };
         const LoopbackReply text(200, "text", "");
-        QTest::newRow("HEAD") << text << QByteArray("HEAD")
-                              << QByteArray("HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nend");
-        QTest::newRow("204") << LoopbackReply(204, "text") << QByteArray("GET")
-                             << QByteArray("HTTP/1.1 204 No Content\r\n\r\nend");
-        QTest::newRow("304") << LoopbackReply(304, "text").withField("Content-Length", "4")
-                             << QByteArray("GET")
-                             << QByteArray("HTTP/1.1 304 Not Modified\r\nContent-Length: 4\r\n\r\nend");
-        QTest::newRow("own fields, odd status")
-            << LoopbackReply(99, "text")
-                   .withReason("No")
-                   .withField("content-length", "9")
-                   .withField("Content-Type", "")
-            << QByteArray("GET")
-            << QByteArray("HTTP/1.1 099 No\r\ncontent-length: 9\r\nContent-Type: \r\n\r\ntextend");
-        QTest::newRow("until close") << LoopbackReply(text).untilClose() << QByteArray("GET")
-                                     << QByteArray("HTTP/1.1 200 OK\r\nConnection: close\r\n\r\ntext");
+        const auto odd = LoopbackReply(99, "text").withReason("No").withField("content-length", "9");
+        row("HEAD", text, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nend");
+        row("GET 204", LoopbackReply(204, "text"), "HTTP/1.1 204 No Content\r\n\r\nend");
+        row("GET 304", LoopbackReply(304, "text").withField("Content-Length", "4"),
+            "HTTP/1.1 304 Not Modified\r\nContent-Length: 4\r\n\r\nend");
+        row("GET own fields, odd status", LoopbackReply(odd).withField("Content-Type", ""),
+            "HTTP/1.1 099 No\r\ncontent-length: 9\r\nContent-Type: \r\n\r\ntextend");
+        row("GET until close", LoopbackReply(text).untilClose(),
+            "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\ntext");
     }
 
     void writesTheReplyAsTold()
@@ -346,19 +339,18 @@ private Q_SLOTS:
         QTest::addColumn<QByteArrayList>("pieces");
         QTest::addColumn<bool>("isReset");
         const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
-        LoopbackReply text(200, "text", "");
-        const LoopbackReply split = LoopbackReply::raw(all).splitAt(20);
-        QTest::newRow("cut at once") << LoopbackReply(text).cutAfter(0) << QByteArrayList() << false;
-        QTest::newRow("cut in the head")
-            << LoopbackReply(text).cutAfter(7) << QByteArrayList{all.first(7)} << false;
-        QTest::newRow("cut past the end") << LoopbackReply(text).cutAfter(99) << QByteArrayList{all} << false;
-        QTest::newRow("reset at once") << LoopbackReply(text).resetAfter(0) << QByteArrayList() << true;
-        QTest::newRow("reset in the content")
-            << LoopbackReply(text).resetAfter(40) << QByteArrayList{all.first(40)} << true;
-        QTest::newRow("split") << split << QByteArrayList{all.first(20), all.sliced(20)} << false;
-        QTest::newRow("dripped and cut")
-            << text.dripped(20, 5ms).cutAfter(41)
-            << QByteArrayList{all.first(20), all.sliced(20, 20), all.sliced(40, 1)} << false;
+        const LoopbackReply text(200, "text", "");
+        const auto row = [](const char* name, const LoopbackReply& reply, const QByteArrayList& pieces) {
+            QTest::newRow(name) << reply << pieces << QByteArray(name).startsWith("reset");
+        };
+        row("cut at once", LoopbackReply(text).cutAfter(0), {});
+        row("cut in the head", LoopbackReply(text).cutAfter(7), {all.first(7)});
+        row("cut past the end", LoopbackReply(text).cutAfter(99), {all});
+        row("reset at once", LoopbackReply(text).resetAfter(0), {});
+        row("reset in the content", LoopbackReply(text).resetAfter(40), {all.first(40)});
+        row("split", LoopbackReply::raw(all).splitAt(20), {all.first(20), all.sliced(20)});
+        row("dripped and cut", LoopbackReply(text).dripped(20, 5ms).cutAfter(41),
+            {all.first(20), all.sliced(20, 20), all.sliced(40, 1)});
     }
 
     void damagesTheReplyAtTheByteTold()
