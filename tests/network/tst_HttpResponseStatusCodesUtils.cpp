@@ -24,20 +24,12 @@ private Q_SLOTS:
         QCOMPARE(codes.keyToValue("Locked"), 423);
     }
 
-    void namesCodesInWords_data()
-    {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("200") << 200 << u"OK"_s;
-        QTest::newRow("0") << 0 << u"Unknown"_s;
-        QTest::newRow("429") << 429 << u"Too Many Requests"_s;
-        QTest::newRow("no key") << 418 << QString();
-    }
-
     void namesCodesInWords()
     {
-        QFETCH(int, code);
-        QTEST(httpResponseStatusCodeName(static_cast<Code>(code)), "name");
+        const QMap<int, QString> names{
+            {200, u"OK"_s}, {0, u"Unknown"_s}, {429, u"Too Many Requests"_s}, {418, u""_s}};
+        for (auto name = names.begin(); name != names.end(); ++name)
+            QCOMPARE(httpResponseStatusCodeName(static_cast<Code>(name.key())), *name);
     }
 
     void makesErrorsOfStatuses_data()
@@ -46,13 +38,17 @@ private Q_SLOTS:
         QTest::addColumn<QString>("message");
         QTest::addColumn<int>("errorCode");
         QTest::addColumn<QString>("text");
-        QTest::newRow("200") << 200 << u"ignored"_s << 0 << QString();
-        QTest::newRow("201") << 201 << QString() << 0 << QString();
-        QTest::newRow("204") << 204 << QString() << 24 << u"HTTP connection error: ."_s;
-        QTest::newRow("404") << 404 << QString() << 24 << u"HTTP connection error: NotFound."_s;
-        QTest::newRow("404 and text") << 404 << u"gone"_s << 24 << u"gone"_s;
-        QTest::newRow("440") << 440 << QString() << 27 << u"Your session timed-out. Please log in again."_s;
-        QTest::newRow("440 and text") << 440 << u"late"_s << 27 << u"late"_s;
+        const auto row = [](int code, const char* message, int errorCode, const char* text) {
+            QTest::addRow("%d %s", code, message)
+                << code << QString::fromLatin1(message) << errorCode << QString::fromLatin1(text);
+        };
+        row(200, "ignored", 0, "");
+        row(201, "", 0, "");
+        row(204, "", 24, "HTTP connection error: .");
+        row(404, "", 24, "HTTP connection error: NotFound.");
+        row(404, "gone", 24, "gone");
+        row(440, "", 27, "Your session timed-out. Please log in again.");
+        row(440, "late", 27, "late");
     }
 
     void makesErrorsOfStatuses()
@@ -96,14 +92,17 @@ private Q_SLOTS:
         QTest::addColumn<QVariant>("details");
         QTest::addColumn<int>("status");
         QTest::addColumn<int>("transport");
-        QTest::newRow("empty") << QVariant() << 200 << 0;
-        QTest::newRow("1999") << QVariant(1999) << 200 << 0;
-        QTest::newRow("2000") << QVariant(2000) << 0 << 0;
-        QTest::newRow("2999") << QVariant(2999) << 999 << 0;
-        QTest::newRow("3000") << QVariant(3000) << 200 << 0;
-        QTest::newRow("3004") << QVariant(3004) << 200 << 4;
-        QTest::newRow("65535") << QVariant(65535) << 200 << 62535;
-        QTest::newRow("negative") << QVariant(std::numeric_limits<int>::min()) << 200 << 0;
+        const auto row = [](const QVariant& details, int status, int transport) {
+            QTest::newRow(qPrintable(details.toString())) << details << status << transport;
+        };
+        row({}, 200, 0);
+        row(1999, 200, 0);
+        row(2000, 0, 0);
+        row(2999, 999, 0);
+        row(3000, 200, 0);
+        row(3004, 200, 4);
+        row(65535, 200, 62535);
+        row(std::numeric_limits<int>::min(), 200, 0);
     }
 
     void readsNumbersBack()
@@ -114,36 +113,25 @@ private Q_SLOTS:
         QTEST(static_cast<int>(networkError(error)), "transport");
     }
 
-    void checksReplies_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<bool>("isGood");
-        QTest::newRow("200") << 200 << true;
-        QTest::newRow("201") << 201 << true;
-        QTest::newRow("204") << 204 << false;
-        QTest::newRow("404") << 404 << false;
-        QTest::newRow("none") << 0 << false;
-    }
-
     void checksReplies()
     {
-        QFETCH(int, status);
-        QFETCH(bool, isGood);
-        FakeReply reply(status, QUrl(u"http://host/x"_s));
-        ErrorWarningMessages messages{u"before "_s, {}};
-        const auto error = checkHttpStatus(&reply, &messages);
-        QCOMPARE(error.hasError(), !isGood);
-        QCOMPARE(error.hasError(), checkHttpStatus(&reply, nullptr).hasError());
-        if (isGood) {
-            QCOMPARE(messages.errors, u"before "_s);
-            return;
+        for (const int status : {200, 201, 204, 404, 0}) {
+            FakeReply reply(status, QUrl(u"http://host/x"_s));
+            ErrorWarningMessages messages{u"before "_s, {}};
+            const auto error = checkHttpStatus(&reply, &messages);
+            QCOMPARE(error.hasError(), status != 200 && status != 201);
+            QCOMPARE(error.hasError(), checkHttpStatus(&reply, nullptr).hasError());
+            if (!error.hasError()) {
+                QCOMPARE(messages.errors, u"before "_s);
+                continue;
+            }
+            QCOMPARE(error.errorCode(), ErrorCode::Network);
+            QVERIFY(error.errorMessage().isEmpty() && !error.errorDetails().isValid());
+            QVERIFY(messages.errors.startsWith(u"before Unable to access QUrl(\"http://host/x\") - "_s));
+            QVERIFY(messages.errors.contains(status == 404 ? u"NotFound"_s : u"(%1)"_s.arg(status)) ||
+                    !status);
+            QVERIFY(messages.warnings.isEmpty());
         }
-        QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QVERIFY(error.errorMessage().isEmpty() && !error.errorDetails().isValid());
-        QVERIFY(messages.errors.startsWith(u"before Unable to access QUrl(\"http://host/x\") - "_s));
-        QVERIFY(messages.errors.contains(status == 404 ? u"NotFound"_s : QString::number(status)) ||
-                status == 0);
-        QVERIFY(messages.warnings.isEmpty());
     }
 
     void checksForNullReplies()

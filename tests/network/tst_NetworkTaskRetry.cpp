@@ -205,7 +205,10 @@ private Q_SLOTS:
     {
         addRowsForActions({"aboutToRetry", "retried", "started again", "delayed", "aboutToRetry, queued",
                            "retried, queued", "started again, queued", "delayed, queued"},
-                          {"delete", "cancel", "finish", "exec", "delete queue", "nested loop"});
+                          {"delete", "cancel", "finish", "exec", "nested loop"});
+        for (const auto& place : {u"aboutToRetry"_s, u"retried"_s, u"started again"_s, u"delayed"_s})
+            QTest::addRow("%s: delete queue", qPrintable(place))
+                << place + u", queued"_s << u"delete queue"_s;
     }
 
     void survivesWhatASlotDoes()
