@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Result.h>
 
 #include <QTest>
@@ -98,12 +100,11 @@ private Q_SLOTS:
     // Every pair of what a result held before an assignment and what it is assigned.
     void copiesAndMoves_data()
     {
-        QTest::addColumn<bool>("fromValue");
-        QTest::addColumn<bool>("toValue");
-        QTest::newRow("value to value") << true << true;
-        QTest::newRow("value to error") << true << false;
-        QTest::newRow("error to value") << false << true;
-        QTest::newRow("error to error") << false << false;
+        const auto row = addColumns<bool, bool>({"fromValue", "toValue"});
+        row("value to value", true, true);
+        row("value to error", true, false);
+        row("error to value", false, true);
+        row("error to error", false, false);
     }
 
     void copiesAndMoves()

@@ -1,3 +1,4 @@
+#include "../Rows.h"
 #include "FetchProcess.h"
 
 #include <LoopbackServer.h>
@@ -62,10 +63,8 @@ private Q_SLOTS:
 
     void sendsWhatItIsAskedFor_data()
     {
-        QTest::addColumn<QString>("options");
-        QTest::addColumn<QByteArray>("method");
-        QTest::addColumn<QByteArrayList>("fields");
-        QTest::addColumn<QByteArray>("content");
+        addColumns<QString, QByteArray, QByteArrayList, QByteArray>(
+            {"options", "method", "fields", "content"});
         const auto row = [](const char* options, const char* method, const QByteArrayList& fields = {},
                             const QByteArray& content = {}) {
             QTest::newRow(options) << QString::fromUtf8(options) << QByteArray(method) << fields << content;
@@ -140,11 +139,8 @@ private Q_SLOTS:
 
     void endsWithAnExitCodeAndReplacesTheFileOnSuccessOnly_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<QByteArray>("content"); // of the file, then
-        QTest::addColumn<QByteArray>("message");
-        QTest::addColumn<QString>("options");
+        addColumns<LoopbackReply, int, QByteArray, QByteArray, QString>(
+            {"reply", "exitCode", "content", "message", "options"});
         const auto row = [](const char* name, const LoopbackReply& reply, int exitCode, const char* content,
                             const char* message, const QString& options = {}) {
             for (const auto& more : {u""_s, u" --stream"_s})

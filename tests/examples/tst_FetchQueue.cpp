@@ -1,3 +1,4 @@
+#include "../Rows.h"
 #include "FetchProcess.h"
 
 #include <LoopbackServer.h>
@@ -109,15 +110,13 @@ private Q_SLOTS:
 
     void logsInOnceForEachExpiry_data()
     {
-        QTest::addColumn<QString>("option");
-        QTest::addColumn<int>("lives"); // requests that a token is good for
-        QTest::addColumn<int>("logins");
-        QTest::newRow("nothing expires") << u"-P6"_s << 100 << 1;
-        QTest::newRow("one at a time") << u"-P1"_s << 5 << 3;
-        QTest::newRow("all at once") << u"-P12"_s << 5 << 3;
-        QTest::newRow("a token to begin with") << u"--token=t0"_s << 5 << 2;
-        QTest::newRow("a token that has expired") << u"--token=old"_s << 100 << 1;
-        QTest::newRow("streaming") << u"--stream"_s << 5 << 3;
+        const auto row = addColumns<QString, int, int>({"option", "lives", "logins"});
+        row("nothing expires", u"-P6"_s, 100, 1);
+        row("one at a time", u"-P1"_s, 5, 3);
+        row("all at once", u"-P12"_s, 5, 3);
+        row("a token to begin with", u"--token=t0"_s, 5, 2);
+        row("a token that has expired", u"--token=old"_s, 100, 1);
+        row("streaming", u"--stream"_s, 5, 3);
     }
 
     void logsInOnceForEachExpiry()
@@ -168,15 +167,8 @@ private Q_SLOTS:
 
     void endsWithoutATokenWhenThereIsNone_data()
     {
-        QTest::addColumn<QList<LoopbackReply>>("answers"); // to logins
-        QTest::addColumn<QString>("options");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<int>("mostLogins");
-        QTest::addColumn<QByteArray>("message");
-        const auto row = [](const char* name, const QList<LoopbackReply>& answers, const QString& options,
-                            int exitCode, int mostLogins, const char* message) {
-            QTest::newRow(name) << answers << options << exitCode << mostLogins << QByteArray(message);
-        };
+        const auto row = addColumns<QList<LoopbackReply>, QString, int, int, QByteArray>(
+            {"answers", "options", "exitCode", "mostLogins", "message"});
         const QList<LoopbackReply> passing{
             LoopbackReply(500), LoopbackReply::raw("HTTP/1.1 200 OK\r\nContent-Length: 99\r\n\r\n{"),
             tokenReply(u"good"_s)};

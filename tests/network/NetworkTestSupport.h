@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../Rows.h"
+
 #include <AbstractAuthenticator.h>
 #include <Authenticable.h>
 #include <LoopbackServer.h>
@@ -28,26 +30,6 @@ inline QStringList methodsOf(const QMetaObject& metaObject)
         methods.append(method.isConst() ? text + QStringLiteral(" const") : text);
     }
     return methods;
-}
-
-/// A row for each value of one column.
-inline void addRows(const char* column, std::initializer_list<const char*> values)
-{
-    QTest::addColumn<QString>(column);
-    for (const auto* value : values)
-        QTest::newRow(value) << QString::fromLatin1(value);
-}
-
-/// A row for each action in each place.
-inline void addRowsForActions(std::initializer_list<const char*> places,
-                              std::initializer_list<const char*> actions)
-{
-    QTest::addColumn<QString>("place");
-    QTest::addColumn<QString>("action");
-    for (const auto* place : places)
-        for (const auto* action : actions)
-            QTest::addRow("%s: %s", place, action)
-                << QString::fromLatin1(place) << QString::fromLatin1(action);
 }
 
 /// A reply with a status and nothing behind it.
@@ -221,6 +203,8 @@ public:
     }
     LogCatcher(const LogCatcher&) = delete;
     LogCatcher& operator=(const LogCatcher&) = delete;
+
+    QString text() const { return lines.join(QLatin1Char('\n')); }
 
     QStringList lines;
 

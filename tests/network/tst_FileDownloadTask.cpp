@@ -86,8 +86,7 @@ private Q_SLOTS:
     // system.
     void namesTheFileAfterTheUrl_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("name");
+        addColumns<QString, QString>({"path", "name"});
         const auto row = [](const QString& path, const char* name) {
             QTest::newRow(qPrintable(path.left(60))) << path << QString::fromUtf8(name);
         };
@@ -157,8 +156,7 @@ private Q_SLOTS:
 
     void leavesWhatIsThereWhenItFails_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<bool>("isCanceled");
+        addColumns<LoopbackReply, bool>({"reply", "isCanceled"});
         const auto row = [](const char* name, const LoopbackReply& reply) {
             QTest::newRow(name) << reply << QByteArray(name).startsWith("canceled");
         };
@@ -211,13 +209,9 @@ private Q_SLOTS:
 
     void reportsDisksThatCannotBeWritten_data()
     {
-        QTest::addColumn<QString>("options");
-        QTest::addColumn<int>("errorCode");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("full") << u"remount,size=64k"_s << int(ErrorCode::General)
-                              << u"Could not write downloaded file"_s;
-        QTest::newRow("read-only") << u"remount,ro"_s << int(ErrorCode::FileAccess)
-                                   << u"Could not open destination file"_s;
+        const auto row = addColumns<QString, int, QString>({"options", "errorCode", "message"});
+        row("full", u"remount,size=64k"_s, int(ErrorCode::General), u"Could not write downloaded file"_s);
+        row("read-only", u"remount,ro"_s, int(ErrorCode::FileAccess), u"Could not open destination file"_s);
     }
 
     void reportsDisksThatCannotBeWritten()

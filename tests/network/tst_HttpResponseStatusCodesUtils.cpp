@@ -34,10 +34,7 @@ private Q_SLOTS:
 
     void makesErrorsOfStatuses_data()
     {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<int>("errorCode");
-        QTest::addColumn<QString>("text");
+        addColumns<int, QString, int, QString>({"code", "message", "errorCode", "text"});
         const auto row = [](int code, const char* message, int errorCode, const char* text) {
             QTest::addRow("%d %s", code, message)
                 << code << QString::fromLatin1(message) << errorCode << QString::fromLatin1(text);
@@ -89,9 +86,7 @@ private Q_SLOTS:
 
     void readsNumbersBack_data()
     {
-        QTest::addColumn<QVariant>("details");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("transport");
+        addColumns<QVariant, int, int>({"details", "status", "transport"});
         const auto row = [](const QVariant& details, int status, int transport) {
             QTest::newRow(qPrintable(details.toString())) << details << status << transport;
         };

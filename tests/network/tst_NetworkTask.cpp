@@ -133,7 +133,7 @@ private Q_SLOTS:
         QVERIFY(task.run());
         task.exec();
         task.read();
-        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(u'\n')));
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.text()));
     }
 };
 

@@ -48,10 +48,7 @@ private Q_SLOTS:
     // Each road that a reply can take, with both policies told apart.
     void judgesReplies_data()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("errorCode");
-        QTest::addColumn<bool>("underResponsePolicy");
-        QTest::addColumn<bool>("retriesStayOn");
+        addColumns<int, int, bool, bool>({"status", "errorCode", "underResponsePolicy", "retriesStayOn"});
         const auto rows = [](const QList<int>& statuses, int errorCode, bool policy, bool retriesStayOn) {
             for (const int status : statuses)
                 QTest::addRow("%d", status) << status << errorCode << policy << retriesStayOn;
@@ -94,11 +91,7 @@ private Q_SLOTS:
     // A reply that fails below HTTP never ends as a success, whatever status it carries.
     void judgesTransportFailures_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<int>("number");
-        const auto row = [](const char* name, const LoopbackReply& reply, int number) {
-            QTest::newRow(name) << reply << number;
-        };
+        const auto row = addColumns<LoopbackReply, int>({"reply", "number"});
         const LoopbackReply whole(200, QByteArray(1000, 'x'));
         const auto dripped = LoopbackReply(whole).dripped(100, 5ms);
         row("closed before the status", LoopbackReply::raw({}), 2000);
@@ -123,19 +116,16 @@ private Q_SLOTS:
 
     void tellsShortContentThatQtCallsComplete_data()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<Method>("method");
-        QTest::addColumn<QByteArray>("field");
-        QTest::addColumn<int>("received");
-        QTest::addColumn<int>("number");
+        const auto row = addColumns<int, Method, QByteArray, int, int>(
+            {"status", "method", "field", "received", "number"});
         const auto length = "Content-Length"_ba;
-        QTest::newRow("short") << 200 << Method::Get << length << 3 << 3002;
-        QTest::newRow("nothing at all") << 201 << Method::Get << length << 0 << 3002;
-        QTest::newRow("whole") << 200 << Method::Get << length << 10 << 0;
-        QTest::newRow("no length") << 200 << Method::Get << "X"_ba << 3 << 0;
-        QTest::newRow("head") << 200 << Method::Head << length << 0 << 0;
-        QTest::newRow("204") << 204 << Method::Get << length << 0 << 2204;
-        QTest::newRow("404") << 404 << Method::Get << length << 3 << 2404;
+        row("short", 200, Method::Get, length, 3, 3002);
+        row("nothing at all", 201, Method::Get, length, 0, 3002);
+        row("whole", 200, Method::Get, length, 10, 0);
+        row("no length", 200, Method::Get, "X"_ba, 3, 0);
+        row("head", 200, Method::Head, length, 0, 0);
+        row("204", 204, Method::Get, length, 0, 2204);
+        row("404", 404, Method::Get, length, 3, 2404);
     }
 
     void tellsShortContentThatQtCallsComplete()
@@ -263,10 +253,10 @@ private Q_SLOTS:
 
     void timesOutWhenNothingMoves_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::newRow("no answer") << LoopbackReply::silence();
-        QTest::newRow("stalled in the head") << LoopbackReply(200, "abc").dripped(20, 1h);
-        QTest::newRow("stalled in the content") << LoopbackReply(200, "abc").withField("Content-Length", "9");
+        const auto row = addColumns<LoopbackReply>({"reply"});
+        row("no answer", LoopbackReply::silence());
+        row("stalled in the head", LoopbackReply(200, "abc").dripped(20, 1h));
+        row("stalled in the content", LoopbackReply(200, "abc").withField("Content-Length", "9"));
     }
 
     void timesOutWhenNothingMoves()
@@ -286,8 +276,7 @@ private Q_SLOTS:
         QCOMPARE(task->httpResponseStatusCodeNumber(), 408);
         QCOMPARE(task->networkResponseError(), QNetworkReply::NoError);
         QCOMPARE(task->log(), u"started finished"_s);
-        QVERIFY(
-            log.lines.join(u'\n').startsWith(u"1|orv.network|Network timeout in task \"slow\" struct "_s));
+        QVERIFY(log.text().startsWith(u"1|orv.network|Network timeout in task \"slow\" struct "_s));
         QCOMPARE(log.lines.size(), 1);
     }
 
@@ -480,7 +469,7 @@ private Q_SLOTS:
         auto task = makeTask();
         task->extraMessage = u"extra"_s;
         QVERIFY(task->run());
-        const auto lines = log.lines.join(u'\n');
+        const auto lines = log.text();
         const QStringList inOrder{
             u"1|orv.network|\"A task \\\"\\\" failed, error message = "_s,
             u"0|orv.network|Status code: "_s,

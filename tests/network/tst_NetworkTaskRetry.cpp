@@ -89,13 +89,11 @@ private Q_SLOTS:
 
     void givesUpInTheEnd_data()
     {
-        QTest::addColumn<int>("maximum");
-        QTest::addColumn<bool>("enabled");
-        QTest::addColumn<int>("retries");
-        QTest::newRow("default") << 10 << true << 10;
-        QTest::newRow("two") << 2 << true << 2;
-        QTest::newRow("none") << 0 << true << 0;
-        QTest::newRow("off") << 10 << false << 0;
+        const auto row = addColumns<int, bool, int>({"maximum", "enabled", "retries"});
+        row("default", 10, true, 10);
+        row("two", 2, true, 2);
+        row("none", 0, true, 0);
+        row("off", 10, false, 0);
     }
 
     void givesUpInTheEnd()

@@ -50,13 +50,12 @@ private Q_SLOTS:
 
     void sendsEachMethod_data()
     {
-        QTest::addColumn<Method>("method");
-        QTest::addColumn<bool>("hasContent");
-        QTest::newRow("HEAD") << Method::Head << false;
-        QTest::newRow("GET") << Method::Get << false;
-        QTest::newRow("POST") << Method::Post << true;
-        QTest::newRow("PUT") << Method::Put << true;
-        QTest::newRow("DELETE") << Method::Delete << false;
+        const auto row = addColumns<Method, bool>({"method", "hasContent"});
+        row("HEAD", Method::Head, false);
+        row("GET", Method::Get, false);
+        row("POST", Method::Post, true);
+        row("PUT", Method::Put, true);
+        row("DELETE", Method::Delete, false);
     }
 
     void sendsEachMethod()
@@ -84,12 +83,11 @@ private Q_SLOTS:
     // Qt leaves empty known fields out, or puts its own in their place, and prints a warning.
     void sendsEmptyFieldsEmpty_data()
     {
-        QTest::addColumn<Method>("method");
-        QTest::addColumn<QByteArray>("empty");
-        QTest::newRow("POST, null") << Method::Post << QByteArray();
-        QTest::newRow("POST, empty") << Method::Post << ""_ba;
-        QTest::newRow("PUT, null") << Method::Put << QByteArray();
-        QTest::newRow("PUT, empty") << Method::Put << ""_ba;
+        const auto row = addColumns<Method, QByteArray>({"method", "empty"});
+        row("POST, null", Method::Post, QByteArray());
+        row("POST, empty", Method::Post, ""_ba);
+        row("PUT, null", Method::Put, QByteArray());
+        row("PUT, empty", Method::Put, ""_ba);
     }
 
     void sendsEmptyFieldsEmpty()
@@ -108,7 +106,7 @@ private Q_SLOTS:
         for (const auto* name : {"Content-Type", "User-Agent", "X-Empty"})
             QVERIFY2(request.hasField(name) && request.field(name).isEmpty(), name);
         QVERIFY(!request.hasField("Accept"));
-        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(u'\n')));
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.text()));
     }
 
     void ordersFieldsByPrecedence()
@@ -152,11 +150,10 @@ private Q_SLOTS:
 
     void sendsMultipartContent_data()
     {
-        QTest::addColumn<Method>("method");
-        QTest::addColumn<bool>("isSent");
-        QTest::newRow("post") << Method::Post << true;
-        QTest::newRow("delete") << Method::Delete << true;
-        QTest::newRow("put") << Method::Put << false;
+        const auto row = addColumns<Method, bool>({"method", "isSent"});
+        row("post", Method::Post, true);
+        row("delete", Method::Delete, true);
+        row("put", Method::Put, false);
     }
 
     void sendsMultipartContent()
@@ -178,13 +175,12 @@ private Q_SLOTS:
         QCOMPARE(request.field("Content-Type").startsWith("multipart/form-data; boundary="), isSent);
         if (!isSent)
             QCOMPARE(request.content, "data"_ba);
-        QVERIFY2(log.lines.isEmpty(), qPrintable(log.lines.join(u'\n')));
+        QVERIFY2(log.lines.isEmpty(), qPrintable(log.text()));
     }
 
     void refusesFieldsThatWouldInjectOthers_data()
     {
-        QTest::addColumn<QString>("where");
-        QTest::addColumn<QByteArray>("text");
+        addColumns<QString, QByteArray>({"where", "text"});
         for (const auto* where : {"X-Test", "Accept", "User-Agent", "Authorization", "Content-Type"}) {
             for (const auto& text : {"a\r\nEvil: 1"_ba, "a\nb"_ba, QByteArray("a\0b", 3)})
                 QTest::addRow("%s %s", where, text.toPercentEncoding().constData())
@@ -271,12 +267,7 @@ private Q_SLOTS:
 
     void preparesRequestsFromPaths_data()
     {
-        QTest::addColumn<QString>("base");
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("url");
-        const auto row = [](const char* name, const QString& base, const QString& path, const QString& url) {
-            QTest::newRow(name) << base << path << url;
-        };
+        const auto row = addColumns<QString, QString, QString>({"base", "path", "url"});
         row("replaces all", u"http://h:1/api?x=1#f"_s, u"/items?page=2"_s, u"http://h:1/items?page=2"_s);
         row("fragment", u"http://h/"_s, u"/a#b"_s, u"http://h/a#b"_s);
         row("encoded", u"http://h/"_s, u"/a b/%C3%A9?q=%26"_s, u"http://h/a b/\u00e9?q=%26"_s);
@@ -362,7 +353,7 @@ private Q_SLOTS:
             request.setMaskingFunction([](const QByteArray&) { return QByteArray(3000, 'm'); });
         });
         QVERIFY(task.run());
-        const auto lines = log.lines.join(u'\n');
+        const auto lines = log.text();
         QVERIFY2(lines.contains(u"Sending request: QUrl(\"%1\") Method::Post acceptedContentTypes: "
                                 u"\"application/json\" for task \"upload\""_s.arg(m_server->url())),
                  qPrintable(lines));

@@ -49,12 +49,10 @@ private Q_SLOTS:
 
     void replacesOnlyWhatHttpsRequestsBring_data()
     {
-        QTest::addColumn<SslMode>("mode");
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<bool>("isReplaced");
-        QTest::newRow("ignore https") << SslMode::Ignore << u"https://127.0.0.1:1/"_s << true;
-        QTest::newRow("ignore http") << SslMode::Ignore << u"http://127.0.0.1:1/"_s << false;
-        QTest::newRow("verify https") << SslMode::Verify << u"https://127.0.0.1:1/"_s << false;
+        const auto row = addColumns<SslMode, QString, bool>({"mode", "url", "isReplaced"});
+        row("ignore https", SslMode::Ignore, u"https://127.0.0.1:1/"_s, true);
+        row("ignore http", SslMode::Ignore, u"http://127.0.0.1:1/"_s, false);
+        row("verify https", SslMode::Verify, u"https://127.0.0.1:1/"_s, false);
     }
 
     void replacesOnlyWhatHttpsRequestsBring()

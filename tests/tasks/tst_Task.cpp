@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Task.h>
 #include <TasksQueue.h>
 
@@ -88,14 +90,6 @@ private:
 class tst_Task : public QObject
 {
     Q_OBJECT
-
-private:
-    static void addRows(const char* column, std::initializer_list<const char*> values)
-    {
-        QTest::addColumn<QString>(column);
-        for (const auto* value : values)
-            QTest::newRow(value) << QString::fromLatin1(value);
-    }
 
 private Q_SLOTS:
     void endsInOrder()

@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Task.h>
 #include <TasksQueue.h>
 
@@ -160,18 +162,14 @@ private Q_SLOTS:
     // What a slot may do to the queue that is calling it, in each of its signals and in those of its tasks.
     void staysConsistentWhateverASlotDoes_data()
     {
-        QTest::addColumn<QString>("signal");
-        QTest::addColumn<QString>("action");
-        for (const auto* signal : {"taskStarted", "taskFinished", "started", "finished", "emptied"})
-            for (const auto* action : {"delete task", "delete queue", "delete others", "remove", "cancel",
-                                       "clear", "append", "nested loop"})
-                QTest::addRow("%s: %s", signal, action)
-                    << QString::fromLatin1(signal) << QString::fromLatin1(action);
+        addRowsForActions({"taskStarted", "taskFinished", "started", "finished", "emptied"},
+                          {"delete task", "delete queue", "delete others", "remove", "cancel", "clear",
+                           "append", "nested loop"});
     }
 
     void staysConsistentWhateverASlotDoes()
     {
-        QFETCH(QString, signal);
+        QFETCH(QString, place);
         QFETCH(QString, action);
         QPointer<Queue> queue = new Queue;
         std::vector<QPointer<Task>> tasks(6);
@@ -200,8 +198,8 @@ private Q_SLOTS:
             {u"nested loop"_s, [&] { QCoreApplication::processEvents(); }},
         };
         bool acted = false;
-        const auto actIn = [&](QLatin1String place) {
-            if (signal == place && !std::exchange(acted, true))
+        const auto actIn = [&](QLatin1String here) {
+            if (place == here && !std::exchange(acted, true))
                 actions[action]();
         };
         connect(queue, &TasksQueue::taskStarted, this, [&] { actIn("taskStarted"_L1); });
@@ -215,7 +213,7 @@ private Q_SLOTS:
         QTRY_VERIFY(acted && (!queue || queue->isEmpty()));
         for (std::size_t i = 1; i < tasks.size(); ++i)
             QVERIFY(!tasks[i] || tasks[i]->isFinished() || !queue);
-        QVERIFY(!queue || action != "append"_L1 || late->isFinished() || signal == "emptied"_L1);
+        QVERIFY(!queue || action != "append"_L1 || late->isFinished() || place == "emptied"_L1);
         for (const auto& task : tasks) {
             QVERIFY(!task || !task->queue());
             delete task;

@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <LoopbackServer.h>
 
 #include <QJsonObject>
@@ -97,9 +99,9 @@ private Q_SLOTS:
 
     void carriesLargeContentsBothWays_data()
     {
-        QTest::addColumn<LoopbackServer::Transport>("transport");
-        QTest::newRow("plain") << LoopbackServer::Transport::Plain;
-        QTest::newRow("TLS") << LoopbackServer::Transport::Tls;
+        const auto row = addColumns<LoopbackServer::Transport>({"transport"});
+        row("plain", LoopbackServer::Transport::Plain);
+        row("TLS", LoopbackServer::Transport::Tls);
     }
 
     // In another thread, as a benchmark would have it.
@@ -158,8 +160,7 @@ private Q_SLOTS:
 
     void mayBeDeletedWhereverItCallsOut_data()
     {
-        QTest::addColumn<LoopbackServer::Transport>("transport");
-        QTest::addColumn<QByteArray>("place");
+        addColumns<LoopbackServer::Transport, QByteArray>({"transport", "place"});
         for (const char* place : {"connectionOpened", "requestReceived", "handler"}) {
             QTest::addRow("plain, %s", place) << LoopbackServer::Transport::Plain << QByteArray(place);
             QTest::addRow("TLS, %s", place) << LoopbackServer::Transport::Tls << QByteArray(place);
@@ -196,12 +197,7 @@ private Q_SLOTS:
 
     void recordsWhatCameOverTheWire_data()
     {
-        QTest::addColumn<QByteArray>("fields");
-        QTest::addColumn<QByteArray>("body");
-        QTest::addColumn<QByteArray>("content");
-        const auto row = [](const char* name, const char* field, const char* body, const char* content) {
-            QTest::newRow(name) << QByteArray(field) << QByteArray(body) << QByteArray(content);
-        };
+        const auto row = addColumns<QByteArray, QByteArray, QByteArray>({"fields", "body", "content"});
         row("none", "", "", "");
         row("length", "content-LENGTH: 5\r\n", "a\r\n\r\n", "a\r\n\r\n");
         row("chunked", "Transfer-Encoding: chunked\r\n",
@@ -253,8 +249,7 @@ private Q_SLOTS:
 
     void refusesMalformedRequests_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        const auto row = [](const char* name, const QByteArray& bytes) { QTest::newRow(name) << bytes; };
+        const auto row = addColumns<QByteArray>({"bytes"});
         row("no version", "GET /\r\n\r\n");
         row("bare line feed", "GET / HTTP/1.1\nHost: x\n\n");
         row("TLS hello", "\x16\x03\x01\x02");
@@ -304,9 +299,7 @@ private Q_SLOTS:
 
     void writesTheReplyAsTold_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<QByteArray>("method");
-        QTest::addColumn<QByteArray>("expected");
+        addColumns<LoopbackReply, QByteArray, QByteArray>({"reply", "method", "expected"});
         const auto row = [](const char* name, const LoopbackReply& reply, const QByteArray& expected) {
             QTest::newRow(name) << reply << QByteArray(name).first(4).trimmed() << expected;
         };
@@ -335,9 +328,7 @@ private Q_SLOTS:
 
     void damagesTheReplyAtTheByteTold_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<QByteArrayList>("pieces");
-        QTest::addColumn<bool>("isReset");
+        addColumns<LoopbackReply, QByteArrayList, bool>({"reply", "pieces", "isReset"});
         const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
         const LoopbackReply text(200, "text", "");
         const auto row = [](const char* name, const LoopbackReply& reply, const QByteArrayList& pieces) {
