@@ -1,3 +1,4 @@
+#include "../Files.h"
 #include "LoginDialog.h"
 #include "MainWindow.h"
 
@@ -5,8 +6,6 @@
 
 #include <QAction>
 #include <QCheckBox>
-#include <QDir>
-#include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLineEdit>
@@ -63,18 +62,13 @@ private:
     DownloadModel& model() { return m_window->model(); }
     State state(int row) { return model().item(row).state(); }
     QString message(int row) { return model().index(row, DownloadModel::Message).data().toString(); }
-    QStringList files() const { return QDir(m_directory->path()).entryList(QDir::Files | QDir::Hidden); }
+    QStringList files() const { return filesIn(m_directory->path()); }
+    QByteArray contentOf(const QString& name) const { return readFile(m_directory->filePath(name)); }
 
     template <typename Object>
     Object* child(const QString& name = {})
     {
         return m_window->findChild<Object*>(name);
-    }
-
-    QByteArray contentOf(const QString& name)
-    {
-        QFile file(m_directory->filePath(name));
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : "(unreadable)"_ba;
     }
 
     QList<LoginDialog*> dialogs()

@@ -3,7 +3,6 @@
 
 #include <LoopbackServer.h>
 
-#include <QDir>
 #include <QStandardPaths>
 #include <QTemporaryDir>
 #include <QTest>
@@ -50,7 +49,7 @@ class tst_Fetch : public QObject
 
 private:
     QString path(const QString& name) const { return m_directory->filePath(name); }
-    QStringList files() const { return QDir(m_directory->path()).entryList(QDir::Files | QDir::Hidden); }
+    QStringList files() const { return filesIn(m_directory->path()); }
 
 private Q_SLOTS:
     void init()
@@ -256,18 +255,6 @@ private Q_SLOTS:
         FetchProcess silent({m_server->url()});
         QCOMPARE(silent.run(), 4);
         QCOMPARE(silent.output(), QByteArray());
-    }
-
-    void streamsBeforeTheReplyIsComplete()
-    {
-        m_server->addReply(u"/"_s, stalled(200));
-        FetchProcess fetch({u"--stream"_s, m_server->url()});
-        fetch.start();
-        QTRY_COMPARE(fetch.output(), "new"_ba);
-        QCOMPARE(fetch.process().state(), QProcess::Running);
-        m_server->dropConnections();
-        QCOMPARE(fetch.wait(), 3);
-        QCOMPARE(fetch.output(), "new"_ba);
     }
 
     void streamsInFlatMemory()

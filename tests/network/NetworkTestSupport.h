@@ -167,6 +167,8 @@ public:
         return QTest::qWaitFor([this] { return isFinished(); }, 20000);
     }
 
+    bool succeeds() { return run() && !hasError(); }
+
     QString log() const { return events.join(QLatin1Char(' ')); }
 
     QStringList events;

@@ -1,6 +1,5 @@
 #include "NetworkTestSupport.h"
 
-#include <QMetaMethod>
 #include <QSignalSpy>
 
 using namespace Qt::StringLiterals;
@@ -12,15 +11,6 @@ class tst_AbstractAuthenticator : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void declaresItsMembersInOrder()
-    {
-        QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
-                 (QStringList{u"signal authenticating()"_s, u"signal authenticated()"_s,
-                              u"signal error(orv::AbstractAuthenticator::Error)"_s,
-                              u"slot onAuthenticationRequired()"_s, u"slot cancel()"_s}));
-        QCOMPARE(AbstractAuthenticator::staticMetaObject.enumeratorCount(), 0);
-    }
-
     void startsOneLoginForAll()
     {
         TestAuthenticator authenticator;

@@ -1,3 +1,5 @@
+#include "../Files.h"
+
 #include <DownloadOutput.h>
 
 #include <QTemporaryDir>
@@ -15,12 +17,6 @@ class tst_DownloadOutput : public QObject
 private:
     QString path(const char* name) const { return m_directory.filePath(QString::fromLatin1(name)); }
 
-    static QByteArray contentOf(const QString& path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : "unreadable"_ba;
-    }
-
 private Q_SLOTS:
     void writesAFileAsBytesCome()
     {
@@ -34,11 +30,11 @@ private Q_SLOTS:
         output->finalize();
         output->finalize();
         output->clear(); // too late for a file that is complete
-        QCOMPARE(contentOf(path("a")), "de"_ba);
+        QCOMPARE(readFile(path("a")), "de"_ba);
         QVERIFY(!output->open(path("b")).hasError());
         QVERIFY(!output->writeNewData("f").hasError());
         QVERIFY(!output->open(path("a")).hasError()); // closes the first, truncates the second
-        QCOMPARE(contentOf(path("b")), "f"_ba);
+        QCOMPARE(readFile(path("b")), "f"_ba);
         QCOMPARE(output->size(), 0);
     }
 

@@ -1,8 +1,8 @@
+#include "../Files.h"
 #include "NetworkTestSupport.h"
 
 #include <FileDownloadTask.h>
 
-#include <QDir>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTemporaryDir>
@@ -32,24 +32,6 @@ private:
         return QTest::qWaitFor([&] { return task.isFinished(); }, 10000);
     }
 
-    QStringList filesIn(const QString& path) const
-    {
-        return QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
-
-    static void write(const QString& path, const QByteArray& content)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-    }
-
-    static QByteArray contentOf(const QString& path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : "unreadable"_ba;
-    }
-
 private Q_SLOTS:
     void init()
     {
@@ -59,12 +41,6 @@ private Q_SLOTS:
         m_server = std::make_unique<LoopbackServer>();
         m_server->setHandler([](const LoopbackRequest&) { return LoopbackReply(200, "content"); });
         QVERIFY(!m_server->listen().hasError());
-    }
-
-    void addsNothingToTheMetaObject()
-    {
-        QCOMPARE(methodsOf(FileDownloadTask::staticMetaObject), QStringList());
-        QCOMPARE(FileDownloadTask::staticMetaObject.superClass(), &NetworkTask::staticMetaObject);
     }
 
     void dropsOneSeparatorAtTheEnd()
@@ -130,7 +106,7 @@ private Q_SLOTS:
         } else if (name.size() < 200) { // a temporary name is longer and may not fit
             QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
             QCOMPARE(filesIn(m_out), QStringList{name});
-            QCOMPARE(contentOf(expected), "content"_ba);
+            QCOMPARE(readFile(expected), "content"_ba);
         }
     }
 
@@ -140,13 +116,13 @@ private Q_SLOTS:
         auto task = makeTask(u"/x/"_s, target);
         QCOMPARE(task->destinationFilePath(), target);
         QVERIFY(run(*task));
-        QCOMPARE(contentOf(target), "content"_ba);
+        QCOMPARE(readFile(target), "content"_ba);
 
         m_server->addReply(u"/empty"_s, LoopbackReply(200));
         task = makeTask(u"/empty"_s, target);
         QVERIFY(run(*task));
         QVERIFY(!task->hasError());
-        QCOMPARE(contentOf(target), QByteArray());
+        QCOMPARE(readFile(target), QByteArray());
 
         task = makeTask(u"/x"_s, m_out + u"/none/new.bin"_s);
         QVERIFY(run(*task));
@@ -176,7 +152,7 @@ private Q_SLOTS:
         QFETCH(LoopbackReply, reply);
         QFETCH(bool, isCanceled);
         m_server->addReply(u"/file"_s, reply);
-        write(m_out + u"/file"_s, "old");
+        QVERIFY(writeFile(m_out + u"/file"_s, "old"));
         const auto task = makeTask(u"/file"_s, m_out);
         task->setTimeout(isCanceled ? 10s : 100ms);
         if (isCanceled) {
@@ -189,7 +165,7 @@ private Q_SLOTS:
         QCOMPARE(task->error().errorCode(), isCanceled ? ErrorCode::Canceled : ErrorCode::Network);
         QCOMPARE(task->error().catchTrail().size(), 1);
         QCOMPARE(filesIn(m_out), QStringList{u"file"_s});
-        QCOMPARE(contentOf(m_out + u"/file"_s), "old"_ba);
+        QCOMPARE(readFile(m_out + u"/file"_s), "old"_ba);
     }
 
     void neverSavesShortContent()
@@ -226,7 +202,7 @@ private Q_SLOTS:
         if (!mount(u"size=64k"_s))
             QSKIP("a disk of its own needs root");
         const auto unmount = qScopeGuard([&] { QProcess::execute(u"umount"_s, {disk}); });
-        write(disk + u"/file"_s, "old");
+        QVERIFY(writeFile(disk + u"/file"_s, "old"));
         QVERIFY(mount(options));
 
         m_server->addReply(u"/file"_s, LoopbackReply(200, QByteArray(100000, 'x')));
@@ -235,7 +211,7 @@ private Q_SLOTS:
         QCOMPARE(static_cast<int>(task->error().errorCode()), errorCode);
         QTEST(task->error().errorMessage(), "message");
         QCOMPARE(filesIn(disk), QStringList{u"file"_s});
-        QCOMPARE(contentOf(disk + u"/file"_s), "old"_ba);
+        QCOMPARE(readFile(disk + u"/file"_s), "old"_ba);
     }
 
 private:

@@ -15,12 +15,6 @@ class tst_NetworkQueue : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void addsNothingToTheMetaObject()
-    {
-        QCOMPARE(methodsOf(NetworkQueue::staticMetaObject), QStringList());
-        QCOMPARE(NetworkQueue::staticMetaObject.superClass(), &TasksQueue::staticMetaObject);
-    }
-
     void handsOutWhatTasksShare()
     {
         TestAuthenticator authenticator;

@@ -53,8 +53,7 @@ private Q_SLOTS:
             QVERIFY(task->isRunning());                   // executing again
             QVERIFY(task->data().startsWith("content ")); // looking at the old reply now ...
         });
-        QVERIFY(task->run());
-        QVERIFY(!task->hasError());
+        QVERIFY(task->succeeds());
         QCOMPARE(task->data(), "content 200"_ba); // ... does not leave it with the new one
         QCOMPARE(task->retriesCount(), 2);
         QCOMPARE(m_server->requests().size(), 3);
@@ -73,8 +72,7 @@ private Q_SLOTS:
         });
         auto task = makeTask();
         task->setNetworkAccessManager(&manager);
-        QVERIFY(task->run());
-        QVERIFY(!task->hasError());
+        QVERIFY(task->succeeds());
         QCOMPARE(replies, 2);
         QCOMPARE(task->log(), u"started aboutToRetry started retried finished"_s);
 
@@ -124,8 +122,7 @@ private Q_SLOTS:
 
         auto hopeful = makeTask();
         hopeful->registerRecoverableNetworkErrors({QNetworkReply::InternalServerError});
-        QVERIFY(hopeful->run());
-        QVERIFY(!hopeful->hasError());
+        QVERIFY(hopeful->succeeds());
 
         auto strict = makeTask();
         strict->unregisterRecoverableNetworkErrors({QNetworkReply::ServiceUnavailableError});

@@ -28,25 +28,15 @@ protected:
 
 LoopbackReply randomReply(QRandomGenerator& random)
 {
-    LoopbackReply good(200, QByteArray(200, 'x'));
-    switch (random.bounded(20)) {
-    case 0:
-        return LoopbackReply(503);
-    case 1:
-        return LoopbackReply(429);
-    case 2:
-        return LoopbackReply(401);
-    case 3:
-        return LoopbackReply(500);
-    case 4:
-        return good.cutAfter(random.bounded(300));
-    case 5:
-        return good.resetAfter(random.bounded(300));
-    case 6:
-        return random.bounded(10) ? good : LoopbackReply::silence();
-    default:
-        return good;
-    }
+    const LoopbackReply good(200, QByteArray(200, 'x'));
+    const QList<LoopbackReply> failures{LoopbackReply(503),
+                                        LoopbackReply(429),
+                                        LoopbackReply(401),
+                                        LoopbackReply(500),
+                                        LoopbackReply(good).cutAfter(random.bounded(300)),
+                                        LoopbackReply(good).resetAfter(random.bounded(300)),
+                                        random.bounded(10) ? good : LoopbackReply::silence()};
+    return failures.value(random.bounded(20), good);
 }
 
 // Pages that the process holds, in bytes; 0 where nobody can tell.
