@@ -197,6 +197,8 @@ private Q_SLOTS:
         logIn();
         QTRY_COMPARE(state(1), State::Done);
         QCOMPARE(state(0), State::Failed);
+        child<QAction>(u"clearDone"_s)->trigger();
+        QCOMPARE(model().rowCount(), 1);
     }
 
     void tellsWhyADownloadDoesNotGoOn()

@@ -194,7 +194,7 @@ private Q_SLOTS:
         if (replacement == "token"_L1)
             other.currentToken = u"good"_s;
         task->setAuthenticator(isNull ? nullptr : &other);
-        m_authenticator->succeed("wrong"); // nobody listens to it any more
+        m_authenticator->fail(Error(ErrorCode::General, "old")); // nobody listens to it any more
         if (replacement == "no token"_L1) {
             QTRY_COMPARE(other.logins, 1);
             other.succeed("good");
