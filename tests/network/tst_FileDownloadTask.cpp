@@ -168,21 +168,6 @@ private Q_SLOTS:
         QCOMPARE(readFile(m_out + u"/file"_s), "old"_ba);
     }
 
-    void neverSavesShortContent()
-    {
-        FakeManager manager([] {
-            auto* reply = new FakeReply(200);
-            reply->setRawHeader("Content-Length", "10");
-            reply->complete(3);
-            return reply;
-        });
-        const auto task = makeTask(u"/file"_s, m_out);
-        task->setNetworkAccessManager(&manager);
-        QVERIFY(run(*task));
-        QCOMPARE(networkError(task->error()), QNetworkReply::RemoteHostClosedError);
-        QVERIFY(filesIn(m_out).isEmpty());
-    }
-
     void reportsDisksThatCannotBeWritten_data()
     {
         const auto row = addColumns<QString, int, QString>({"options", "errorCode", "message"});

@@ -135,8 +135,7 @@ private Q_SLOTS:
         const auto error = checkHttpStatus(nullptr, &messages);
         QCOMPARE(error.errorCode(), ErrorCode::InvalidArgument);
         QCOMPARE(error.catchTrail().size(), 2);
-        checkHttpStatus(nullptr, &messages);
-        QCOMPARE(messages.errors, u"Unexpected nullptrUnexpected nullptr"_s);
+        QCOMPARE(messages.errors, u"Unexpected nullptr"_s);
     }
 };
 

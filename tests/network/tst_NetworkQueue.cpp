@@ -3,11 +3,9 @@
 #include <NetworkQueue.h>
 
 #include <memory>
-#include <vector>
 
 using namespace Qt::StringLiterals;
 using namespace orv;
-using namespace std::chrono_literals;
 using SslMode = SslIgnorantNetworkAccessManager::SslMode;
 
 class tst_NetworkQueue : public QObject
@@ -65,28 +63,6 @@ private Q_SLOTS:
         delete manager;
         delete second.networkAccessManager();
         second.setIgnoreSslErrors(true); // nobody left to tell
-    }
-
-    void runsOthersWhileOneWaits()
-    {
-        LoopbackServer server;
-        server.addReply(u"/slow"_s, LoopbackReply(503));
-        server.addReply(u"/slow"_s, LoopbackReply(200));
-        server.addReply(u"/"_s, LoopbackReply(200));
-        QVERIFY(!server.listen().hasError());
-        NetworkQueue queue; // one slot
-        TestTask slow(server.url(u"/slow"_s));
-        queue.append(&slow);
-        std::vector<std::unique_ptr<TestTask>> tasks;
-        bool doneFirst = true;
-        for (int i = 0; i < 10; ++i) {
-            tasks.push_back(std::make_unique<TestTask>(server.url()));
-            connect(tasks.back().get(), &Task::finished, this, [&] { doneFirst &= !slow.isFinished(); });
-            queue.append(tasks.back().get());
-        }
-        QTRY_VERIFY(queue.isEmpty());
-        QVERIFY(doneFirst && !slow.hasError());
-        QCOMPARE(server.connectionCount(), 1); // never two at once
     }
 };
 

@@ -169,6 +169,7 @@ private Q_SLOTS:
         QVERIFY(task.run());
         QCOMPARE(form->parent(), &task);
         const auto request = m_server->requests().constFirst();
+        QCOMPARE(request.method, QByteArray(QTest::currentDataTag()).toUpper());
         QCOMPARE(request.content.contains("value"), isSent);
         QCOMPARE(request.field("Content-Type").startsWith("multipart/form-data; boundary="), isSent);
         if (!isSent)

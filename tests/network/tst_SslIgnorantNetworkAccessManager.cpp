@@ -1,6 +1,5 @@
 #include "NetworkTestSupport.h"
 
-#include <QHttpMultiPart>
 #include <QSignalSpy>
 #include <QSslConfiguration>
 
@@ -69,29 +68,6 @@ private Q_SLOTS:
         const auto used = reply->request().sslConfiguration();
         QCOMPARE(used.peerVerifyDepth(), isReplaced ? 0 : 7);
         QCOMPARE(used.peerVerifyMode() == QSslSocket::VerifyNone, isReplaced);
-    }
-
-    void deletesWithAndWithoutContent()
-    {
-        LoopbackServer server;
-        server.addReply(u"/"_s, LoopbackReply(200));
-        QVERIFY(!server.listen().hasError());
-        const QNetworkRequest request{QUrl(server.url())};
-        SslIgnorantNetworkAccessManager manager;
-        finished(manager.deleteResource(request, nullptr));
-        QHttpMultiPart multiPart(QHttpMultiPart::FormDataType);
-        QHttpPart part;
-        part.setBody("value");
-        multiPart.append(part);
-        finished(manager.deleteResource(request, &multiPart));
-
-        const auto requests = server.requests();
-        QCOMPARE(requests.size(), 2);
-        QCOMPARE(requests[0].startLine(), "DELETE / HTTP/1.1"_ba);
-        QVERIFY(requests[0].content.isEmpty());
-        QCOMPARE(requests[1].method, "DELETE"_ba);
-        QVERIFY(requests[1].field("Content-Type").startsWith("multipart/form-data; boundary="));
-        QVERIFY(requests[1].content.contains("value"));
     }
 };
 
