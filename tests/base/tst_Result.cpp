@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Result.h>
 
 #include <QTest>
@@ -6,6 +8,7 @@
 #include <stdexcept>
 #include <string>
 
+using namespace Qt::StringLiterals;
 using orv::Error;
 using orv::ErrorCode;
 using orv::Result;
@@ -49,7 +52,7 @@ struct Tracked
 
 Result<Tracked> failed(const char* message)
 {
-    return Error(ErrorCode::Network, message).addWarning(QStringLiteral("w"));
+    return Error(ErrorCode::Network, message).addWarning(u"w"_s);
 }
 
 using MoveOnly = std::unique_ptr<int>;
@@ -70,17 +73,6 @@ class tst_Result : public QObject
     Q_OBJECT
 
 private:
-    // Every pair of what a result held before an assignment and what it is assigned.
-    static void addPairs()
-    {
-        QTest::addColumn<bool>("fromValue");
-        QTest::addColumn<bool>("toValue");
-        QTest::newRow("value to value") << true << true;
-        QTest::newRow("value to error") << true << false;
-        QTest::newRow("error to value") << false << true;
-        QTest::newRow("error to error") << false << false;
-    }
-
     static Result<Tracked> make(bool value, int number)
     {
         return value ? Result<Tracked>(Tracked(number)) : failed(number == 1 ? "one" : "two");
@@ -95,7 +87,7 @@ private:
         else
             QCOMPARE(result.error().errorMessage(), QLatin1String(number == 1 ? "one" : "two"));
         QCOMPARE(result.error().hasError(), !value);
-        QCOMPARE(result.warnings(), value ? QStringList() : QStringList{QStringLiteral("w")});
+        QCOMPARE(result.warnings(), value ? QStringList() : QStringList{u"w"_s});
     }
 
 private Q_SLOTS:
@@ -105,7 +97,16 @@ private Q_SLOTS:
         QCOMPARE(Tracked::living, 0);
     }
 
-    void copiesAndMoves_data() { addPairs(); }
+    // Every pair of what a result held before an assignment and what it is assigned.
+    void copiesAndMoves_data()
+    {
+        const auto row = addColumns<bool, bool>({"fromValue", "toValue"});
+        row("value to value", true, true);
+        row("value to error", true, false);
+        row("error to value", false, true);
+        row("error to error", false, false);
+    }
+
     void copiesAndMoves()
     {
         QFETCH(bool, fromValue);
@@ -128,21 +129,15 @@ private Q_SLOTS:
         verify(source, fromValue, 2);
     }
 
-    void staysAsItWasWhenTheValueThrows_data()
-    {
-        QTest::addColumn<int>("succeeding");
-        QTest::newRow("the copy") << 0;
-        QTest::newRow("the move into place") << 1;
-    }
-
     void staysAsItWasWhenTheValueThrows()
     {
-        QFETCH(int, succeeding);
         const auto source = make(true, 2);
         auto target = make(false, 1);
-        Tracked::throwAfter = succeeding;
-        QVERIFY_THROWS_EXCEPTION(std::runtime_error, target = source);
-        verify(target, false, 1);
+        for (const int succeeding : {0, 1}) { // the copy throws, then the move into place
+            Tracked::throwAfter = succeeding;
+            QVERIFY_THROWS_EXCEPTION(std::runtime_error, target = source);
+            verify(target, false, 1);
+        }
         Tracked::throwAfter = 0;
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, Result<Tracked>{source});
     }
@@ -155,25 +150,25 @@ private Q_SLOTS:
         const MoveOnly taken = std::move(other).value();
         QCOMPARE(*taken, 4);
         other = Error(ErrorCode::General, "again");
-        QCOMPARE(other.error().errorMessage(), QStringLiteral("again"));
+        QCOMPARE(other.error().errorMessage(), u"again"_s);
     }
 
     void warnsItsErrorToo()
     {
         auto result = failed("x");
-        result.addWarning(QStringLiteral("a"));
-        result.addWarnings({QStringLiteral("b"), QStringLiteral("c")});
-        QCOMPARE(result.error().warnings().join(QLatin1Char(' ')), QStringLiteral("w a b c"));
+        result.addWarning(u"a"_s);
+        result.addWarnings({u"b"_s, u"c"_s});
+        QCOMPARE(result.error().warnings().join(u' '), u"w a b c"_s);
         QCOMPARE(result.warnings(), result.error().warnings());
-        result.resetWarning(QStringLiteral("d"));
-        QCOMPARE(result.error().warnings(), QStringList{QStringLiteral("d")});
-        result.resetWarnings({QStringLiteral("e"), QStringLiteral("f")});
+        result.resetWarning(u"d"_s);
+        QCOMPARE(result.error().warnings(), QStringList{u"d"_s});
+        result.resetWarnings({u"e"_s, u"f"_s});
         QCOMPARE(result.error().warnings().size(), 2);
         result.clearWarnings();
         QVERIFY(result.error().warnings().isEmpty() && result.warnings().isEmpty());
 
         Result<int> success = 4;
-        success.addWarning(QStringLiteral("a"));
+        success.addWarning(u"a"_s);
         QCOMPARE(success.warnings().size(), 1);
         QVERIFY(success.error().warnings().isEmpty());
         const Error error = failed("x").error();

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QFile>
+#include "../Files.h"
+
 #include <QProcess>
 #include <QSignalSpy>
 #include <QString>
@@ -68,15 +69,3 @@ private:
     QByteArray m_output;
     QByteArray m_messages;
 };
-
-inline bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
-inline QByteArray readFile(const QString& path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
-}

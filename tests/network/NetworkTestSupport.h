@@ -1,5 +1,7 @@
 #pragma once
 
+#include "../Rows.h"
+
 #include <AbstractAuthenticator.h>
 #include <Authenticable.h>
 #include <LoopbackServer.h>
@@ -187,6 +189,8 @@ public:
         return runUntil([this] { return isFinished(); });
     }
 
+    bool succeeds() { return run() && !hasError(); }
+
     QString log() const { return events.join(QLatin1Char(' ')); }
 
     QStringList events;
@@ -223,6 +227,8 @@ public:
     }
     LogCatcher(const LogCatcher&) = delete;
     LogCatcher& operator=(const LogCatcher&) = delete;
+
+    QString text() const { return lines.join(QLatin1Char('\n')); }
 
     QStringList lines;
 

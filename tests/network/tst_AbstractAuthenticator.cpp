@@ -1,8 +1,8 @@
 #include "NetworkTestSupport.h"
 
-#include <QMetaMethod>
 #include <QSignalSpy>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using State = AbstractAuthenticator::State;
 
@@ -11,16 +11,6 @@ class tst_AbstractAuthenticator : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void declaresItsMembersInOrder()
-    {
-        QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
-                 (QStringList{
-                     QStringLiteral("signal authenticating()"), QStringLiteral("signal authenticated()"),
-                     QStringLiteral("signal error(orv::AbstractAuthenticator::Error)"),
-                     QStringLiteral("slot onAuthenticationRequired()"), QStringLiteral("slot cancel()")}));
-        QCOMPARE(AbstractAuthenticator::staticMetaObject.enumeratorCount(), 0);
-    }
-
     void startsOneLoginForAll()
     {
         TestAuthenticator authenticator;
@@ -50,7 +40,7 @@ private Q_SLOTS:
         TestAuthenticator authenticator;
         authenticator.onAuthenticationRequired();
         authenticator.fail(Error(ErrorCode::AuthenticationFailed, "wrong"));
-        QCOMPARE(authenticator.authenticationError().errorMessage(), QStringLiteral("wrong"));
+        QCOMPARE(authenticator.authenticationError().errorMessage(), u"wrong"_s);
         authenticator.retryAuthentication();
         QCOMPARE(authenticator.logins, 2);
         QCOMPARE(authenticator.retriesCount(), 1);

@@ -1,11 +1,13 @@
+#include "../Files.h"
+
 #include <DownloadOutput.h>
 
 #include <QTemporaryDir>
 #include <QTest>
 
-#include <cstdlib>
-#include <memory>
+#include <utility>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 
 class tst_DownloadOutput : public QObject
@@ -14,12 +16,6 @@ class tst_DownloadOutput : public QObject
 
 private:
     QString path(const char* name) const { return m_directory.filePath(QString::fromLatin1(name)); }
-
-    static QByteArray contentOf(const QString& path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-    }
 
 private Q_SLOTS:
     void writesAFileAsBytesCome()
@@ -34,11 +30,11 @@ private Q_SLOTS:
         output->finalize();
         output->finalize();
         output->clear(); // too late for a file that is complete
-        QCOMPARE(contentOf(path("a")), QByteArrayLiteral("de"));
+        QCOMPARE(readFile(path("a")), "de"_ba);
         QVERIFY(!output->open(path("b")).hasError());
         QVERIFY(!output->writeNewData("f").hasError());
         QVERIFY(!output->open(path("a")).hasError()); // closes the first, truncates the second
-        QCOMPARE(contentOf(path("b")), QByteArrayLiteral("f"));
+        QCOMPARE(readFile(path("b")), "f"_ba);
         QCOMPARE(output->size(), 0);
     }
 
@@ -47,8 +43,7 @@ private Q_SLOTS:
         const auto result = FileDownloadOutput::createAndOpen(path("none/x"));
         QVERIFY(result.hasError());
         QCOMPARE(result.error().errorCode(), ErrorCode::FileAccess);
-        QCOMPARE(result.error().errorMessage(),
-                 QStringLiteral("Cannot open file %1 for writing").arg(path("none/x")));
+        QCOMPARE(result.error().errorMessage(), u"Cannot open file %1 for writing"_s.arg(path("none/x")));
         QCOMPARE(result.error().catchTrail().size(), 2);
     }
 
@@ -57,14 +52,14 @@ private Q_SLOTS:
         FileDownloadOutput closed;
         QCOMPARE(closed.writeNewData("x").errorCode(), ErrorCode::General);
 
-        if (!QFile::exists(QStringLiteral("/dev/full")))
+        if (!QFile::exists(u"/dev/full"_s))
             QSKIP("no full device here");
         FileDownloadOutput full;
-        QVERIFY(!full.open(QStringLiteral("/dev/full")).hasError());
+        QVERIFY(!full.open(u"/dev/full"_s).hasError());
         for (int i = 0; i < 2; ++i) {
             const auto error = full.writeNewData("x");
             QCOMPARE(error.errorCode(), ErrorCode::General);
-            QVERIFY(error.errorMessage().startsWith(QStringLiteral("Error while writing to the file: ")));
+            QVERIFY(error.errorMessage().startsWith(u"Error while writing to the file: "_s));
             QVERIFY(error.errorDetails().toInt() != QFileDevice::NoError);
         }
     }
@@ -76,8 +71,8 @@ private Q_SLOTS:
         const MemoryDownloadOutput copy(*output);
         QVERIFY(!output->writeNewData("d").hasError());
         output->finalize();
-        QCOMPARE(output->data(), QByteArrayLiteral("abcd"));
-        QCOMPARE(copy.data(), QByteArrayLiteral("abc"));
+        QCOMPARE(output->data(), "abcd"_ba);
+        QCOMPARE(copy.data(), "abc"_ba);
         output->clear();
         QVERIFY(output->size() == 0 && output->data().isEmpty());
     }
@@ -85,15 +80,13 @@ private Q_SLOTS:
     void staysBelowItsLimit()
     {
         constexpr qsizetype limit = 2147483647;
+        // Memory that nobody else holds and that is large enough is taken over and never touched.
+        QByteArray most;
+        most.reserve(limit + 1);
+        most.resize(limit - 1);
         MemoryDownloadOutput output;
-        // Memory that is never touched, so that the limit costs nothing to reach but the copy of the buffer.
-        const auto most = QByteArray::fromRawData(static_cast<const char*>(std::calloc(limit, 1)), limit - 1);
-        const std::unique_ptr<char, decltype(&std::free)> owner(const_cast<char*>(most.constData()),
-                                                                &std::free);
-        if (!owner)
-            QSKIP("not enough memory");
-        QVERIFY(!output.writeNewData(most).hasError());
-        QCOMPARE(output.writeNewData("ab").errorMessage(), QStringLiteral("Memory error"));
+        QVERIFY(!output.writeNewData(std::exchange(most, {})).hasError());
+        QCOMPARE(output.writeNewData("ab").errorMessage(), u"Memory error"_s);
         QCOMPARE(output.size(), limit - 1);
         QVERIFY(!output.writeNewData("a").hasError());
         QCOMPARE(output.writeNewData("a").errorCode(), ErrorCode::General);

@@ -1,8 +1,8 @@
+#include "../Files.h"
 #include "NetworkTestSupport.h"
 
 #include <FileDownloadTask.h>
 
-#include <QDir>
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTemporaryDir>
@@ -10,6 +10,7 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
@@ -31,93 +32,60 @@ private:
         return QTest::qWaitFor([&] { return task.isFinished(); }, 10000);
     }
 
-    QStringList filesIn(const QString& path) const
-    {
-        return QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Name);
-    }
-
-    static void write(const QString& path, const QByteArray& content)
-    {
-        QFile file(path);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(content);
-    }
-
-    static QByteArray contentOf(const QString& path)
-    {
-        QFile file(path);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("unreadable");
-    }
-
 private Q_SLOTS:
     void init()
     {
         m_home = std::make_unique<QTemporaryDir>();
-        QVERIFY(QDir(m_home->path()).mkdir(QStringLiteral("out")));
-        m_out = m_home->filePath(QStringLiteral("out"));
+        QVERIFY(QDir(m_home->path()).mkdir(u"out"_s));
+        m_out = m_home->filePath(u"out"_s);
         m_server = std::make_unique<LoopbackServer>();
         m_server->setHandler([](const LoopbackRequest&) { return LoopbackReply(200, "content"); });
         QVERIFY(!m_server->listen().hasError());
     }
 
-    void addsNothingToTheMetaObject()
-    {
-        QCOMPARE(methodsOf(FileDownloadTask::staticMetaObject), QStringList());
-        QCOMPARE(FileDownloadTask::staticMetaObject.superClass(), &NetworkTask::staticMetaObject);
-    }
-
-    void dropsOneSeparatorAtTheEnd_data()
-    {
-        QTest::addColumn<QString>("given");
-        QTest::addColumn<QString>("kept");
-        QTest::newRow("none") << QStringLiteral("a/b") << QStringLiteral("a/b");
-        QTest::newRow("slash") << QStringLiteral("a/b/") << QStringLiteral("a/b");
-        QTest::newRow("backslash") << QStringLiteral("a\\b\\") << QStringLiteral("a\\b");
-        QTest::newRow("two") << QStringLiteral("a//") << QStringLiteral("a/");
-        QTest::newRow("only") << QStringLiteral("/") << QString();
-        QTest::newRow("empty") << QString() << QString();
-    }
-
     void dropsOneSeparatorAtTheEnd()
     {
-        QFETCH(QString, given);
-        FileDownloadTask task(QStringLiteral("http://host/x"), given);
-        QTEST(task.destinationPath(), "kept");
-        QCOMPARE(task.sourceUrl(), QStringLiteral("http://host/x"));
-        QCOMPARE(task.request().acceptedContentTypes, QByteArrayLiteral("application/octet-stream"));
-        if (task.destinationPath().isEmpty())
-            QVERIFY(task.destinationFilePath().isEmpty());
+        const QMap<QString, QString> kept{{u"a/b"_s, u"a/b"_s},     {u"a/b/"_s, u"a/b"_s},
+                                          {u"a\\b\\"_s, u"a\\b"_s}, {u"a//"_s, u"a/"_s},
+                                          {u"/"_s, u""_s},          {u""_s, u""_s}};
+        for (auto path = kept.begin(); path != kept.end(); ++path) {
+            const FileDownloadTask task(u"http://host/x"_s, path.key());
+            QCOMPARE(task.destinationPath(), *path);
+            QCOMPARE(task.sourceUrl(), u"http://host/x"_s);
+            QCOMPARE(task.request().acceptedContentTypes, "application/octet-stream"_ba);
+            if (path->isEmpty())
+                QVERIFY(task.destinationFilePath().isEmpty());
+        }
     }
 
     // Names come from outside: none may lead out of the directory, and what is left must be a file's on any
     // system.
     void namesTheFileAfterTheUrl_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("name");
+        addColumns<QString, QString>({"path", "name"});
         const auto row = [](const QString& path, const char* name) {
             QTest::newRow(qPrintable(path.left(60))) << path << QString::fromUtf8(name);
         };
-        row(QStringLiteral("/files/report.pdf?x=/y.txt#z"), "report.pdf");
-        row(QStringLiteral("/a%20b%C3%A9"), "a bé");
-        row(QStringLiteral("/.hidden"), ".hidden");
-        row(QStringLiteral("/console.txt"), "console.txt");
-        row(QStringLiteral("/x%2F..%2F..%2Fpasswd"), "passwd");
-        row(QStringLiteral("/") + QString(255, QLatin1Char('n')), QByteArray(255, 'n').constData());
-        const QStringList hostile{QStringLiteral("/"),
-                                  QStringLiteral("/files/"),
-                                  QStringLiteral("/%2e%2e"),
-                                  QStringLiteral("/%2e"),
-                                  QStringLiteral("/x%2F%2e%2e"),
-                                  QStringLiteral("/..%5Cpasswd"),
-                                  QStringLiteral("/a%00b"),
-                                  QStringLiteral("/a%0Ab"),
-                                  QStringLiteral("/%2e%2e%20"),
-                                  QStringLiteral("/NUL"),
-                                  QStringLiteral("/con.txt"),
-                                  QStringLiteral("/Lpt1%20.x"),
-                                  QStringLiteral("/") + QString(300, QLatin1Char('n')),
-                                  QStringLiteral("/") + QStringLiteral("%C3%A9").repeated(128)};
+        row(u"/files/report.pdf?x=/y.txt#z"_s, "report.pdf");
+        row(u"/a%20b%C3%A9"_s, "a bé");
+        row(u"/.hidden"_s, ".hidden");
+        row(u"/console.txt"_s, "console.txt");
+        row(u"/x%2F..%2F..%2Fpasswd"_s, "passwd");
+        row(u"/"_s + QString(255, u'n'), QByteArray(255, 'n').constData());
+        const QStringList hostile{u"/"_s,
+                                  u"/files/"_s,
+                                  u"/%2e%2e"_s,
+                                  u"/%2e"_s,
+                                  u"/x%2F%2e%2e"_s,
+                                  u"/..%5Cpasswd"_s,
+                                  u"/a%00b"_s,
+                                  u"/a%0Ab"_s,
+                                  u"/%2e%2e%20"_s,
+                                  u"/NUL"_s,
+                                  u"/con.txt"_s,
+                                  u"/Lpt1%20.x"_s,
+                                  u'/' + QString(300, u'n'),
+                                  u'/' + u"%C3%A9"_s.repeated(128)};
         for (const auto& path : hostile)
             row(path, "");
     }
@@ -126,66 +94,66 @@ private Q_SLOTS:
     {
         QFETCH(QString, path);
         QFETCH(QString, name);
-        const auto task = makeTask(path, m_out + QLatin1Char('/'));
-        const auto expected =
-            name.isEmpty() ? QString() : QDir::toNativeSeparators(m_out + QLatin1Char('/') + name);
+        const auto task = makeTask(path, m_out + u'/');
+        const auto expected = name.isEmpty() ? QString() : QDir::toNativeSeparators(m_out + u'/' + name);
         QCOMPARE(task->destinationFilePath(), expected);
         QVERIFY(run(*task));
-        QCOMPARE(filesIn(m_home->path()), QStringList{QStringLiteral("out")});
+        QCOMPARE(filesIn(m_home->path()), QStringList{u"out"_s});
         if (name.isEmpty()) {
             QCOMPARE(task->error().errorCode(), ErrorCode::FileAccess);
-            QCOMPARE(task->error().errorMessage(),
-                     QStringLiteral("Could not determine destination filename"));
+            QCOMPARE(task->error().errorMessage(), u"Could not determine destination filename"_s);
             QVERIFY(filesIn(m_out).isEmpty());
         } else if (name.size() < 200) { // a temporary name is longer and may not fit
             QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
             QCOMPARE(filesIn(m_out), QStringList{name});
-            QCOMPARE(contentOf(expected), QByteArrayLiteral("content"));
+            QCOMPARE(readFile(expected), "content"_ba);
         }
     }
 
     void writesTheFileThatIsNamed()
     {
-        const auto target = m_out + QStringLiteral("/new.bin");
-        auto task = makeTask(QStringLiteral("/x/"), target);
+        const auto target = m_out + u"/new.bin"_s;
+        auto task = makeTask(u"/x/"_s, target);
         QCOMPARE(task->destinationFilePath(), target);
         QVERIFY(run(*task));
-        QCOMPARE(contentOf(target), QByteArrayLiteral("content"));
+        QCOMPARE(readFile(target), "content"_ba);
 
-        m_server->addReply(QStringLiteral("/empty"), LoopbackReply(200));
-        task = makeTask(QStringLiteral("/empty"), target);
+        m_server->addReply(u"/empty"_s, LoopbackReply(200));
+        task = makeTask(u"/empty"_s, target);
         QVERIFY(run(*task));
         QVERIFY(!task->hasError());
-        QCOMPARE(contentOf(target), QByteArray());
+        QCOMPARE(readFile(target), QByteArray());
 
-        task = makeTask(QStringLiteral("/x"), m_out + QStringLiteral("/none/new.bin"));
+        task = makeTask(u"/x"_s, m_out + u"/none/new.bin"_s);
         QVERIFY(run(*task));
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("Could not determine destination filename"));
-        QCOMPARE(filesIn(m_out), QStringList{QStringLiteral("new.bin")});
+        QCOMPARE(task->error().errorMessage(), u"Could not determine destination filename"_s);
+        QCOMPARE(filesIn(m_out), QStringList{u"new.bin"_s});
     }
 
     void leavesWhatIsThereWhenItFails_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<bool>("isCanceled");
+        addColumns<LoopbackReply, bool>({"reply", "isCanceled"});
+        const auto row = [](const char* name, const LoopbackReply& reply) {
+            QTest::newRow(name) << reply << QByteArray(name).startsWith("canceled");
+        };
         const LoopbackReply whole(200, QByteArray(1000, 'x'));
-        QTest::newRow("404") << LoopbackReply(404, "no") << false;
-        QTest::newRow("204") << LoopbackReply(204) << false;
-        QTest::newRow("cut in the head") << LoopbackReply(whole).cutAfter(20) << false;
-        QTest::newRow("cut in the content") << LoopbackReply(whole).cutAfter(700) << false;
-        QTest::newRow("reset in the content") << LoopbackReply(whole).resetAfter(700) << false;
-        QTest::newRow("stalled") << LoopbackReply(200, "x").withField("Content-Length", "9") << false;
-        QTest::newRow("canceled before the head") << LoopbackReply::silence() << true;
-        QTest::newRow("canceled in the content") << LoopbackReply(whole).dripped(100, 5ms) << true;
+        row("404", LoopbackReply(404, "no"));
+        row("204", LoopbackReply(204));
+        row("cut in the head", LoopbackReply(whole).cutAfter(20));
+        row("cut in the content", LoopbackReply(whole).cutAfter(700));
+        row("reset in the content", LoopbackReply(whole).resetAfter(700));
+        row("stalled", LoopbackReply(200, "x").withField("Content-Length", "9"));
+        row("canceled before the head", LoopbackReply::silence());
+        row("canceled in the content", LoopbackReply(whole).dripped(100, 5ms));
     }
 
     void leavesWhatIsThereWhenItFails()
     {
         QFETCH(LoopbackReply, reply);
         QFETCH(bool, isCanceled);
-        m_server->addReply(QStringLiteral("/file"), reply);
-        write(m_out + QStringLiteral("/file"), "old");
-        const auto task = makeTask(QStringLiteral("/file"), m_out);
+        m_server->addReply(u"/file"_s, reply);
+        QVERIFY(writeFile(m_out + u"/file"_s, "old"));
+        const auto task = makeTask(u"/file"_s, m_out);
         task->setTimeout(isCanceled ? 10s : 100ms);
         if (isCanceled) {
             connect(task.get(), &NetworkTask::readyRead, task.get(), &NetworkTask::cancel);
@@ -196,61 +164,39 @@ private Q_SLOTS:
         QVERIFY(task->hasError());
         QCOMPARE(task->error().errorCode(), isCanceled ? ErrorCode::Canceled : ErrorCode::Network);
         QCOMPARE(task->error().catchTrail().size(), 1);
-        QCOMPARE(filesIn(m_out), QStringList{QStringLiteral("file")});
-        QCOMPARE(contentOf(m_out + QStringLiteral("/file")), QByteArrayLiteral("old"));
-    }
-
-    void neverSavesShortContent()
-    {
-        FakeManager manager([] {
-            auto* reply = new FakeReply(200);
-            reply->setRawHeader("Content-Length", "10");
-            reply->complete(3);
-            return reply;
-        });
-        const auto task = makeTask(QStringLiteral("/file"), m_out);
-        task->setNetworkAccessManager(&manager);
-        QVERIFY(run(*task));
-        QCOMPARE(networkError(task->error()), QNetworkReply::RemoteHostClosedError);
-        QVERIFY(filesIn(m_out).isEmpty());
+        QCOMPARE(filesIn(m_out), QStringList{u"file"_s});
+        QCOMPARE(readFile(m_out + u"/file"_s), "old"_ba);
     }
 
     void reportsDisksThatCannotBeWritten_data()
     {
-        QTest::addColumn<QString>("options");
-        QTest::addColumn<int>("errorCode");
-        QTest::addColumn<QString>("message");
-        QTest::newRow("full") << QStringLiteral("remount,size=64k") << int(ErrorCode::General)
-                              << QStringLiteral("Could not write downloaded file");
-        QTest::newRow("read-only") << QStringLiteral("remount,ro") << int(ErrorCode::FileAccess)
-                                   << QStringLiteral("Could not open destination file");
+        const auto row = addColumns<QString, int, QString>({"options", "errorCode", "message"});
+        row("full", u"remount,size=64k"_s, int(ErrorCode::General), u"Could not write downloaded file"_s);
+        row("read-only", u"remount,ro"_s, int(ErrorCode::FileAccess), u"Could not open destination file"_s);
     }
 
     void reportsDisksThatCannotBeWritten()
     {
         QFETCH(QString, options);
         QFETCH(int, errorCode);
-        const auto disk = m_home->filePath(QStringLiteral("disk"));
-        QVERIFY(QDir(m_home->path()).mkdir(QStringLiteral("disk")));
+        const auto disk = m_home->filePath(u"disk"_s);
+        QVERIFY(QDir(m_home->path()).mkdir(u"disk"_s));
         const auto mount = [&](const QString& how) {
-            const QStringList arguments{QStringLiteral("-t"),    QStringLiteral("tmpfs"),
-                                        QStringLiteral("-o"),    how,
-                                        QStringLiteral("tmpfs"), disk};
-            return QProcess::execute(QStringLiteral("mount"), arguments) == 0;
+            return QProcess::execute(u"mount"_s, {u"-ttmpfs"_s, u"-o"_s, how, u"tmpfs"_s, disk}) == 0;
         };
-        if (!mount(QStringLiteral("size=64k")))
+        if (!mount(u"size=64k"_s))
             QSKIP("a disk of its own needs root");
-        const auto unmount = qScopeGuard([&] { QProcess::execute(QStringLiteral("umount"), {disk}); });
-        write(disk + QStringLiteral("/file"), "old");
+        const auto unmount = qScopeGuard([&] { QProcess::execute(u"umount"_s, {disk}); });
+        QVERIFY(writeFile(disk + u"/file"_s, "old"));
         QVERIFY(mount(options));
 
-        m_server->addReply(QStringLiteral("/file"), LoopbackReply(200, QByteArray(100000, 'x')));
-        const auto task = makeTask(QStringLiteral("/file"), disk);
+        m_server->addReply(u"/file"_s, LoopbackReply(200, QByteArray(100000, 'x')));
+        const auto task = makeTask(u"/file"_s, disk);
         QVERIFY(run(*task));
         QCOMPARE(static_cast<int>(task->error().errorCode()), errorCode);
         QTEST(task->error().errorMessage(), "message");
-        QCOMPARE(filesIn(disk), QStringList{QStringLiteral("file")});
-        QCOMPARE(contentOf(disk + QStringLiteral("/file")), QByteArrayLiteral("old"));
+        QCOMPARE(filesIn(disk), QStringList{u"file"_s});
+        QCOMPARE(readFile(disk + u"/file"_s), "old"_ba);
     }
 
 private:

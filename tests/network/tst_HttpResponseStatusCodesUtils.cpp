@@ -4,6 +4,7 @@
 
 #include <QMetaEnum>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using Code = HttpResponseStatusCode;
 
@@ -23,36 +24,28 @@ private Q_SLOTS:
         QCOMPARE(codes.keyToValue("Locked"), 423);
     }
 
-    void namesCodesInWords_data()
-    {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("200") << 200 << QStringLiteral("OK");
-        QTest::newRow("0") << 0 << QStringLiteral("Unknown");
-        QTest::newRow("429") << 429 << QStringLiteral("Too Many Requests");
-        QTest::newRow("no key") << 418 << QString();
-    }
-
     void namesCodesInWords()
     {
-        QFETCH(int, code);
-        QTEST(httpResponseStatusCodeName(static_cast<Code>(code)), "name");
+        const QMap<int, QString> names{
+            {200, u"OK"_s}, {0, u"Unknown"_s}, {429, u"Too Many Requests"_s}, {418, u""_s}};
+        for (auto name = names.begin(); name != names.end(); ++name)
+            QCOMPARE(httpResponseStatusCodeName(static_cast<Code>(name.key())), *name);
     }
 
     void makesErrorsOfStatuses_data()
     {
-        QTest::addColumn<int>("code");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<int>("errorCode");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("200") << 200 << QStringLiteral("ignored") << 0 << QString();
-        QTest::newRow("201") << 201 << QString() << 0 << QString();
-        QTest::newRow("204") << 204 << QString() << 24 << QStringLiteral("HTTP connection error: .");
-        QTest::newRow("404") << 404 << QString() << 24 << QStringLiteral("HTTP connection error: NotFound.");
-        QTest::newRow("404 and text") << 404 << QStringLiteral("gone") << 24 << QStringLiteral("gone");
-        QTest::newRow("440") << 440 << QString() << 27
-                             << QStringLiteral("Your session timed-out. Please log in again.");
-        QTest::newRow("440 and text") << 440 << QStringLiteral("late") << 27 << QStringLiteral("late");
+        addColumns<int, QString, int, QString>({"code", "message", "errorCode", "text"});
+        const auto row = [](int code, const char* message, int errorCode, const char* text) {
+            QTest::addRow("%d %s", code, message)
+                << code << QString::fromLatin1(message) << errorCode << QString::fromLatin1(text);
+        };
+        row(200, "ignored", 0, "");
+        row(201, "", 0, "");
+        row(204, "", 24, "HTTP connection error: .");
+        row(404, "", 24, "HTTP connection error: NotFound.");
+        row(404, "gone", 24, "gone");
+        row(440, "", 27, "Your session timed-out. Please log in again.");
+        row(440, "late", 27, "late");
     }
 
     void makesErrorsOfStatuses()
@@ -71,39 +64,40 @@ private Q_SLOTS:
     {
         const auto error = forcedNetworkError(Code::OK, {});
         QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QCOMPARE(error.errorMessage(), QStringLiteral("HTTP connection error: OK."));
+        QCOMPARE(error.errorMessage(), u"HTTP connection error: OK."_s);
         QCOMPARE(error.errorDetails().toInt(), 2200);
     }
 
     void makesErrorsOfTransportFailures()
     {
-        QVERIFY(!networkError(QNetworkReply::NoError, QStringLiteral("ignored")).hasError());
+        QVERIFY(!networkError(QNetworkReply::NoError, u"ignored"_s).hasError());
         const auto error = networkError(QNetworkReply::TimeoutError, {});
         QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QCOMPARE(error.errorMessage(), QStringLiteral("Network connection error: TimeoutError."));
+        QCOMPARE(error.errorMessage(), u"Network connection error: TimeoutError."_s);
         QCOMPARE(error.errorDetails().toInt(), 3004);
         QCOMPARE(networkError(static_cast<QNetworkReply::NetworkError>(77), {}).errorMessage(),
-                 QStringLiteral("Network connection error: ."));
+                 u"Network connection error: ."_s);
 
         const auto unknown = networkUnknownError();
         QCOMPARE(unknown.errorCode(), ErrorCode::General);
-        QCOMPARE(unknown.errorMessage(), QStringLiteral("Unknown error"));
+        QCOMPARE(unknown.errorMessage(), u"Unknown error"_s);
         QCOMPARE(unknown.errorDetails().toInt(), 65535);
     }
 
     void readsNumbersBack_data()
     {
-        QTest::addColumn<QVariant>("details");
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("transport");
-        QTest::newRow("empty") << QVariant() << 200 << 0;
-        QTest::newRow("1999") << QVariant(1999) << 200 << 0;
-        QTest::newRow("2000") << QVariant(2000) << 0 << 0;
-        QTest::newRow("2999") << QVariant(2999) << 999 << 0;
-        QTest::newRow("3000") << QVariant(3000) << 200 << 0;
-        QTest::newRow("3004") << QVariant(3004) << 200 << 4;
-        QTest::newRow("65535") << QVariant(65535) << 200 << 62535;
-        QTest::newRow("negative") << QVariant(std::numeric_limits<int>::min()) << 200 << 0;
+        addColumns<QVariant, int, int>({"details", "status", "transport"});
+        const auto row = [](const QVariant& details, int status, int transport) {
+            QTest::newRow(qPrintable(details.toString())) << details << status << transport;
+        };
+        row({}, 200, 0);
+        row(1999, 200, 0);
+        row(2000, 0, 0);
+        row(2999, 999, 0);
+        row(3000, 200, 0);
+        row(3004, 200, 4);
+        row(65535, 200, 62535);
+        row(std::numeric_limits<int>::min(), 200, 0);
     }
 
     void readsNumbersBack()
@@ -114,38 +108,25 @@ private Q_SLOTS:
         QTEST(static_cast<int>(networkError(error)), "transport");
     }
 
-    void checksReplies_data()
-    {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<bool>("isGood");
-        QTest::newRow("200") << 200 << true;
-        QTest::newRow("201") << 201 << true;
-        QTest::newRow("204") << 204 << false;
-        QTest::newRow("404") << 404 << false;
-        QTest::newRow("none") << 0 << false;
-    }
-
     void checksReplies()
     {
-        QFETCH(int, status);
-        QFETCH(bool, isGood);
-        FakeReply reply(status, QUrl(QStringLiteral("http://host/x")));
-        ErrorWarningMessages messages{QStringLiteral("before "), {}};
-        const auto error = checkHttpStatus(&reply, &messages);
-        QCOMPARE(error.hasError(), !isGood);
-        QCOMPARE(error.hasError(), checkHttpStatus(&reply, nullptr).hasError());
-        if (isGood) {
-            QCOMPARE(messages.errors, QStringLiteral("before "));
-            return;
+        for (const int status : {200, 201, 204, 404, 0}) {
+            FakeReply reply(status, QUrl(u"http://host/x"_s));
+            ErrorWarningMessages messages{u"before "_s, {}};
+            const auto error = checkHttpStatus(&reply, &messages);
+            QCOMPARE(error.hasError(), status != 200 && status != 201);
+            QCOMPARE(error.hasError(), checkHttpStatus(&reply, nullptr).hasError());
+            if (!error.hasError()) {
+                QCOMPARE(messages.errors, u"before "_s);
+                continue;
+            }
+            QCOMPARE(error.errorCode(), ErrorCode::Network);
+            QVERIFY(error.errorMessage().isEmpty() && !error.errorDetails().isValid());
+            QVERIFY(messages.errors.startsWith(u"before Unable to access QUrl(\"http://host/x\") - "_s));
+            QVERIFY(messages.errors.contains(status == 404 ? u"NotFound"_s : u"(%1)"_s.arg(status)) ||
+                    !status);
+            QVERIFY(messages.warnings.isEmpty());
         }
-        QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QVERIFY(error.errorMessage().isEmpty() && !error.errorDetails().isValid());
-        QVERIFY(
-            messages.errors.startsWith(QStringLiteral("before Unable to access QUrl(\"http://host/x\") - ")));
-        QVERIFY(
-            messages.errors.contains(status == 404 ? QStringLiteral("NotFound") : QString::number(status)) ||
-            status == 0);
-        QVERIFY(messages.warnings.isEmpty());
     }
 
     void checksForNullReplies()
@@ -154,8 +135,7 @@ private Q_SLOTS:
         const auto error = checkHttpStatus(nullptr, &messages);
         QCOMPARE(error.errorCode(), ErrorCode::InvalidArgument);
         QCOMPARE(error.catchTrail().size(), 2);
-        checkHttpStatus(nullptr, &messages);
-        QCOMPARE(messages.errors, QStringLiteral("Unexpected nullptrUnexpected nullptr"));
+        QCOMPARE(messages.errors, u"Unexpected nullptr"_s);
     }
 };
 

@@ -3,10 +3,9 @@
 #include <NetworkQueue.h>
 
 #include <memory>
-#include <vector>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
-using namespace std::chrono_literals;
 using SslMode = SslIgnorantNetworkAccessManager::SslMode;
 
 class tst_NetworkQueue : public QObject
@@ -14,12 +13,6 @@ class tst_NetworkQueue : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void addsNothingToTheMetaObject()
-    {
-        QCOMPARE(methodsOf(NetworkQueue::staticMetaObject), QStringList());
-        QCOMPARE(NetworkQueue::staticMetaObject.superClass(), &TasksQueue::staticMetaObject);
-    }
-
     void handsOutWhatTasksShare()
     {
         TestAuthenticator authenticator;
@@ -33,7 +26,7 @@ private Q_SLOTS:
         QCOMPARE(plain.authenticator(), &authenticator); // the queue's wins
         QCOMPARE(plain.networkAccessManager(), queue.networkAccessManager());
         QVERIFY(queue.networkAccessManager() != NetworkTask::defaultNetworkAccessManager());
-        QCOMPARE(plain.userAgent(), QByteArrayLiteral("queue"));
+        QCOMPARE(plain.userAgent(), "queue"_ba);
 
         SslIgnorantNetworkAccessManager manager;
         NetworkTask particular;
@@ -46,7 +39,7 @@ private Q_SLOTS:
         QCOMPARE(particular.authenticator(), &own);
         QCOMPARE(particular.networkAccessManager(), &manager);
         QVERIFY(particular.userAgent().isEmpty());
-        QCOMPARE(plain.userAgent(), QByteArrayLiteral("queue"));
+        QCOMPARE(plain.userAgent(), "queue"_ba);
 
         Task other;
         queue.append(&other);
@@ -70,28 +63,6 @@ private Q_SLOTS:
         delete manager;
         delete second.networkAccessManager();
         second.setIgnoreSslErrors(true); // nobody left to tell
-    }
-
-    void runsOthersWhileOneWaits()
-    {
-        LoopbackServer server;
-        server.addReply(QStringLiteral("/slow"), LoopbackReply(503));
-        server.addReply(QStringLiteral("/slow"), LoopbackReply(200));
-        server.addReply(QStringLiteral("/"), LoopbackReply(200));
-        QVERIFY(!server.listen().hasError());
-        NetworkQueue queue; // one slot
-        TestTask slow(server.url(QStringLiteral("/slow")));
-        queue.append(&slow);
-        std::vector<std::unique_ptr<TestTask>> tasks;
-        bool doneFirst = true;
-        for (int i = 0; i < 10; ++i) {
-            tasks.push_back(std::make_unique<TestTask>(server.url()));
-            connect(tasks.back().get(), &Task::finished, this, [&] { doneFirst &= !slow.isFinished(); });
-            queue.append(tasks.back().get());
-        }
-        QTRY_VERIFY(queue.isEmpty());
-        QVERIFY(doneFirst && !slow.hasError());
-        QCOMPARE(server.connectionCount(), 1); // never two at once
     }
 };
 

@@ -4,6 +4,7 @@
 #include <QRegularExpression>
 #include <QTest>
 
+using namespace Qt::StringLiterals;
 using orv::NetworkRequest;
 
 class tst_NetworkRequest : public QObject
@@ -13,7 +14,7 @@ class tst_NetworkRequest : public QObject
 private:
     static NetworkRequest login()
     {
-        NetworkRequest request(QStringLiteral("http://host/Path"), NetworkRequest::jsonContentType,
+        NetworkRequest request(u"http://host/Path"_s, NetworkRequest::jsonContentType,
                                NetworkRequest::Method::Put);
         request.postDataContentType = "application/json";
         request.postData = "{\"user\":\"ann\",\"password\":\"abc\"}";
@@ -24,7 +25,7 @@ private Q_SLOTS:
     void takesAcceptedTypesAndNoContent()
     {
         const auto request = login();
-        QCOMPARE(request.acceptedContentTypes, QByteArrayLiteral("application/json"));
+        QCOMPARE(request.acceptedContentTypes, "application/json"_ba);
         QVERIFY(NetworkRequest().acceptedContentTypes.isEmpty());
         QCOMPARE(NetworkRequest().method, NetworkRequest::Method::Get);
         QCOMPARE(NetworkRequest::defaultContentType, NetworkRequest::jsonContentType);
@@ -41,7 +42,7 @@ private Q_SLOTS:
         QVERIFY(request == other);
 
         const QList<std::function<void(NetworkRequest&)>> differences{
-            [](auto& r) { r.url = QStringLiteral("http://host/path"); },
+            [](auto& r) { r.url = u"http://host/path"_s; },
             [](auto& r) { r.acceptedContentTypes = "text/plain"; },
             [](auto& r) { r.postDataContentType.clear(); },
             [](auto& r) { r.method = NetworkRequest::Method::Post; },
@@ -56,22 +57,22 @@ private Q_SLOTS:
     void masksItsContentForLogs()
     {
         auto request = login();
-        const auto password = QRegularExpression(QStringLiteral("(\"password\":\")[^\"]*(\")"));
-        const auto user = QRegularExpression(QStringLiteral("(\"user\":\")[^\"]*(\")"));
+        const auto password = QRegularExpression(u"(\"password\":\")[^\"]*(\")"_s);
+        const auto user = QRegularExpression(u"(\"user\":\")[^\"]*(\")"_s);
         request.setMaskingRegularExpression(user);
         request.setMaskingRegularExpression(password);
-        QCOMPARE(request.maskedData(), QByteArrayLiteral("{\"user\":\"ann\",\"password\":\"******\"}"));
+        QCOMPARE(request.maskedData(), "{\"user\":\"ann\",\"password\":\"******\"}"_ba);
         QVERIFY(request.postData.contains("abc"));
 
-        QList<QRegularExpression> expressions{user, QRegularExpression(QStringLiteral("(")), password};
+        QList<QRegularExpression> expressions{user, QRegularExpression(u"("_s), password};
         request.setMaskingRegularExpressions(expressions);
         expressions.clear();
         const NetworkRequest copy = request;
-        QCOMPARE(copy.maskedData(), QByteArrayLiteral("{\"user\":\"******\",\"password\":\"******\"}"));
+        QCOMPARE(copy.maskedData(), "{\"user\":\"******\",\"password\":\"******\"}"_ba);
 
         request.postData = "a\xff";
         request.setMaskingRegularExpressions({});
-        QCOMPARE(request.maskedData(), QByteArrayLiteral("a\xef\xbf\xbd"));
+        QCOMPARE(request.maskedData(), "a\xef\xbf\xbd"_ba);
         request.setMaskingFunction({});
         QCOMPARE(request.maskedData(), request.postData);
     }
@@ -79,23 +80,23 @@ private Q_SLOTS:
     void printsItselfMasked()
     {
         auto request = login();
-        request.setMaskingFunction([](const QByteArray&) { return QByteArrayLiteral("***"); });
+        request.setMaskingFunction([](const QByteArray&) { return "***"_ba; });
         QString text;
         QDebug(&text) << request;
-        QCOMPARE(text, QStringLiteral("struct orv::NetworkRequest(url=\"http://host/Path\" "
-                                      "postDataContentType=\"application/json\" postData=\"***\" "
-                                      "acceptedContentTypes=\"application/json\" method=Method::Put)"));
+        QCOMPARE(text, u"struct orv::NetworkRequest(url=\"http://host/Path\" "
+                       u"postDataContentType=\"application/json\" postData=\"***\" "
+                       u"acceptedContentTypes=\"application/json\" method=Method::Put)"_s);
     }
 
     void printsMethods()
     {
         QString text;
         QDebug(&text) << NetworkRequest::Method::Head << NetworkRequest::Method::Delete;
-        QCOMPARE(text, QStringLiteral("Method::HeadMethod::Delete"));
+        QCOMPARE(text, u"Method::HeadMethod::Delete"_s);
         text.clear();
         QDebug(&text) << static_cast<NetworkRequest::Method>(7) << "a"
                       << "b";
-        QCOMPARE(text, QStringLiteral("a b "));
+        QCOMPARE(text, u"a b "_s);
     }
 };
 

@@ -4,6 +4,7 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
@@ -17,6 +18,14 @@ private:
     {
         auto task = std::make_unique<TestTask>(m_server->url());
         task->setAuthenticator(authenticator);
+        return task;
+    }
+
+    std::unique_ptr<TestTask> makeWaitingTask()
+    {
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        [&] { QTRY_VERIFY(task->isPaused()); }();
         return task;
     }
 
@@ -34,52 +43,46 @@ private Q_SLOTS:
 
     void getsATokenBeforeSending()
     {
-        auto task = makeTask(m_authenticator.get());
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
+        auto task = makeWaitingTask();
         QCOMPARE(m_authenticator->logins, 1);
         QCOMPARE(m_server->connectionCount(), 0);
         m_authenticator->succeed("good");
         QVERIFY(task->networkReply()); // sent at once
         QVERIFY(!task->isPaused());
         QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->data(), QByteArrayLiteral("in"));
+        QCOMPARE(task->data(), "in"_ba);
         QCOMPARE(task->retriesCount(), 0);
     }
 
     void getsANewTokenWhenTheOldOneIsRefused_data()
     {
-        QTest::addColumn<QByteArray>("challenge");
-        QTest::newRow("none") << QByteArray();
-        QTest::newRow("Bearer") << QByteArray("Bearer realm=\"x\", error=\"invalid_token\"");
-        QTest::newRow("Basic") << QByteArray("Basic realm=\"x\"");
+        addRows("challenge", {"", "Bearer realm=\"x\", error=\"invalid_token\"", "Basic realm=\"x\""});
     }
 
     void getsANewTokenWhenTheOldOneIsRefused()
     {
-        QFETCH(QByteArray, challenge);
+        QFETCH(QString, challenge);
         m_server->setHandler([&](const LoopbackRequest& request) {
             LoopbackReply refusal(401, "out");
             if (!challenge.isEmpty())
-                refusal.withField("WWW-Authenticate", challenge);
+                refusal.withField("WWW-Authenticate", challenge.toLatin1());
             return request.field("Authorization") == m_accepted ? LoopbackReply(200, "in") : refusal;
         });
-        m_authenticator->currentToken = QStringLiteral("expired");
+        m_authenticator->currentToken = u"expired"_s;
         auto task = makeTask(m_authenticator.get());
         task->setDelay(0);
+        task->exec();
         for (int round = 1; round <= 2; ++round) {
-            if (round == 1)
-                task->exec();
             QTRY_COMPARE(m_authenticator->logins, round);
             QVERIFY(task->isPaused());
             QCOMPARE(task->httpResponseStatusCodeNumber(), 0);
-            QCOMPARE(task->data(), QByteArrayLiteral("out")); // looked at while it waits ...
+            QCOMPARE(task->data(), "out"_ba); // looked at while it waits ...
             m_authenticator->succeed(round == 1 ? "wrong again" : "good");
         }
         QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->data(), QByteArrayLiteral("in")); // ... and gone with the new reply
+        QCOMPARE(task->data(), "in"_ba); // ... and gone with the new reply
         QCOMPARE(m_server->requests().size(), 3);
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        QCOMPARE(task->log(), u"started finished"_s);
     }
 
     void waitsForALoginThatIsUnderWay()
@@ -99,7 +102,7 @@ private Q_SLOTS:
 
     void waitsWhenASubclassSaysSo()
     {
-        m_authenticator->currentToken = QStringLiteral("good");
+        m_authenticator->currentToken = u"good"_s;
         auto task = makeTask(m_authenticator.get());
         task->setResponseHandler(HttpResponseStatusCode::OK, [&] {
             if (m_authenticator->logins == 0)
@@ -114,35 +117,25 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().size(), 2);
     }
 
-    void endsWithTheAuthenticatorsError_data()
-    {
-        QTest::addColumn<int>("policy");
-        QTest::addColumn<int>("code");
-        QTest::newRow("error") << int(NetworkTask::FinishWithError) << 7;
-        QTest::newRow("pardoned") << int(NetworkTask::FinishWithSuccess) << 0;
-    }
-
     void endsWithTheAuthenticatorsError()
     {
-        QFETCH(int, policy);
-        auto task = makeTask(m_authenticator.get());
-        task->setResponseErrorPolicy(NetworkTask::ErrorPolicy(policy));
-        task->setReplyErrorPolicy(NetworkTask::Ignore);
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
-        m_authenticator->fail(Error(static_cast<ErrorCode>(7), "no such user"),
-                              AbstractAuthenticator::Error::InvalidCredentials);
-        QVERIFY(task->isFinished());
-        QTEST(static_cast<int>(task->error().errorCode()), "code");
-        QCOMPARE(m_authenticator->logins, 1);
+        for (const auto policy : {NetworkTask::FinishWithError, NetworkTask::FinishWithSuccess}) {
+            auto task = makeWaitingTask();
+            task->setResponseErrorPolicy(policy);
+            task->setReplyErrorPolicy(NetworkTask::Ignore);
+            m_authenticator->fail(Error(ErrorCode::SessionTimedOut, "no such user"),
+                                  AbstractAuthenticator::Error::InvalidCredentials);
+            QVERIFY(task->isFinished());
+            const bool isPardoned = policy == NetworkTask::FinishWithSuccess;
+            QCOMPARE(task->error().errorCode(), isPardoned ? ErrorCode::None : ErrorCode::SessionTimedOut);
+        }
+        QCOMPARE(m_authenticator->logins, 2);
     }
 
     void asksAgainAfterAFailureThatPasses()
     {
         m_authenticator->setMaxRetriesCount(2);
-        auto task = makeTask(m_authenticator.get());
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
+        auto task = makeWaitingTask();
         const Error down(ErrorCode::Network, "down");
         for (int login = 2; login <= 3; ++login) {
             m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
@@ -151,21 +144,19 @@ private Q_SLOTS:
         }
         m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
         QVERIFY(task->isFinished());
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("down"));
+        QCOMPARE(task->error().errorMessage(), u"down"_s);
     }
 
     void neverSucceedsOnAFailureWithoutAReason()
     {
-        auto task = makeTask(m_authenticator.get());
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
+        auto task = makeWaitingTask();
         m_authenticator->fail(Error());
         QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
     }
 
     void sendsOnlyTasksThatWait()
     {
-        m_authenticator->currentToken = QStringLiteral("good");
+        m_authenticator->currentToken = u"good"_s;
         auto task = makeTask(m_authenticator.get());
         m_accepted = "Bearer better";
         task->exec();
@@ -186,63 +177,48 @@ private Q_SLOTS:
 
     void endsWhenItsAuthenticatorIsDestroyed()
     {
-        auto task = makeTask(m_authenticator.get());
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
+        auto task = makeWaitingTask();
         m_authenticator.reset();
         QVERIFY(task->isFinished());
         QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("Authentication failed"));
+        QCOMPARE(task->error().errorMessage(), u"Authentication failed"_s);
     }
 
-    void goesOnWithANewAuthenticator_data()
-    {
-        QTest::addColumn<QString>("replacement");
-        QTest::newRow("with a token") << QStringLiteral("token");
-        QTest::newRow("without") << QStringLiteral("no token");
-        QTest::newRow("null") << QStringLiteral("null");
-    }
-
+    void goesOnWithANewAuthenticator_data() { addRows("replacement", {"token", "no token", "null"}); }
     void goesOnWithANewAuthenticator()
     {
         QFETCH(QString, replacement);
+        const bool isNull = replacement == "null"_L1;
         TestAuthenticator other;
-        auto task = makeTask(m_authenticator.get());
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
-        if (replacement == QLatin1String("token"))
-            other.currentToken = QStringLiteral("good");
-        task->setAuthenticator(replacement == QLatin1String("null") ? nullptr : &other);
-        m_authenticator->succeed("wrong"); // nobody listens to it any more
-        if (replacement == QLatin1String("no token")) {
+        auto task = makeWaitingTask();
+        if (replacement == "token"_L1)
+            other.currentToken = u"good"_s;
+        task->setAuthenticator(isNull ? nullptr : &other);
+        m_authenticator->fail(Error(ErrorCode::General, "old")); // nobody listens to it any more
+        if (replacement == "no token"_L1) {
             QTRY_COMPARE(other.logins, 1);
             other.succeed("good");
         }
         QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->error().errorCode(),
-                 replacement == QLatin1String("null") ? ErrorCode::AuthenticationFailed : ErrorCode::None);
-        QCOMPARE(m_server->requests().size(), replacement == QLatin1String("null") ? 0 : 1);
+        QCOMPARE(task->error().errorCode(), isNull ? ErrorCode::AuthenticationFailed : ErrorCode::None);
+        QCOMPARE(m_server->requests().size(), isNull ? 0 : 1);
     }
 
     void isCanceledWhileItWaits()
     {
-        auto task = makeTask(m_authenticator.get());
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
+        auto task = makeWaitingTask();
         task->cancel();
         QCOMPARE(task->error().errorCode(), ErrorCode::Canceled);
         m_authenticator->succeed("good");
         QTest::qWait(10);
         QCOMPARE(m_server->connectionCount(), 0);
-        QCOMPARE(task->log(), QStringLiteral("started canceled finished"));
+        QCOMPARE(task->log(), u"started canceled finished"_s);
     }
 
     void survivesWhatALoginDoes_data()
     {
-        QTest::addColumn<QString>("action");
-        for (const auto* action :
-             {"delete task", "delete authenticator", "cancel", "succeed", "fail", "nested loop"})
-            QTest::newRow(action) << QString::fromLatin1(action);
+        addRows("action",
+                {"delete task", "delete authenticator", "cancel", "succeed", "fail", "nested loop"});
     }
 
     void survivesWhatALoginDoes()
@@ -250,39 +226,37 @@ private Q_SLOTS:
         QFETCH(QString, action);
         QPointer<TestTask> task = makeTask(m_authenticator.get()).release();
         m_authenticator->startsLogins = false; // what ends inside authenticate() has not been started
+        const auto waitAndSucceed = [&] {
+            QTest::qWait(10);
+            m_authenticator->succeed("good");
+        };
+        const QHash<QString, std::function<void()>> actions{
+            {u"delete task"_s, [&] { delete task; }},
+            {u"delete authenticator"_s, [&] { m_authenticator.reset(); }},
+            {u"cancel"_s, [&] { task->cancel(); }},
+            {u"succeed"_s, [&] { m_authenticator->succeed("good"); }},
+            {u"fail"_s, [&] { m_authenticator->fail(Error(ErrorCode::General, "no")); }},
+            {u"nested loop"_s, waitAndSucceed},
+        };
         bool acted = false;
         m_authenticator->duringLogin = [&] {
-            if (std::exchange(acted, true))
-                return;
-            if (action == QLatin1String("delete task"))
-                delete task;
-            else if (action == QLatin1String("delete authenticator"))
-                m_authenticator.reset();
-            else if (action == QLatin1String("cancel"))
-                task->cancel();
-            else if (action == QLatin1String("succeed"))
-                m_authenticator->succeed("good");
-            else if (action == QLatin1String("fail"))
-                m_authenticator->fail(Error(ErrorCode::General, "no"));
-            else {
-                QTest::qWait(10);
-                m_authenticator->succeed("good");
-            }
+            if (!std::exchange(acted, true))
+                actions[action]();
         };
         task->exec();
         QTRY_VERIFY(acted);
         QTRY_VERIFY(!task || task->isFinished());
-        if (action == QLatin1String("succeed") || action == QLatin1String("nested loop"))
+        if (action == "succeed"_L1 || action == "nested loop"_L1)
             QVERIFY(!task->hasError());
         delete task;
     }
 
     void logsInThroughTheQueueThatWaits()
     {
-        m_server->addReply(QStringLiteral("/login"), LoopbackReply(200, "good"));
+        m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
         NetworkQueue queue; // one slot
         queue.setAuthenticator(m_authenticator.get());
-        TestTask login(m_server->url(QStringLiteral("/login")));
+        TestTask login(m_server->url(u"/login"_s));
         m_authenticator->duringLogin = [&] {
             connect(&login, &Task::finished, m_authenticator.get(),
                     [&] { m_authenticator->succeed(login.data().constData()); });

@@ -8,6 +8,7 @@
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 using Code = HttpResponseStatusCode;
@@ -19,7 +20,7 @@ class tst_NetworkTaskReply : public QObject
     Q_OBJECT
 
 private:
-    std::unique_ptr<TestTask> makeTask(const QString& path = QStringLiteral("/"))
+    std::unique_ptr<TestTask> makeTask(const QString& path = u"/"_s)
     {
         auto task = std::make_unique<TestTask>(m_server->url(path));
         task->setMaxRetriesCount(0);
@@ -32,10 +33,10 @@ private Q_SLOTS:
         // The dump settings are read once, so they are set before the first task.
         QVERIFY(m_home.isValid());
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
-        QCoreApplication::setOrganizationName(QStringLiteral("orv"));
-        QCoreApplication::setApplicationName(QStringLiteral("tst_NetworkTaskReply"));
-        QSettings().setValue(QStringLiteral("Network/DumpData"), true);
-        QSettings().setValue(QStringLiteral("Network/MaxDumpSize"), 5);
+        QCoreApplication::setOrganizationName(u"orv"_s);
+        QCoreApplication::setApplicationName(u"tst_NetworkTaskReply"_s);
+        QSettings().setValue(u"Network/DumpData"_s, true);
+        QSettings().setValue(u"Network/MaxDumpSize"_s, 5);
     }
 
     void init()
@@ -44,105 +45,86 @@ private Q_SLOTS:
         QVERIFY(!m_server->listen().hasError());
     }
 
-    // One row for each road that a reply can take, with both policies told apart.
+    // Each road that a reply can take, with both policies told apart.
     void judgesReplies_data()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<int>("errorCode");
-        QTest::addColumn<int>("number");
-        QTest::addColumn<bool>("underResponsePolicy");
-        QTest::addColumn<bool>("retriesStayOn");
-        QTest::newRow("200") << 200 << 0 << 0 << false << true;
-        QTest::newRow("201") << 201 << 0 << 0 << false << true;
-        QTest::newRow("204") << 204 << 24 << 2204 << false << false;
-        QTest::newRow("304") << 304 << 24 << 2304 << false << false;
-        QTest::newRow("307") << 307 << 24 << 2307 << false << false;
-        QTest::newRow("400") << 400 << 24 << 2400 << true << true;
-        QTest::newRow("401") << 401 << 24 << 2401 << false << false;
-        QTest::newRow("403") << 403 << 24 << 2403 << false << false;
-        QTest::newRow("404") << 404 << 24 << 2404 << true << true;
-        QTest::newRow("408") << 408 << 24 << 2408 << false << true;
-        QTest::newRow("429") << 429 << 24 << 2429 << false << true;
-        QTest::newRow("440") << 440 << 27 << 2440 << false << false;
-        QTest::newRow("500") << 500 << 24 << 2500 << false << false;
-        QTest::newRow("503") << 503 << 24 << 2503 << false << true;
-        QTest::newRow("599") << 599 << 24 << 2599 << false << false;
+        addColumns<int, int, bool, bool>({"status", "errorCode", "underResponsePolicy", "retriesStayOn"});
+        const auto rows = [](const QList<int>& statuses, int errorCode, bool policy, bool retriesStayOn) {
+            for (const int status : statuses)
+                QTest::addRow("%d", status) << status << errorCode << policy << retriesStayOn;
+        };
+        rows({200, 201}, 0, false, true);
+        rows({400, 404}, 24, true, true);
+        rows({408, 429, 503}, 24, false, true);
+        rows({204, 304, 307, 401, 403, 500, 599}, 24, false, false);
+        rows({440}, 27, false, false);
     }
 
     void judgesReplies()
     {
         QFETCH(int, status);
         QFETCH(int, errorCode);
-        QFETCH(int, number);
         QFETCH(bool, underResponsePolicy);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(status, "content"));
+        m_server->addReply(u"/"_s, LoopbackReply(status, "content"));
         auto task = makeTask();
         QVERIFY(task->run());
         QCOMPARE(static_cast<int>(task->error().errorCode()), errorCode);
-        QCOMPARE(task->error().errorDetails().toInt(), number);
+        QCOMPARE(task->error().errorDetails().toInt(), errorCode ? 2000 + status : 0);
         QCOMPARE(task->httpResponseStatusCodeNumber(), status);
         QCOMPARE(task->hasError(), !task->error().errorMessage().isEmpty());
         QTEST(task->retriesEnabled(), "retriesStayOn");
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        QCOMPARE(task->log(), u"started finished"_s);
         if (status == 200)
-            QCOMPARE(task->data(), QByteArrayLiteral("content"));
+            QCOMPARE(task->data(), "content"_ba);
         if (!errorCode)
             return;
 
         auto pardoned = makeTask();
-        pardoned->setReplyErrorPolicy(underResponsePolicy ? NetworkTask::Ignore
-                                                          : NetworkTask::FinishWithSuccess);
-        pardoned->setResponseErrorPolicy(underResponsePolicy ? NetworkTask::FinishWithSuccess
-                                                             : NetworkTask::Ignore);
-        QVERIFY(pardoned->run());
-        QVERIFY(!pardoned->hasError());
+        using enum NetworkTask::ErrorPolicy;
+        pardoned->setReplyErrorPolicy(underResponsePolicy ? Ignore : FinishWithSuccess);
+        pardoned->setResponseErrorPolicy(underResponsePolicy ? FinishWithSuccess : Ignore);
+        QVERIFY(pardoned->succeeds());
         QCOMPARE(pardoned->httpResponseStatusCodeNumber(), status);
     }
 
     // A reply that fails below HTTP never ends as a success, whatever status it carries.
     void judgesTransportFailures_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::addColumn<int>("number");
+        const auto row = addColumns<LoopbackReply, int>({"reply", "number"});
         const LoopbackReply whole(200, QByteArray(1000, 'x'));
-        QTest::newRow("closed before the status") << LoopbackReply::raw({}) << 2000;
-        QTest::newRow("closed in the head") << LoopbackReply(whole).cutAfter(20) << 2000;
-        QTest::newRow("reset in the head") << LoopbackReply(whole).resetAfter(20) << 2000;
-        QTest::newRow("closed in the content")
-            << LoopbackReply(whole).cutAfter(500).dripped(100, 5ms) << 3002;
-        QTest::newRow("reset in the content")
-            << LoopbackReply(whole).resetAfter(500).dripped(100, 5ms) << 3002;
-        QTest::newRow("404 closed in the content")
-            << LoopbackReply(404, QByteArray(1000, 'x')).cutAfter(500).dripped(100, 5ms) << 2404;
-        QTest::newRow("garbage") << LoopbackReply::raw("\x01\x02garbage\r\n\r\n") << 2000;
+        const auto dripped = LoopbackReply(whole).dripped(100, 5ms);
+        row("closed before the status", LoopbackReply::raw({}), 2000);
+        row("closed in the head", LoopbackReply(whole).cutAfter(20), 2000);
+        row("reset in the head", LoopbackReply(whole).resetAfter(20), 2000);
+        row("closed in the content", LoopbackReply(dripped).cutAfter(500), 3002);
+        row("reset in the content", LoopbackReply(dripped).resetAfter(500), 3002);
+        row("404 in part", LoopbackReply(404, QByteArray(1000, 'x')).cutAfter(500).dripped(100, 5ms), 2404);
+        row("garbage", LoopbackReply::raw("\x01\x02garbage\r\n\r\n"), 2000);
     }
 
     void judgesTransportFailures()
     {
         QFETCH(LoopbackReply, reply);
-        m_server->addReply(QStringLiteral("/"), reply);
+        m_server->addReply(u"/"_s, reply);
         auto task = makeTask();
         QVERIFY(task->run());
         QCOMPARE(task->error().errorCode(), ErrorCode::Network);
         QTEST(task->error().errorDetails().toInt(), "number");
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        QCOMPARE(task->log(), u"started finished"_s);
     }
 
     void tellsShortContentThatQtCallsComplete_data()
     {
-        QTest::addColumn<int>("status");
-        QTest::addColumn<Method>("method");
-        QTest::addColumn<QByteArray>("field");
-        QTest::addColumn<qint64>("received");
-        QTest::addColumn<int>("number");
-        const QByteArray length("Content-Length");
-        QTest::newRow("short") << 200 << Method::Get << length << qint64(3) << 3002;
-        QTest::newRow("nothing at all") << 201 << Method::Get << length << qint64(0) << 3002;
-        QTest::newRow("whole") << 200 << Method::Get << length << qint64(10) << 0;
-        QTest::newRow("no length") << 200 << Method::Get << QByteArray("X") << qint64(3) << 0;
-        QTest::newRow("head") << 200 << Method::Head << length << qint64(0) << 0;
-        QTest::newRow("204") << 204 << Method::Get << length << qint64(0) << 2204;
-        QTest::newRow("404") << 404 << Method::Get << length << qint64(3) << 2404;
+        const auto row = addColumns<int, Method, QByteArray, int, int>(
+            {"status", "method", "field", "received", "number"});
+        const auto length = "Content-Length"_ba;
+        row("short", 200, Method::Get, length, 3, 3002);
+        row("nothing at all", 201, Method::Get, length, 0, 3002);
+        row("whole", 200, Method::Get, length, 10, 0);
+        row("no length", 200, Method::Get, "X"_ba, 3, 0);
+        row("head", 200, Method::Head, length, 0, 0);
+        row("204", 204, Method::Get, length, 0, 2204);
+        row("404", 404, Method::Get, length, 3, 2404);
     }
 
     void tellsShortContentThatQtCallsComplete()
@@ -150,21 +132,21 @@ private Q_SLOTS:
         QFETCH(int, status);
         QFETCH(Method, method);
         QFETCH(QByteArray, field);
-        QFETCH(qint64, received);
+        QFETCH(int, received);
         FakeManager manager([&] {
             auto* reply = new FakeReply(status);
             reply->setRawHeader(field, "10");
             reply->complete(received);
             return reply;
         });
-        TestTask task(QStringLiteral("http://host/"), method);
+        TestTask task(u"http://host/"_s, method);
         task.setNetworkAccessManager(&manager);
         task.setMaxRetriesCount(1);
         task.setDelayPolicy(Retriable::DelayPolicy::None);
         QVERIFY(task.run());
         QTEST(task.error().errorDetails().toInt(), "number");
         if (task.error().errorDetails().toInt() == 3002) {
-            QCOMPARE(task.error().errorMessage(), QStringLiteral("Connection closed"));
+            QCOMPARE(task.error().errorMessage(), u"Connection closed"_s);
             QCOMPARE(task.retriesCount(), 1);
         }
     }
@@ -178,51 +160,43 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorDetails().toInt(), 2000);
         QCOMPARE(task.networkResponseError(), QNetworkReply::ConnectionRefusedError);
         QVERIFY(!task.networkResponseErrorMessage().isEmpty());
-        QCOMPARE(task.log(), QStringLiteral("started finished")); // not among the recoverable errors
-    }
-
-    void failsForUrlsThatAreNone_data()
-    {
-        QTest::addColumn<QString>("url");
-        QTest::newRow("empty") << QString();
-        QTest::newRow("relative") << QStringLiteral("/path");
-        QTest::newRow("unknown scheme") << QStringLiteral("gopher://127.0.0.1/");
-        QTest::newRow("no HTTP") << QStringLiteral("data:text/plain,hello");
+        QCOMPARE(task.log(), u"started finished"_s); // not among the recoverable errors
     }
 
     void failsForUrlsThatAreNone()
     {
-        QFETCH(QString, url);
-        TestTask task(url);
-        QVERIFY(task.run());
-        QCOMPARE(task.error().errorCode(), ErrorCode::Network);
-        QCOMPARE(task.httpResponseStatusCode(), Code::Unknown);
+        for (const auto& url : {u""_s, u"/path"_s, u"gopher://127.0.0.1/"_s, u"data:text/plain,hello"_s}) {
+            TestTask task(url);
+            QVERIFY(task.run());
+            QCOMPARE(task.error().errorCode(), ErrorCode::Network);
+            QCOMPARE(task.httpResponseStatusCode(), Code::Unknown);
+        }
     }
 
     void leavesStatusesToTheirHandlers()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(503, "busy"));
+        m_server->addReply(u"/"_s, LoopbackReply(503, "busy"));
         auto task = makeTask();
         QStringList handled;
         task->setResponseHandler({static_cast<Code>(503), Code::NotFound},
-                                 [&] { handled.append(QStringLiteral("list")); });
+                                 [&] { handled.append(u"list"_s); });
         task->setResponseHandler(static_cast<Code>(503), [&] {
             handled.append(QString::fromLatin1(task->data()));
             task->setResponseHandler(static_cast<Code>(503), {}); // replaces the handler that is running
         });
         task->exec();
-        QTRY_COMPARE(handled, QStringList{QStringLiteral("busy")});
+        QTRY_COMPARE(handled, QStringList{u"busy"_s});
         QCoreApplication::processEvents();
         QVERIFY(task->isRunning()); // the handler alone decides
         QVERIFY(task->retriesEnabled());
         task->finish(Error(ErrorCode::General, "handled"));
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("handled"));
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        QCOMPARE(task->error().errorMessage(), u"handled"_s);
+        QCOMPARE(task->log(), u"started finished"_s);
     }
 
     void keepsRunningUnderThePolicyIgnore()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(404));
+        m_server->addReply(u"/"_s, LoopbackReply(404));
         auto task = makeTask();
         task->setResponseErrorPolicy(NetworkTask::Ignore);
         task->exec();
@@ -234,7 +208,7 @@ private Q_SLOTS:
 
     void keepsContentWithTheReplyUntilItIsTaken()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, "abcdefgh").dripped(60, 2ms));
+        m_server->addReply(u"/"_s, LoopbackReply(200, "abcdefgh").dripped(60, 2ms));
         auto task = makeTask();
         QByteArray read;
         QByteArray seen;
@@ -244,7 +218,7 @@ private Q_SLOTS:
         });
         QVERIFY(task->run());
         QVERIFY(seen.isEmpty());
-        QCOMPARE(read + task->data(), QByteArrayLiteral("abcdefgh"));
+        QCOMPARE(read + task->data(), "abcdefgh"_ba);
         QVERIFY(!read.isEmpty());
         QCOMPARE(task->bytesReceived(), 8);
         QVERIFY(task->read(-1).isEmpty() && task->read().isEmpty());
@@ -259,9 +233,9 @@ private Q_SLOTS:
         QByteArray content;
         for (int i = 0; i < 3000000; ++i)
             content.append(static_cast<char>(i * 7 + i / 256));
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, content).dripped(300000, 2ms));
+        m_server->addReply(u"/"_s, LoopbackReply(200, content).dripped(300000, 2ms));
         auto task = makeTask();
-        task->change([](NetworkRequest& request) { request.streaming = true; });
+        task->change([](auto& request) { request.streaming = true; });
         QByteArray consumed;
         int pieces = 0;
         connect(task.get(), &NetworkTask::readyRead, this, [&] {
@@ -278,50 +252,48 @@ private Q_SLOTS:
 
     void timesOutWhenNothingMoves_data()
     {
-        QTest::addColumn<LoopbackReply>("reply");
-        QTest::newRow("no answer") << LoopbackReply::silence();
-        QTest::newRow("stalled in the head") << LoopbackReply(200, "abc").dripped(20, 1h);
-        QTest::newRow("stalled in the content") << LoopbackReply(200, "abc").withField("Content-Length", "9");
+        const auto row = addColumns<LoopbackReply>({"reply"});
+        row("no answer", LoopbackReply::silence());
+        row("stalled in the head", LoopbackReply(200, "abc").dripped(20, 1h));
+        row("stalled in the content", LoopbackReply(200, "abc").withField("Content-Length", "9"));
     }
 
     void timesOutWhenNothingMoves()
     {
         QFETCH(LoopbackReply, reply);
-        m_server->addReply(QStringLiteral("/"), reply);
+        m_server->addReply(u"/"_s, reply);
         LogCatcher log("orv.network.warning=true");
         auto task = makeTask();
-        task->setName(QStringLiteral("slow"));
+        task->setName(u"slow"_s);
         task->setTimeout(80ms);
         QVERIFY(task->run());
         QCOMPARE(task->error().errorCode(), ErrorCode::Network);
         QCOMPARE(task->error().errorDetails().toInt(), 2408);
-        QCOMPARE(task->error().errorMessage(), QStringLiteral("Network timeout"));
+        QCOMPARE(task->error().errorMessage(), u"Network timeout"_s);
         QVERIFY(!task->isCanceled());
         QTest::qWait(10); // for the completion of the aborted reply, which is not judged as well
         QCOMPARE(task->httpResponseStatusCodeNumber(), 408);
         QCOMPARE(task->networkResponseError(), QNetworkReply::NoError);
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
-        QVERIFY(log.lines.join(QLatin1Char('\n'))
-                    .startsWith(QStringLiteral("1|orv.network|Network timeout in task \"slow\" struct ")));
+        QCOMPARE(task->log(), u"started finished"_s);
+        QVERIFY(log.text().startsWith(u"1|orv.network|Network timeout in task \"slow\" struct "_s));
         QCOMPARE(log.lines.size(), 1);
     }
 
     void outlastsTheTimeoutWhileSomethingMoves()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(120, 'x')).dripped(30, 200ms));
+        m_server->addReply(u"/"_s, LoopbackReply(200, QByteArray(120, 'x')).dripped(30, 200ms));
         for (const bool streaming : {false, true}) {
             auto task = makeTask();
-            task->change([=](NetworkRequest& request) { request.streaming = streaming; });
+            task->change([=](auto& request) { request.streaming = streaming; });
             task->setTimeout(800ms);
-            QVERIFY(task->run());
-            QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
+            QVERIFY2(task->succeeds(), qPrintable(task->error().errorMessage()));
             QCOMPARE(task->data().size(), 120);
         }
     }
 
     void judgesOnlyTheCompletionItAwaits()
     {
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, "late").delayed(100ms));
+        m_server->addReply(u"/"_s, LoopbackReply(200, "late").delayed(100ms));
         auto task = makeTask();
         task->exec();
         QTRY_VERIFY(task->networkReply());
@@ -339,203 +311,178 @@ private Q_SLOTS:
 
     void cancelsInEachPhase_data()
     {
-        QTest::addColumn<QString>("phase");
-        for (const auto* phase : {"idle", "scheduled", "delayed", "sent", "head", "content", "finished"})
-            QTest::newRow(phase) << QString::fromLatin1(phase);
+        addRows("phase", {"idle", "scheduled", "delayed", "sent", "head", "content", "finished"});
     }
 
     void cancelsInEachPhase()
     {
         QFETCH(QString, phase);
-        m_server->addReply(QStringLiteral("/"),
-                           phase == QLatin1String("finished")
-                               ? LoopbackReply(200, "x")
-                               : LoopbackReply(200, QByteArray(500, 'x')).dripped(50, 5ms));
+        const bool wasFinished = phase == "finished"_L1;
+        const auto dripped = LoopbackReply(200, QByteArray(500, 'x')).dripped(50, 5ms);
+        m_server->addReply(u"/"_s, wasFinished ? LoopbackReply(200, "x") : dripped);
         auto task = makeTask();
-        int readyReads = 0;
-        connect(task.get(), &NetworkTask::readyRead, this, [&] { ++readyReads; });
-        if (phase == QLatin1String("delayed"))
+        QSignalSpy readyRead(task.get(), &NetworkTask::readyRead);
+        if (phase == "delayed"_L1)
             task->setDelay(1000);
-        if (phase != QLatin1String("idle"))
+        if (phase != "idle"_L1)
             task->exec();
-        if (phase == QLatin1String("sent"))
+        if (phase == "sent"_L1)
             QTRY_VERIFY(task->networkReply());
-        if (phase == QLatin1String("head"))
+        if (phase == "head"_L1)
             QTRY_VERIFY(m_server->requests().size() == 1);
-        if (phase == QLatin1String("content"))
-            QTRY_VERIFY(readyReads > 0);
-        if (phase == QLatin1String("finished"))
+        if (phase == "content"_L1)
+            QTRY_VERIFY(!readyRead.isEmpty());
+        if (wasFinished)
             QTRY_VERIFY(task->isFinished());
         task->events.clear();
-        readyReads = 0;
+        readyRead.clear();
         const bool wasSent = task->networkReply() != nullptr;
         task->cancel();
         task->cancel();
-        QVERIFY(task->isFinished());
-        const bool wasFinished = phase == QLatin1String("finished");
         QCOMPARE(task->error().errorCode(), wasFinished ? ErrorCode::None : ErrorCode::Canceled);
         QCOMPARE(task->isCanceled(), !wasFinished);
-        QCOMPARE(task->httpResponseStatusCodeNumber() == 0,
-                 phase == QLatin1String("idle") || (wasSent && !wasFinished));
-        const auto expected = wasFinished ? QString() : QStringLiteral("canceled finished");
-        QCOMPARE(task->log(), expected);
+        QCOMPARE(task->httpResponseStatusCodeNumber() == 0, phase == "idle"_L1 || (wasSent && !wasFinished));
         QVERIFY(!task->networkReply() || task->networkReply()->isFinished());
         QVERIFY(!task->findChild<QTimer*>()->isActive());
         QTest::qWait(30);
-        QCOMPARE(task->log(), expected);
-        QCOMPARE(readyReads, 0);
+        QCOMPARE(task->log(), wasFinished ? u""_s : u"canceled finished"_s);
+        QVERIFY(readyRead.isEmpty());
         if (!wasSent) // what has left the process arrives
             QCOMPARE(m_server->requests().size(), 0);
     }
 
-    void hearsNothingOfItsReplyAfterTheEnd_data()
-    {
-        QTest::addColumn<int>("errorCode");
-        QTest::newRow("success") << 0;
-        QTest::newRow("error") << 1;
-    }
-
     void hearsNothingOfItsReplyAfterTheEnd()
     {
-        QFETCH(int, errorCode);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(500, 'x')).dripped(50, 5ms));
-        auto task = makeTask();
-        QSignalSpy readyRead(task.get(), &NetworkTask::readyRead);
-        task->exec();
-        QVERIFY(readyRead.wait());
-        QPointer<QNetworkReply> reply = task->networkReply();
-        task->finish(Error(static_cast<ErrorCode>(errorCode)));
-        QCOMPARE(reply->isFinished(), errorCode != 0); // what failed is aborted
-        readyRead.clear();
-        QTRY_VERIFY(reply->isFinished());
-        QVERIFY(readyRead.isEmpty());
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        m_server->addReply(u"/"_s, LoopbackReply(200, QByteArray(500, 'x')).dripped(50, 5ms));
+        for (const auto code : {ErrorCode::None, ErrorCode::General}) {
+            auto task = makeTask();
+            QSignalSpy readyRead(task.get(), &NetworkTask::readyRead);
+            task->exec();
+            QVERIFY(readyRead.wait());
+            const QPointer<QNetworkReply> reply = task->networkReply();
+            task->finish(Error(code));
+            QCOMPARE(reply->isFinished(), code != ErrorCode::None); // what failed is aborted
+            readyRead.clear();
+            QTRY_VERIFY(reply->isFinished());
+            QVERIFY(readyRead.isEmpty());
+            QCOMPARE(task->log(), u"started finished"_s);
+        }
     }
 
     // Deleting, cancelling and restarting inside every signal and handler of the exchange.
     void survivesWhatASlotDoes_data()
     {
-        QTest::addColumn<QString>("where");
-        QTest::addColumn<QString>("action");
-        for (const auto* where : {"started", "readyRead", "streamed", "handler", "finished", "canceled",
-                                  "reply readyRead aborted", "createMultiPart"})
-            for (const auto* action : {"delete", "deleteLater", "cancel", "finish", "exec", "delete manager",
-                                       "delete reply parts", "nested loop"})
-                QTest::addRow("%s: %s", where, action)
-                    << QString::fromLatin1(where) << QString::fromLatin1(action);
+        addRowsForActions({"started", "readyRead", "streamed", "handler", "finished", "canceled",
+                           "reply readyRead aborted", "createMultiPart"},
+                          {"delete", "deleteLater", "cancel", "finish", "exec", "delete manager",
+                           "delete reply parts", "nested loop"});
     }
 
     void survivesWhatASlotDoes()
     {
-        QFETCH(QString, where);
+        QFETCH(QString, place);
         QFETCH(QString, action);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(200, QByteArray(400, 'x')).dripped(100, 2ms));
+        m_server->addReply(u"/"_s, LoopbackReply(200, QByteArray(400, 'x')).dripped(100, 2ms));
         auto manager = std::make_unique<SslIgnorantNetworkAccessManager>();
         QPointer<TestTask> task = makeTask().release();
         task->setNetworkAccessManager(manager.get());
         task->setTimeout(3s);
         const QHash<QString, std::function<void()>> actions{
-            {QStringLiteral("delete"), [&] { delete task; }},
-            {QStringLiteral("deleteLater"), [&] { task->deleteLater(); }},
-            {QStringLiteral("cancel"), [&] { task->cancel(); }},
-            {QStringLiteral("finish"), [&] { task->finish(Error()); }},
-            {QStringLiteral("exec"), [&] { task->exec(); }},
-            {QStringLiteral("delete manager"), [&] { manager.reset(); }},
-            {QStringLiteral("delete reply parts"), [&] { task->setNetworkReply(nullptr); }},
-            {QStringLiteral("nested loop"), [&] { QTest::qWait(20); }},
+            {u"delete"_s, [&] { delete task; }},
+            {u"deleteLater"_s, [&] { task->deleteLater(); }},
+            {u"cancel"_s, [&] { task->cancel(); }},
+            {u"finish"_s, [&] { task->finish(Error()); }},
+            {u"exec"_s, [&] { task->exec(); }},
+            {u"delete manager"_s, [&] { manager.reset(); }},
+            {u"delete reply parts"_s, [&] { task->setNetworkReply(nullptr); }},
+            {u"nested loop"_s, [&] { QTest::qWait(20); }},
         };
         bool acted = false;
-        const auto actIn = [&](const char* place) {
-            if (task && where == QLatin1String(place) && !std::exchange(acted, true))
+        const auto actIn = [&](QLatin1String here) {
+            if (task && place == here && !std::exchange(acted, true))
                 actions[action]();
         };
-        connect(task, &NetworkTask::started, this, [&] { actIn("started"); });
-        connect(task, &NetworkTask::finished, this, [&] { actIn("finished"); });
-        connect(task, &NetworkTask::canceled, this, [&] { actIn("canceled"); });
+        connect(task, &NetworkTask::started, this, [&] { actIn("started"_L1); });
+        connect(task, &NetworkTask::finished, this, [&] { actIn("finished"_L1); });
+        connect(task, &NetworkTask::canceled, this, [&] { actIn("canceled"_L1); });
         connect(task, &NetworkTask::readyRead, this, [&] {
-            if (where == QLatin1String("reply readyRead aborted"))
+            if (place == "reply readyRead aborted"_L1)
                 task->abort();
-            actIn("reply readyRead aborted");
-            actIn("readyRead");
-            actIn("streamed");
+            actIn("reply readyRead aborted"_L1);
+            actIn("readyRead"_L1);
+            actIn("streamed"_L1);
         });
-        if (where == QLatin1String("streamed"))
-            task->change([](NetworkRequest& request) { request.streaming = true; });
-        if (where == QLatin1String("handler"))
-            task->setResponseHandler(Code::OK, [&] { actIn("handler"); });
-        if (where == QLatin1String("createMultiPart")) {
-            task->change([](NetworkRequest& request) { request.method = Method::Post; });
+        if (place == "streamed"_L1)
+            task->change([](auto& request) { request.streaming = true; });
+        if (place == "handler"_L1)
+            task->setResponseHandler(Code::OK, [&] { actIn("handler"_L1); });
+        if (place == "createMultiPart"_L1) {
+            task->change([](auto& request) { request.method = Method::Post; });
             task->multiPartFactory = [&] {
-                actIn("createMultiPart");
+                actIn("createMultiPart"_L1);
                 return new QHttpMultiPart;
             };
         }
         task->exec();
-        if (where == QLatin1String("canceled")) {
+        if (place == "canceled"_L1) {
             QTRY_VERIFY(!task || task->networkReply());
             task->cancel();
         }
         QTRY_VERIFY(acted);
         QTest::qWait(20);
-        if (task && !task->isFinished() && action != QLatin1String("exec"))
+        if (task && !task->isFinished() && action != "exec"_L1)
             task->cancel();
         QTRY_VERIFY(!task || task->isFinished() || task->isRunning());
-        const int finishes = task ? static_cast<int>(task->events.count(QStringLiteral("finished"))) : 0;
+        const int finishes = task ? static_cast<int>(task->events.count(u"finished"_s)) : 0;
         QVERIFY(!task || finishes == (task->isFinished() ? 1 : 0));
         delete task;
     }
 
-    void endsWhenItsTransportIsDestroyed_data()
-    {
-        QTest::addColumn<QString>("what");
-        QTest::newRow("manager") << QStringLiteral("manager");
-        QTest::newRow("reply") << QStringLiteral("reply");
-    }
-
     void endsWhenItsTransportIsDestroyed()
     {
-        QFETCH(QString, what);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply::silence());
-        auto manager = std::make_unique<SslIgnorantNetworkAccessManager>();
-        auto task = makeTask();
-        task->setNetworkAccessManager(manager.get());
-        task->exec();
-        QTRY_COMPARE(m_server->requests().size(), 1);
-        if (what == QLatin1String("manager"))
-            manager.reset();
-        else
-            delete task->networkReply();
-        QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->error().errorCode(), ErrorCode::Network);
-        QCOMPARE(networkError(task->error()), QNetworkReply::UnknownNetworkError);
-        QCOMPARE(task->log(), QStringLiteral("started finished"));
+        m_server->addReply(u"/"_s, LoopbackReply::silence());
+        for (const bool isManager : {true, false}) {
+            auto manager = std::make_unique<SslIgnorantNetworkAccessManager>();
+            auto task = makeTask();
+            task->setNetworkAccessManager(manager.get());
+            QSignalSpy received(m_server.get(), &LoopbackServer::requestReceived);
+            task->exec();
+            QTRY_COMPARE(received.size(), 1);
+            if (isManager)
+                manager.reset();
+            else
+                delete task->networkReply();
+            QTRY_VERIFY(task->isFinished());
+            QCOMPARE(task->error().errorCode(), ErrorCode::Network);
+            QCOMPARE(networkError(task->error()), QNetworkReply::UnknownNetworkError);
+            QCOMPARE(task->log(), u"started finished"_s);
+        }
     }
 
     void dumpsTheConfiguredPartOfReplies()
     {
-        QSettings().setValue(QStringLiteral("Network/MaxDumpSize"), 2); // too late, it has been read
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(404, "0123456789"));
+        QSettings().setValue(u"Network/MaxDumpSize"_s, 2); // too late, it has been read
+        m_server->addReply(u"/"_s, LoopbackReply(404, "0123456789"));
         LogCatcher log("orv.network.debug=true\norv.network.warning=true");
         auto task = makeTask();
-        task->extraMessage = QStringLiteral("extra");
+        task->extraMessage = u"extra"_s;
         QVERIFY(task->run());
-        const auto lines = log.lines.join(QLatin1Char('\n'));
+        const auto lines = log.text();
         const QStringList inOrder{
-            QStringLiteral("1|orv.network|\"A task \\\"\\\" failed, error message = "),
-            QStringLiteral("0|orv.network|Status code: "),
-            QStringLiteral("1|orv.network|Network error: ContentNotFoundError  : extra"),
-            QStringLiteral("0|orv.network|Server response: 01234\n"),
-            QStringLiteral("0|orv.network|Handling status code \"NotFound\""),
-            QStringLiteral("1|orv.network|Error(24, details="),
-            QStringLiteral("0|orv.network|Applying error policy \"FinishWithError\""),
+            u"1|orv.network|\"A task \\\"\\\" failed, error message = "_s,
+            u"0|orv.network|Status code: "_s,
+            u"1|orv.network|Network error: ContentNotFoundError  : extra"_s,
+            u"0|orv.network|Server response: 01234\n"_s,
+            u"0|orv.network|Handling status code \"NotFound\""_s,
+            u"1|orv.network|Error(24, details="_s,
+            u"0|orv.network|Applying error policy \"FinishWithError\""_s,
         };
         qsizetype position = 0;
         for (const auto& line : inOrder) {
             position = lines.indexOf(line, position);
-            QVERIFY2(position >= 0,
-                     qPrintable(line + QStringLiteral(" is missing or out of order in\n") + lines));
+            QVERIFY2(position >= 0, qPrintable(line + u" is missing or out of order in\n"_s + lines));
         }
-        QCOMPARE(task->data(), QByteArrayLiteral("0123456789"));
+        QCOMPARE(task->data(), "0123456789"_ba);
     }
 
 private:

@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Retriable.h>
 
 #include <QTest>
@@ -35,25 +37,20 @@ private Q_SLOTS:
     void growsTheDelay_data()
     {
         constexpr int most = std::numeric_limits<int>::max();
-        QTest::addColumn<Policy>("policy");
-        QTest::addColumn<double>("factor");
-        QTest::addColumn<int>("start");
-        QTest::addColumn<int>("maximum");
-        QTest::addColumn<QList<int>>("delays");
-        QTest::newRow("exponential") << Policy::Exponential << 2.0 << 0 << 300
-                                     << QList<int>{1, 2, 4, 8, 16, 32, 64, 128, 256, 300, 300};
-        QTest::newRow("linear") << Policy::Linear << 2.0 << 0 << 5 << QList<int>{2, 4, 5, 5};
-        QTest::newRow("none") << Policy::None << 2.0 << 7 << 300 << QList<int>{0, 0};
-        QTest::newRow("truncated") << Policy::Exponential << 1.5 << 3 << 300 << QList<int>{4, 6, 9, 13};
-        QTest::newRow("shrinking") << Policy::Exponential << 0.5 << 3 << 300 << QList<int>{1, 0, 1, 0};
-        QTest::newRow("negative") << Policy::Linear << -2.5 << 0 << 300 << QList<int>{-2, -4};
-        QTest::newRow("too large") << Policy::Exponential << 1e300 << 2 << most << QList<int>{most, most};
-        QTest::newRow("too small") << Policy::Exponential << -1e300 << 2 << most
-                                   << QList<int>{std::numeric_limits<int>::min(), most};
-        QTest::newRow("infinite") << Policy::Linear << std::numeric_limits<double>::infinity() << 0 << 9
-                                  << QList<int>{9};
-        QTest::newRow("no number") << Policy::Linear << std::numeric_limits<double>::quiet_NaN() << 5 << 9
-                                   << QList<int>{0};
+        const auto row = addColumns<Policy, double, int, int, QList<int>>(
+            {"policy", "factor", "start", "maximum", "delays"});
+        row("exponential", Policy::Exponential, 2.0, 0, 300,
+            QList<int>{1, 2, 4, 8, 16, 32, 64, 128, 256, 300, 300});
+        row("linear", Policy::Linear, 2.0, 0, 5, QList<int>{2, 4, 5, 5});
+        row("none", Policy::None, 2.0, 7, 300, QList<int>{0, 0});
+        row("truncated", Policy::Exponential, 1.5, 3, 300, QList<int>{4, 6, 9, 13});
+        row("shrinking", Policy::Exponential, 0.5, 3, 300, QList<int>{1, 0, 1, 0});
+        row("negative", Policy::Linear, -2.5, 0, 300, QList<int>{-2, -4});
+        row("too large", Policy::Exponential, 1e300, 2, most, QList<int>{most, most});
+        row("too small", Policy::Exponential, -1e300, 2, most,
+            QList<int>{std::numeric_limits<int>::min(), most});
+        row("infinite", Policy::Linear, std::numeric_limits<double>::infinity(), 0, 9, QList<int>{9});
+        row("no number", Policy::Linear, std::numeric_limits<double>::quiet_NaN(), 5, 9, QList<int>{0});
     }
 
     void growsTheDelay()

@@ -8,6 +8,7 @@
 
 #include <unistd.h>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
@@ -27,31 +28,21 @@ protected:
 
 LoopbackReply randomReply(QRandomGenerator& random)
 {
-    LoopbackReply good(200, QByteArray(200, 'x'));
-    switch (random.bounded(20)) {
-    case 0:
-        return LoopbackReply(503);
-    case 1:
-        return LoopbackReply(429);
-    case 2:
-        return LoopbackReply(401);
-    case 3:
-        return LoopbackReply(500);
-    case 4:
-        return good.cutAfter(random.bounded(300));
-    case 5:
-        return good.resetAfter(random.bounded(300));
-    case 6:
-        return random.bounded(10) ? good : LoopbackReply::silence();
-    default:
-        return good;
-    }
+    const LoopbackReply good(200, QByteArray(200, 'x'));
+    const QList<LoopbackReply> failures{LoopbackReply(503),
+                                        LoopbackReply(429),
+                                        LoopbackReply(401),
+                                        LoopbackReply(500),
+                                        LoopbackReply(good).cutAfter(random.bounded(300)),
+                                        LoopbackReply(good).resetAfter(random.bounded(300)),
+                                        random.bounded(10) ? good : LoopbackReply::silence()};
+    return failures.value(random.bounded(20), good);
 }
 
 // Pages that the process holds, in bytes; 0 where nobody can tell.
 qint64 residentMemory()
 {
-    QFile file(QStringLiteral("/proc/self/statm"));
+    QFile file(u"/proc/self/statm"_s);
     if (!file.open(QIODevice::ReadOnly))
         return 0;
     return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
@@ -77,7 +68,7 @@ private Q_SLOTS:
         server.setHandler([&](const LoopbackRequest&) { return randomReply(random); });
         QVERIFY(!server.listen().hasError());
         LateAuthenticator authenticator;
-        authenticator.currentToken = QStringLiteral("token");
+        authenticator.currentToken = u"token"_s;
         NetworkQueue queue;
         queue.setAuthenticator(&authenticator);
         queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);

@@ -1,11 +1,11 @@
 #include "NetworkTestSupport.h"
 
-#include <QHttpMultiPart>
 #include <QSignalSpy>
 #include <QSslConfiguration>
 
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 using SslMode = SslIgnorantNetworkAccessManager::SslMode;
 
@@ -26,7 +26,7 @@ private Q_SLOTS:
     void verifiesUnlessToldToIgnore()
     {
         LoopbackServer server(LoopbackServer::Transport::Tls);
-        server.addReply(QStringLiteral("/"), LoopbackReply(200, "secret"));
+        server.addReply(u"/"_s, LoopbackReply(200, "secret"));
         QVERIFY(!server.listen().hasError());
         const QNetworkRequest request{QUrl(server.url())};
 
@@ -38,7 +38,7 @@ private Q_SLOTS:
         manager.setSslMode(SslMode::Ignore);
         auto reply = finished(manager.get(request));
         QCOMPARE(reply->error(), QNetworkReply::NoError);
-        QCOMPARE(reply->readAll(), QByteArrayLiteral("secret"));
+        QCOMPARE(reply->readAll(), "secret"_ba);
 
         // The connection that was not verified is still open, but is not for requests that must be.
         manager.setSslMode(SslMode::Verify);
@@ -48,12 +48,10 @@ private Q_SLOTS:
 
     void replacesOnlyWhatHttpsRequestsBring_data()
     {
-        QTest::addColumn<SslMode>("mode");
-        QTest::addColumn<QString>("url");
-        QTest::addColumn<bool>("isReplaced");
-        QTest::newRow("ignore https") << SslMode::Ignore << QStringLiteral("https://127.0.0.1:1/") << true;
-        QTest::newRow("ignore http") << SslMode::Ignore << QStringLiteral("http://127.0.0.1:1/") << false;
-        QTest::newRow("verify https") << SslMode::Verify << QStringLiteral("https://127.0.0.1:1/") << false;
+        const auto row = addColumns<SslMode, QString, bool>({"mode", "url", "isReplaced"});
+        row("ignore https", SslMode::Ignore, u"https://127.0.0.1:1/"_s, true);
+        row("ignore http", SslMode::Ignore, u"http://127.0.0.1:1/"_s, false);
+        row("verify https", SslMode::Verify, u"https://127.0.0.1:1/"_s, false);
     }
 
     void replacesOnlyWhatHttpsRequestsBring()
@@ -70,29 +68,6 @@ private Q_SLOTS:
         const auto used = reply->request().sslConfiguration();
         QCOMPARE(used.peerVerifyDepth(), isReplaced ? 0 : 7);
         QCOMPARE(used.peerVerifyMode() == QSslSocket::VerifyNone, isReplaced);
-    }
-
-    void deletesWithAndWithoutContent()
-    {
-        LoopbackServer server;
-        server.addReply(QStringLiteral("/"), LoopbackReply(200));
-        QVERIFY(!server.listen().hasError());
-        const QNetworkRequest request{QUrl(server.url())};
-        SslIgnorantNetworkAccessManager manager;
-        finished(manager.deleteResource(request, nullptr));
-        QHttpMultiPart multiPart(QHttpMultiPart::FormDataType);
-        QHttpPart part;
-        part.setBody("value");
-        multiPart.append(part);
-        finished(manager.deleteResource(request, &multiPart));
-
-        const auto requests = server.requests();
-        QCOMPARE(requests.size(), 2);
-        QCOMPARE(requests[0].startLine(), QByteArrayLiteral("DELETE / HTTP/1.1"));
-        QVERIFY(requests[0].content.isEmpty());
-        QCOMPARE(requests[1].method, QByteArrayLiteral("DELETE"));
-        QVERIFY(requests[1].field("Content-Type").startsWith("multipart/form-data; boundary="));
-        QVERIFY(requests[1].content.contains("value"));
     }
 };
 

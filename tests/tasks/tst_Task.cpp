@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Task.h>
 #include <TasksQueue.h>
 
@@ -9,6 +11,7 @@
 #include <optional>
 #include <stdexcept>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 
 namespace {
@@ -46,6 +49,8 @@ public:
         return self ? (verdict ? *verdict : Task::doFinish()) : Error();
     }
     void finalize() override { note(isFinished() ? "finalize" : "finalize too early"); }
+
+    QString log() const { return events.join(u' '); }
 
     QStringList events;
     QHash<QString, std::function<void()>> reactions;
@@ -91,17 +96,14 @@ private Q_SLOTS:
     {
         RecordingTask task;
         task.outcome = Error(ErrorCode::General, "stored");
-        task.reactions[QStringLiteral("doFinish")] = [&] {
-            QCOMPARE(task.error().errorMessage(), QStringLiteral("stored"));
+        task.reactions[u"doFinish"_s] = [&] {
+            QCOMPARE(task.error().errorMessage(), u"stored"_s);
             QVERIFY(task.isRunning() && !task.isFinished());
         };
         task.verdict = Error(ErrorCode::FileAccess, "final");
-        task.reactions[QStringLiteral("finalize")] = [&] {
-            QCOMPARE(task.error().errorMessage(), QStringLiteral("final"));
-        };
+        task.reactions[u"finalize"_s] = [&] { QCOMPARE(task.error().errorMessage(), u"final"_s); };
         task.exec();
-        QCOMPARE(task.events.join(QLatin1Char(' ')),
-                 QStringLiteral("started doExec doFinish finalize finished"));
+        QCOMPARE(task.log(), u"started doExec doFinish finalize finished"_s);
         QCOMPARE(task.error().errorCode(), ErrorCode::FileAccess);
         task.exec();
         task.setRunning();
@@ -113,13 +115,7 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorCode(), ErrorCode::FileAccess);
     }
 
-    void finishesOnceThoughEverybodyTries_data()
-    {
-        QTest::addColumn<QString>("event");
-        for (const auto* event : {"doFinish", "finalize", "finished"})
-            QTest::newRow(event) << QString::fromLatin1(event);
-    }
-
+    void finishesOnceThoughEverybodyTries_data() { addRows("event", {"doFinish", "finalize", "finished"}); }
     void finishesOnceThoughEverybodyTries()
     {
         QFETCH(QString, event);
@@ -131,40 +127,31 @@ private Q_SLOTS:
             task.exec();
         };
         task.exec();
-        QCOMPARE(task.events.join(QLatin1Char(' ')),
-                 QStringLiteral("started doExec doFinish finalize finished"));
+        QCOMPARE(task.log(), u"started doExec doFinish finalize finished"_s);
         QVERIFY(!task.hasError());
     }
 
-    void cancelsFromEveryState_data()
-    {
-        QTest::addColumn<int>("state");
-        QTest::newRow("idle") << 0;
-        QTest::newRow("running") << 1;
-        QTest::newRow("paused") << 2;
-        QTest::newRow("idle again") << 3;
-    }
-
+    void cancelsFromEveryState_data() { addRows("state", {"idle", "running", "paused", "idle again"}); }
     void cancelsFromEveryState()
     {
-        QFETCH(int, state);
+        QFETCH(QString, state);
         RecordingTask task;
-        if (state > 0)
+        if (state != "idle"_L1)
             task.setRunning();
-        if (state == 2)
+        if (state == "paused"_L1)
             task.pause();
-        if (state == 3)
+        if (state == "idle again"_L1)
             task.setIdle();
-        QCOMPARE(task.isPaused(), state == 2);
-        QCOMPARE(task.isRunning(), state == 1 || state == 2);
+        QCOMPARE(task.isPaused(), state == "paused"_L1);
+        QCOMPARE(task.isRunning(), state == "paused"_L1 || state == "running"_L1);
         task.events.clear();
-        task.setCanceled(state == 1); // the flag alone stops nothing
-        task.reactions[QStringLiteral("canceled")] = [&] {
+        task.setCanceled(state == "running"_L1); // the flag alone stops nothing
+        task.reactions[u"canceled"_s] = [&] {
             QVERIFY(task.isCanceled());
             task.cancel();
         };
         task.cancel();
-        QCOMPARE(task.events.join(QLatin1Char(' ')), QStringLiteral("canceled doFinish finalize finished"));
+        QCOMPARE(task.log(), u"canceled doFinish finalize finished"_s);
         QCOMPARE(task.error().errorCode(), ErrorCode::Canceled);
     }
 
@@ -184,9 +171,7 @@ private Q_SLOTS:
 
     void survivesDeletionInEveryEvent_data()
     {
-        QTest::addColumn<QString>("event");
-        for (const auto* event : {"started", "doFinish", "finalize", "finished", "canceled"})
-            QTest::newRow(event) << QString::fromLatin1(event);
+        addRows("event", {"started", "doFinish", "finalize", "finished", "canceled"});
     }
 
     void survivesDeletionInEveryEvent()
@@ -196,7 +181,7 @@ private Q_SLOTS:
         TasksQueue queue;
         queue.append(task);
         task->reactions[event] = [&task] { delete task; };
-        if (event == QLatin1String("canceled"))
+        if (event == "canceled"_L1)
             task->cancel();
         else
             task->exec();
@@ -221,8 +206,7 @@ private Q_SLOTS:
         task.exec();
         QVERIFY(task.isRunning());
         handle.resume();
-        QVERIFY(task.isFinished());
-        QCOMPARE(task.error().errorMessage(), QStringLiteral("resumed"));
+        QCOMPARE(task.error().errorMessage(), u"resumed"_s);
     }
 
     void outlivesNothingItsCoroutineTouches()
@@ -244,11 +228,11 @@ private Q_SLOTS:
     void turnsExceptionsIntoErrors()
     {
         RecordingTask task;
-        task.reactions[QStringLiteral("doExec")] = [] { throw std::runtime_error("thrown"); };
+        task.reactions[u"doExec"_s] = [] { throw std::runtime_error("thrown"); };
         task.exec();
         QVERIFY(task.isFinished());
         QCOMPARE(task.error().errorCode(), ErrorCode::General);
-        QCOMPARE(task.error().errorMessage(), QStringLiteral("thrown"));
+        QCOMPARE(task.error().errorMessage(), u"thrown"_s);
     }
 };
 

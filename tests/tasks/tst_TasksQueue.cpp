@@ -1,3 +1,5 @@
+#include "../Rows.h"
+
 #include <Task.h>
 #include <TasksQueue.h>
 
@@ -9,6 +11,7 @@
 #include <memory>
 #include <vector>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 
 namespace {
@@ -34,10 +37,10 @@ public:
     Queue()
     {
         connect(this, &TasksQueue::taskStarted, this,
-                [this](Task* task) { events.append(QLatin1Char('+') + task->name()); });
+                [this](Task* task) { events.append(u'+' + task->name()); });
         connect(this, &TasksQueue::taskFinished, this,
-                [this](Task* task) { events.append(QLatin1Char('-') + task->name()); });
-        connect(this, &TasksQueue::emptied, this, [this] { events.append(QStringLiteral("emptied")); });
+                [this](Task* task) { events.append(u'-' + task->name()); });
+        connect(this, &TasksQueue::emptied, this, [this] { events.append(u"emptied"_s); });
     }
 
     using TasksQueue::addTask;
@@ -47,7 +50,7 @@ public:
         // Two turns: one for what is scheduled, one for what that schedules.
         QCoreApplication::processEvents();
         QCoreApplication::processEvents();
-        return events.join(QLatin1Char(' '));
+        return events.join(u' ');
     }
 
     QStringList events;
@@ -64,21 +67,17 @@ private Q_SLOTS:
     {
         Queue queue;
         queue.setMaxPriority(2);
-        Task a, b, c, d, e;
-        int i = 0;
-        for (auto [task, priority] : {std::pair{&a, 0}, {&b, 2}, {&c, -5}, {&d, 9}, {&e, 1}}) {
-            task->setName(QString(QLatin1Char(char('a' + i++))));
-            task->setPriority(priority);
+        OpenTask a("a", 0), b("b", 2), c("c", -5), d("d", 9), e("e", 1), first("first", 7);
+        for (auto* task : {&a, &b, &c, &d, &e}) {
+            connect(task, &Task::started, task, [task] { task->finish(Error()); });
             queue.append(task);
         }
-        Task first;
-        first.setName(QStringLiteral("first"));
-        first.setPriority(7);
+        connect(&first, &Task::started, &first, [&] { first.finish(Error()); });
         queue.addTask(&first, TasksQueue::EnqueueMode::Front);
         QCOMPARE(queue.pendingTasksCount(), 6);
         QVERIFY(queue.events.isEmpty() && !a.isRunning()); // nothing runs inside append()
-        QTRY_VERIFY(queue.events.contains(QStringLiteral("emptied")));
-        QCOMPARE(queue.log(), QStringLiteral("+first -first +b -b +d -d +e -e +a -a +c -c emptied"));
+        QTRY_VERIFY(queue.events.contains(u"emptied"_s));
+        QCOMPARE(queue.log(), u"+first -first +b -b +d -d +e -e +a -a +c -c emptied"_s);
         QVERIFY(!a.queue() && queue.isEmpty());
     }
 
@@ -88,17 +87,17 @@ private Q_SLOTS:
         OpenTask a("a"), b("b"), c("c");
         for (auto* task : {&a, &b, &c})
             queue.append(task);
-        QCOMPARE(queue.log(), QStringLiteral("+a"));
+        QCOMPARE(queue.log(), u"+a"_s);
         a.pause();
-        QCOMPARE(queue.log(), QStringLiteral("+a +b"));
+        QCOMPARE(queue.log(), u"+a +b"_s);
         a.resume(); // goes on though the slot is taken
         b.finish(Error());
-        QCOMPARE(queue.log(), QStringLiteral("+a +b -b"));
+        QCOMPARE(queue.log(), u"+a +b -b"_s);
         a.finish(Error());
-        QCOMPARE(queue.log(), QStringLiteral("+a +b -b -a +c"));
+        QCOMPARE(queue.log(), u"+a +b -b -a +c"_s);
         queue.setMaxRunningTasks(-3); // counts as 1
         c.finish(Error());
-        QCOMPARE(queue.log(), QStringLiteral("+a +b -b -a +c -c emptied"));
+        QCOMPARE(queue.log(), u"+a +b -b -a +c -c emptied"_s);
     }
 
     void runsATaskAgainThatIsRemovedAndAppended()
@@ -112,12 +111,12 @@ private Q_SLOTS:
         queue.removeTask(&a);
         QVERIFY(!a.queue());
         queue.append(&a);
-        QCOMPARE(queue.log(), QStringLiteral("+a +b"));
+        QCOMPARE(queue.log(), u"+a +b"_s);
         b.finish(Error());
-        QCOMPARE(queue.log(), QStringLiteral("+a +b -b +a"));
+        QCOMPARE(queue.log(), u"+a +b -b +a"_s);
         queue.removeTask(&a); // goes on alone
         QVERIFY(a.isRunning());
-        QCOMPARE(queue.log(), QStringLiteral("+a +b -b +a emptied"));
+        QCOMPARE(queue.log(), u"+a +b -b +a emptied"_s);
     }
 
     void refusesWhatItCannotRun()
@@ -140,7 +139,7 @@ private Q_SLOTS:
         a.exec(); // by somebody else, while it is pending
         QCOMPARE(queue.log(), QString());
         a.cancel();
-        QCOMPARE(queue.log(), QStringLiteral("-a emptied"));
+        QCOMPARE(queue.log(), u"-a emptied"_s);
     }
 
     void clearsWhatThePolicyNames()
@@ -153,78 +152,68 @@ private Q_SLOTS:
         connect(&b, &Task::finished, &queue, [&] { queue.append(&late); });
         queue.clear(TasksQueue::ClearPolicy::PendingOnly, Error(ErrorCode::General, "cleared"));
         QVERIFY(!a.isFinished());
-        QCOMPARE(c.error().errorMessage(), QStringLiteral("cleared"));
+        QCOMPARE(c.error().errorMessage(), u"cleared"_s);
         QCOMPARE(queue.pendingTasksCount(), 1);
         queue.clear(TasksQueue::ClearPolicy::PendingAndRunning, Error());
         QVERIFY(a.isFinished() && late.isFinished() && !a.hasError());
-        QCOMPARE(queue.log(), QStringLiteral("+a -b -c -late -a emptied"));
+        QCOMPARE(queue.log(), u"+a -b -c -late -a emptied"_s);
     }
 
     // What a slot may do to the queue that is calling it, in each of its signals and in those of its tasks.
     void staysConsistentWhateverASlotDoes_data()
     {
-        QTest::addColumn<QString>("signal");
-        QTest::addColumn<QString>("action");
-        for (const auto* signal : {"taskStarted", "taskFinished", "started", "finished", "emptied"})
-            for (const auto* action : {"delete task", "delete queue", "delete others", "remove", "cancel",
-                                       "clear", "append", "nested loop"})
-                QTest::addRow("%s: %s", signal, action)
-                    << QString::fromLatin1(signal) << QString::fromLatin1(action);
+        addRowsForActions({"taskStarted", "taskFinished", "started", "finished", "emptied"},
+                          {"delete task", "delete queue", "delete others", "remove", "cancel", "clear",
+                           "append", "nested loop"});
     }
 
     void staysConsistentWhateverASlotDoes()
     {
-        QFETCH(QString, signal);
+        QFETCH(QString, place);
         QFETCH(QString, action);
         QPointer<Queue> queue = new Queue;
         std::vector<QPointer<Task>> tasks(6);
         for (auto& task : tasks)
             task = new Task;
         auto* late = new Task;
-        bool acted = false;
-        const auto act = [&] {
-            if (std::exchange(acted, true))
-                return;
-            const QHash<QString, std::function<void()>> actions{
-                {QStringLiteral("delete task"), [&] { delete tasks[0]; }},
-                {QStringLiteral("delete queue"), [&] { delete queue; }},
-                {QStringLiteral("delete others"),
-                 [&] {
-                     for (std::size_t i = 1; i < tasks.size(); ++i)
-                         delete tasks[i];
-                 }},
-                {QStringLiteral("remove"), [&] { queue->removeTask(tasks[0]); }},
-                {QStringLiteral("cancel"),
-                 [&] {
-                     for (const auto& task : tasks)
-                         task->cancel();
-                 }},
-                {QStringLiteral("clear"),
-                 [&] {
-                     queue->clear(TasksQueue::ClearPolicy::PendingAndRunning, Error(ErrorCode::General));
-                 }},
-                {QStringLiteral("append"), [&] { queue->append(late); }},
-                {QStringLiteral("nested loop"), [&] { QCoreApplication::processEvents(); }},
-            };
-            actions[action]();
+        const auto deleteOthers = [&] {
+            for (std::size_t i = 1; i < tasks.size(); ++i)
+                delete tasks[i];
         };
-        connect(queue, &TasksQueue::taskStarted, this,
-                [&] { signal == QLatin1String("taskStarted") ? act() : void(); });
-        connect(queue, &TasksQueue::taskFinished, this,
-                [&] { signal == QLatin1String("taskFinished") ? act() : void(); });
-        connect(queue, &TasksQueue::emptied, this,
-                [&] { signal == QLatin1String("emptied") ? act() : void(); });
-        connect(tasks[0], &Task::started, this, [&] { signal == QLatin1String("started") ? act() : void(); });
-        connect(tasks[0], &Task::finished, this,
-                [&] { signal == QLatin1String("finished") ? act() : void(); });
+        const auto cancelAll = [&] {
+            for (const auto& task : tasks)
+                task->cancel();
+        };
+        const auto clear = [&] {
+            queue->clear(TasksQueue::ClearPolicy::PendingAndRunning, Error(ErrorCode::General));
+        };
+        const QHash<QString, std::function<void()>> actions{
+            {u"delete task"_s, [&] { delete tasks[0]; }},
+            {u"delete queue"_s, [&] { delete queue; }},
+            {u"delete others"_s, deleteOthers},
+            {u"remove"_s, [&] { queue->removeTask(tasks[0]); }},
+            {u"cancel"_s, cancelAll},
+            {u"clear"_s, clear},
+            {u"append"_s, [&] { queue->append(late); }},
+            {u"nested loop"_s, [&] { QCoreApplication::processEvents(); }},
+        };
+        bool acted = false;
+        const auto actIn = [&](QLatin1String here) {
+            if (place == here && !std::exchange(acted, true))
+                actions[action]();
+        };
+        connect(queue, &TasksQueue::taskStarted, this, [&] { actIn("taskStarted"_L1); });
+        connect(queue, &TasksQueue::taskFinished, this, [&] { actIn("taskFinished"_L1); });
+        connect(queue, &TasksQueue::emptied, this, [&] { actIn("emptied"_L1); });
+        connect(tasks[0], &Task::started, this, [&] { actIn("started"_L1); });
+        connect(tasks[0], &Task::finished, this, [&] { actIn("finished"_L1); });
         for (const auto& task : tasks)
             queue->append(task);
 
         QTRY_VERIFY(acted && (!queue || queue->isEmpty()));
         for (std::size_t i = 1; i < tasks.size(); ++i)
             QVERIFY(!tasks[i] || tasks[i]->isFinished() || !queue);
-        QVERIFY(!queue || action != QLatin1String("append") || late->isFinished() ||
-                signal == QLatin1String("emptied"));
+        QVERIFY(!queue || action != "append"_L1 || late->isFinished() || place == "emptied"_L1);
         for (const auto& task : tasks) {
             QVERIFY(!task || !task->queue());
             delete task;

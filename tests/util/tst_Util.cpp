@@ -8,6 +8,7 @@
 
 #include <thread>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 
 class tst_Util : public QObject
@@ -21,29 +22,17 @@ private Q_SLOTS:
         QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
     }
 
-    void separatesTheWordsOfAnIdentifier_data()
-    {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("separated");
-        QTest::newRow("none") << QString() << QString();
-        QTest::newRow("one word") << QStringLiteral("Unknown") << QStringLiteral("Unknown");
-        QTest::newRow("three words") << QStringLiteral("InternalServerError")
-                                     << QStringLiteral("Internal Server Error");
-        QTest::newRow("lower first") << QStringLiteral("camelCase") << QStringLiteral("camel Case");
-        QTest::newRow("capitals") << QStringLiteral("OK") << QStringLiteral("O K");
-    }
-
     void separatesTheWordsOfAnIdentifier()
     {
-        QFETCH(QString, text);
-        QTEST(TextUtils::separateCamelCase(text, QLatin1Char(' ')), "separated");
+        for (const auto& words : {u""_s, u"Unknown"_s, u"Internal Server Error"_s, u"camel Case"_s, u"O K"_s})
+            QCOMPARE(TextUtils::separateCamelCase(QString(words).remove(u' '), u' '), words);
     }
 
     void readsTheApplicationsSettings()
     {
-        const auto key = QStringLiteral("Network/Timeout");
-        QCoreApplication::setOrganizationName(QStringLiteral("one"));
-        QCoreApplication::setApplicationName(QStringLiteral("app"));
+        const auto key = u"Network/Timeout"_s;
+        QCoreApplication::setOrganizationName(u"one"_s);
+        QCoreApplication::setApplicationName(u"app"_s);
         QCOMPARE(as::value(key, 7).toInt(), 7);
         QSettings().setValue(key, 5000);
         QCOMPARE(as::value(key, 7).toInt(), 5000);
@@ -51,7 +40,7 @@ private Q_SLOTS:
         std::thread([&] { readElsewhere = as::value(key, 7).toInt(); }).join();
         QCOMPARE(readElsewhere, 5000);
 
-        QCoreApplication::setOrganizationName(QStringLiteral("two"));
+        QCoreApplication::setOrganizationName(u"two"_s);
         QCOMPARE(as::value(key, 7).toInt(), 7);
     }
 
@@ -66,7 +55,7 @@ private Q_SLOTS:
         QVERIFY(error.errorMessage().isEmpty());
         QVERIFY(error.catchTrail().constFirst().file.endsWith("ErrorWarningMessagesUtils.h"));
         QVERIFY(checkNotNullptr<int>(nullptr, &messages).hasError());
-        QCOMPARE(messages.errors, QStringLiteral("Unexpected nullptrUnexpected nullptr"));
+        QCOMPARE(messages.errors, u"Unexpected nullptrUnexpected nullptr"_s);
         QVERIFY(checkNotNullptr<int>(nullptr, nullptr).hasError());
     }
 

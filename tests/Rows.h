@@ -1,0 +1,39 @@
+#pragma once
+
+#include <QTest>
+
+#include <cstddef>
+
+// How the tests write down tables.
+
+/// Adds the columns of a table, and returns a function that adds a row: its name, and a value for each
+/// column.
+template <typename... Columns>
+auto addColumns(const char* const (&names)[sizeof...(Columns)])
+{
+    std::size_t index = 0;
+    (QTest::addColumn<Columns>(names[index++]), ...);
+    return [](const char* name, const Columns&... values) {
+        auto& row = QTest::newRow(name);
+        ((row << values), ...);
+    };
+}
+
+/// A table with one column of words, which are the names of the rows too.
+inline void addRows(const char* column, std::initializer_list<const char*> words)
+{
+    const auto row = addColumns<QString>({column});
+    for (const auto* word : words)
+        row(word, QString::fromLatin1(word));
+}
+
+/// A row for each action in each place.
+inline void addRowsForActions(std::initializer_list<const char*> places,
+                              std::initializer_list<const char*> actions)
+{
+    const auto row = addColumns<QString, QString>({"place", "action"});
+    for (const auto* place : places)
+        for (const auto* action : actions)
+            row(qPrintable(QStringLiteral("%1: %2").arg(QLatin1String(place), QLatin1String(action))),
+                QString::fromLatin1(place), QString::fromLatin1(action));
+}
