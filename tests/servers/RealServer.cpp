@@ -18,6 +18,13 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
+constexpr auto SLOW_SCRIPT = R"(
+printf 'Content-Type: text/plain\r\n\r\n'
+head -c 500000 random
+sleep 0.5
+tail -c +500001 random
+)";
+
 // %1 to %3 stand for the ports, %4 for the directory.
 
 // Workers run as who starts the server, or they could not read its directory.
@@ -62,9 +69,8 @@ server.errorlog = "%4/error.log"
 server.upload-dirs = ("%4")
 server.bind = "127.0.0.1"
 server.port = %1
-$HTTP["url"] == "/slow" { connection.kbytes-per-second = 1024 }
 $HTTP["url"] == "/long" { deflate.mimetypes = ("") deflate.allowed-encodings = ("gzip") }
-$HTTP["url"] == "/chunked" { cgi.assign = ("" => "/bin/sh") }
+$HTTP["url"] == "/slow" { cgi.assign = ("" => "/bin/sh") server.stream-response-body = 1 }
 ssl.pemfile = "%4/certificate.pem"
 ssl.privkey = "%4/key.pem"
 $SERVER["socket"] == "127.0.0.1:%2" { ssl.engine = "enable" }
@@ -178,8 +184,8 @@ QString RealServer::prepareFiles()
     m_content = randomBytes(1 << 20);
     const bool isWritten =
         writeFile(path(u"text"_s), "Hello from a server.\n") && writeFile(path(u"random"_s), m_content) &&
-        writeFile(path(u"slow"_s), m_content) && writeFile(path(u"long"_s), longText()) &&
-        writeFile(path(u"chunked"_s), "printf 'Content-Type: text/plain\\r\\n\\r\\n'; cat random\n");
+        writeFile(path(u"slow"_s), m_kind == Nginx ? m_content : QByteArray(SLOW_SCRIPT)) &&
+        writeFile(path(u"long"_s), longText());
     return m_directory.isValid() && isWritten ? makeCertificate() : u"cannot write the files"_s;
 }
 

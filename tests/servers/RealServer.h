@@ -12,12 +12,11 @@
 ///
 ///   /text      the text "Hello from a server.\n"
 ///   /random    a megabyte, the same as content()
-///   /slow      the same, at a megabyte a second
+///   /slow      the same, within a second; lighttpd: of a length that is not told
 ///   /long      a long text, the same as longText(), gzip-encoded
 ///   /closed    nginx: the connection is closed without an answer
 ///   /limited   nginx: the text, for two requests a second; 429 for the others
 ///   /post      nginx: the text "posted"
-///   /chunked   lighttpd: a megabyte of a length that is not told
 class RealServer
 {
 public:
