@@ -56,12 +56,11 @@ public:
         m_queue.setMaxRunningTasks(inParallel);
     }
 
-    NetworkTask& add(const QString& url, const Prepare& prepare = {})
+    NetworkTask& add(const QString& url, const Prepare& prepare)
     {
         auto& task = *tasks.emplace_back(std::make_unique<NetworkTask>(url));
         task.setNetworkAccessManager(&m_manager);
-        if (prepare)
-            prepare(task);
+        prepare(task);
         QObject::connect(&task, &NetworkTask::finished, &task, [this] { ++m_ends; });
         if (m_inParallel > 0)
             m_queue.append(&task);
@@ -91,13 +90,14 @@ public:
         return losses;
     }
 
-    std::vector<std::unique_ptr<NetworkTask>> tasks;
-
 private:
     SslIgnorantNetworkAccessManager m_manager{SslIgnorantNetworkAccessManager::SslMode::Ignore};
     NetworkQueue m_queue;
     const int m_inParallel;
     std::size_t m_ends = 0;
+
+public:
+    std::vector<std::unique_ptr<NetworkTask>> tasks; ///< They go first.
 };
 
 } // namespace
