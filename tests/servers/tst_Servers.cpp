@@ -41,7 +41,7 @@ void surviveGoAway(NetworkTask& task)
     task.registerRecoverableNetworkErrors(
         {QNetworkReply::ContentReSendError, QNetworkReply::ProtocolUnknownError});
     task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
-    task.setTimeout(2000);
+    task.setTimeout(1000);
 }
 
 /// Tasks that share a manager, and how often each of them has ended.
