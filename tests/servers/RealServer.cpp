@@ -1,0 +1,239 @@
+#include "RealServer.h"
+
+#include <QFile>
+#include <QRandomGenerator>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QTest>
+
+#ifdef Q_OS_UNIX
+#include <csignal>
+#endif
+#ifdef Q_OS_LINUX
+#include <sys/prctl.h>
+#endif
+
+using namespace Qt::StringLiterals;
+
+namespace {
+
+constexpr auto SLOW_SCRIPT = R"(
+printf 'Content-Type: text/plain\r\n\r\n'
+head -c 500000 random
+sleep 0.5
+tail -c +500001 random
+)";
+
+// %1 to %3 stand for the ports, %4 for the directory.
+
+// Workers run as who starts the server, or they could not read its directory.
+constexpr auto NGINX = R"(
+daemon off;
+user root;
+worker_processes 1;
+pid nginx.pid;
+error_log error.log;
+events {}
+http {
+  access_log off;
+  client_body_temp_path body;
+  proxy_temp_path proxy;
+  fastcgi_temp_path fastcgi;
+  uwsgi_temp_path uwsgi;
+  scgi_temp_path scgi;
+  ssl_certificate certificate.pem;
+  ssl_certificate_key key.pem;
+  root %4;
+  limit_req_zone $server_port zone=limited:1m rate=2r/s;
+  server {
+    listen 127.0.0.1:%1;
+    listen 127.0.0.1:%2 ssl http2;
+    location /slow { limit_rate 1m; }
+    location /long { gzip on; gzip_types *; }
+    location /closed { return 444; }
+    location /limited { limit_req zone=limited; limit_req_status 429; alias %4/text; }
+  }
+  server {
+    listen 127.0.0.1:%3 ssl http2;
+    keepalive_requests 10;
+    location /post { return 200 posted; }
+  }
+}
+)";
+
+constexpr auto LIGHTTPD = R"(
+server.modules = ("mod_openssl", "mod_deflate", "mod_cgi")
+server.document-root = "%4"
+server.errorlog = "%4/error.log"
+server.upload-dirs = ("%4")
+server.bind = "127.0.0.1"
+server.port = %1
+$HTTP["url"] == "/long" { deflate.mimetypes = ("") deflate.allowed-encodings = ("gzip") }
+$HTTP["url"] == "/slow" { cgi.assign = ("" => "/bin/sh") server.stream-response-body = 1 }
+ssl.pemfile = "%4/certificate.pem"
+ssl.privkey = "%4/key.pem"
+$SERVER["socket"] == "127.0.0.1:%2" { ssl.engine = "enable" }
+$SERVER["socket"] == "127.0.0.1:%3" { ssl.engine = "enable" server.max-keep-alive-requests = 10 }
+)";
+
+QString program(const QString& name)
+{
+    const auto found = QStandardPaths::findExecutable(name);
+    // Debian keeps it where only the administrator looks.
+    return found.isEmpty() ? QStandardPaths::findExecutable(name, {u"/usr/sbin"_s, u"/usr/local/sbin"_s})
+                           : found;
+}
+
+// Two servers that are alive at the same time cannot be given the same port.
+std::array<quint16, 3> freePorts()
+{
+    std::array<QTcpServer, 3> servers;
+    for (auto& server : servers)
+        server.listen(QHostAddress::LocalHost);
+    return {servers[0].serverPort(), servers[1].serverPort(), servers[2].serverPort()};
+}
+
+QByteArray randomBytes(qsizetype size)
+{
+    QByteArray bytes(size, Qt::Uninitialized);
+    for (auto& byte : bytes)
+        byte = static_cast<char>(QRandomGenerator::global()->generate());
+    return bytes;
+}
+
+bool writeFile(const QString& path, const QByteArray& bytes)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
+}
+
+} // namespace
+
+RealServer::RealServer(Kind kind)
+    : m_kind(kind)
+{
+#ifdef Q_OS_LINUX
+    // Where the test dies before it comes to its end, so does the server, and it takes its workers along.
+    m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
+#endif
+}
+
+RealServer::~RealServer()
+{
+    stop();
+}
+
+void RealServer::stop()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.terminate();
+    if (m_process.waitForFinished(5000))
+        return;
+    m_process.kill();
+    m_process.waitForFinished();
+}
+
+QString RealServer::missingProgram() const
+{
+    for (const auto& name : {m_kind == Nginx ? u"nginx"_s : u"lighttpd"_s, u"openssl"_s}) {
+        if (program(name).isEmpty())
+            return name;
+    }
+    return {};
+}
+
+QString RealServer::start()
+{
+    auto failure = prepareFiles();
+    if (!failure.isEmpty())
+        return failure;
+    // Somebody else may take a port between its choice and its use.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        m_ports = freePorts();
+        if (launch())
+            return {};
+        stop();
+    }
+    return QString::fromUtf8(m_process.readAllStandardError());
+}
+
+bool RealServer::reload()
+{
+#ifdef Q_OS_UNIX
+    return ::kill(static_cast<pid_t>(m_process.processId()), m_kind == Nginx ? SIGHUP : SIGUSR1) == 0;
+#else
+    return false;
+#endif
+}
+
+QString RealServer::url(Port port, const QString& path) const
+{
+    const auto scheme = port == Plain ? u"http"_s : u"https"_s;
+    return u"%1://127.0.0.1:%2%3"_s.arg(scheme).arg(m_ports.at(port)).arg(path);
+}
+
+QByteArray RealServer::longText()
+{
+    return QByteArray("All work and no play.\n").repeated(20000);
+}
+
+QString RealServer::prepareFiles()
+{
+    m_content = randomBytes(1 << 20);
+    const bool isWritten =
+        writeFile(path(u"text"_s), "Hello from a server.\n") && writeFile(path(u"random"_s), m_content) &&
+        writeFile(path(u"slow"_s), m_kind == Nginx ? m_content : QByteArray(SLOW_SCRIPT)) &&
+        writeFile(path(u"long"_s), longText());
+    return m_directory.isValid() && isWritten ? makeCertificate() : u"cannot write the files"_s;
+}
+
+QString RealServer::makeCertificate()
+{
+    QProcess openssl;
+    openssl.start(program(u"openssl"_s),
+                  {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s, u"2"_s,
+                   u"-subj"_s, u"/CN=localhost"_s, u"-addext"_s, u"subjectAltName=IP:127.0.0.1"_s,
+                   u"-keyout"_s, path(u"key.pem"_s), u"-out"_s, path(u"certificate.pem"_s)});
+    const bool isDone = openssl.waitForFinished(30000) && openssl.exitCode() == 0;
+    return isDone ? QString() : QString::fromUtf8(openssl.readAllStandardError());
+}
+
+QString RealServer::configuration() const
+{
+    return QString::fromLatin1(m_kind == Nginx ? NGINX : LIGHTTPD)
+        .arg(m_ports[Plain])
+        .arg(m_ports[Tls])
+        .arg(m_ports[Limited])
+        .arg(m_directory.path());
+}
+
+bool RealServer::launch()
+{
+    const auto file = path(u"server.conf"_s);
+    if (!writeFile(file, configuration().toUtf8()))
+        return false;
+    if (m_kind == Nginx)
+        m_process.start(program(u"nginx"_s),
+                        {u"-p"_s, m_directory.path(), u"-c"_s, file, u"-e"_s, u"error.log"_s});
+    else
+        m_process.start(program(u"lighttpd"_s), {u"-D"_s, u"-f"_s, file});
+    return std::all_of(m_ports.begin(), m_ports.end(), [this](quint16 port) { return awaitPort(port); });
+}
+
+bool RealServer::awaitPort(quint16 port)
+{
+    const auto isOpen = [port] {
+        QTcpSocket socket;
+        socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
+        return socket.waitForConnected(1000);
+    };
+    bool isAccepting = false;
+    const auto isDecided = [&] {
+        isAccepting = isOpen();
+        return isAccepting || m_process.state() == QProcess::NotRunning;
+    };
+    // If another program has the port, the server ends by itself, and whoever answers is not ours.
+    return QTest::qWaitFor(isDecided, 10000) && isAccepting && m_process.state() == QProcess::Running;
+}

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <QProcess>
+#include <QString>
+#include <QTemporaryDir>
+
+#include <array>
+
+/// A private server that others have written, in a directory of its own, on three ports of 127.0.0.1: plain
+/// HTTP, HTTP/2 over TLS with a self-signed certificate, and the latter with connections that end after 10
+/// requests. It ends with this object, or with this process.
+///
+///   /text      the text "Hello from a server.\n"
+///   /random    a megabyte, the same as content()
+///   /slow      the same, within a second; lighttpd: of a length that is not told
+///   /long      a long text, the same as longText(), gzip-encoded
+///   /closed    nginx: the connection is closed without an answer
+///   /limited   nginx: the text, for two requests a second; 429 for the others
+///   /post      nginx: the text "posted"
+class RealServer
+{
+public:
+    enum Kind { Nginx, Lighttpd };
+    enum Port { Plain, Tls, Limited };
+
+    explicit RealServer(Kind kind);
+    ~RealServer();
+    RealServer(const RealServer&) = delete;
+    RealServer& operator=(const RealServer&) = delete;
+
+    /// Which of the programs that are needed is not installed; empty if there is none.
+    QString missingProgram() const;
+    /// Starts the server and waits until it accepts connections. Returns what went wrong; empty for nothing.
+    QString start();
+    /// Makes the server read its configuration again while it goes on with what it is doing.
+    bool reload();
+
+    QString url(Port port, const QString& path) const;
+    const QByteArray& content() const { return m_content; }
+    static QByteArray longText();
+
+private:
+    QString prepareFiles();
+    QString makeCertificate();
+    QString configuration() const;
+    bool launch();
+    bool awaitPort(quint16 port);
+    void stop();
+    QString path(const QString& name) const { return m_directory.filePath(name); }
+
+    const Kind m_kind;
+    QTemporaryDir m_directory;
+    QProcess m_process;
+    QByteArray m_content;
+    std::array<quint16, 3> m_ports{};
+};

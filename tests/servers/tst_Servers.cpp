@@ -1,0 +1,305 @@
+#include "FetchProcess.h"
+#include "RealServer.h"
+
+#include <NetworkQueue.h>
+#include <NetworkTask.h>
+#include <SslIgnorantNetworkAccessManager.h>
+
+#include <QTest>
+
+#include <algorithm>
+#include <functional>
+#include <memory>
+#include <numeric>
+#include <vector>
+
+using namespace Qt::StringLiterals;
+using namespace orv;
+
+namespace {
+
+/// Many tasks for one resource.
+struct Scenario
+{
+    RealServer::Kind kind = RealServer::Nginx;
+    RealServer::Port port = RealServer::Plain;
+    QString path = u"/text"_s;
+    QByteArray content = "Hello from a server.\n";
+    int count = 60;
+    int inParallel = 0; ///< How many run at once through a queue; 0 for all of them without one.
+    NetworkRequest::Method method = NetworkRequest::Method::Get;
+    bool isHttp2 = false;
+    int leastRetries = 0;
+    std::pair<QByteArray, QByteArray> header = {}; ///< What each reply must hold.
+};
+
+/// Lets a task use HTTP/2 on connections that the server ends (GOAWAY). What the server has not looked at
+/// comes back with these errors and may be repeated, whatever it is. What begins while such a connection is
+/// still in use, Qt forgets: only the time-out ends it.
+void surviveGoAway(NetworkTask& task)
+{
+    task.registerRecoverableNetworkErrors(
+        {QNetworkReply::ContentReSendError, QNetworkReply::ProtocolUnknownError});
+    task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
+    task.setTimeout(1000);
+}
+
+/// Tasks that share a manager, and how often each of them has ended.
+class Crowd
+{
+public:
+    using Prepare = std::function<void(NetworkTask&)>;
+
+    explicit Crowd(int inParallel = 0)
+        : m_inParallel(inParallel)
+    {
+        m_queue.setMaxRunningTasks(inParallel);
+    }
+
+    NetworkTask& add(const QString& url, const Prepare& prepare)
+    {
+        auto& task = *tasks.emplace_back(std::make_unique<NetworkTask>(url));
+        task.setNetworkAccessManager(&m_manager);
+        prepare(task);
+        QObject::connect(&task, &NetworkTask::finished, &task, [this] { ++m_ends; });
+        if (m_inParallel > 0)
+            m_queue.append(&task);
+        else
+            task.exec();
+        return task;
+    }
+
+    /// Waits until each task has ended; false if one does not, or ends twice.
+    bool end()
+    {
+        const auto hasEnded = [](const auto& task) { return task->isFinished(); };
+        const auto haveEnded = [&] { return std::all_of(tasks.begin(), tasks.end(), hasEnded); };
+        const bool isDone = QTest::qWaitFor(haveEnded, 20000);
+        QCoreApplication::processEvents(); // what might follow
+        return isDone && m_ends == tasks.size();
+    }
+
+    /// What the tasks ended with that have not got one of @p contents.
+    QByteArray losses(const QByteArrayList& contents) const
+    {
+        QByteArray losses;
+        for (const auto& task : tasks) {
+            if (task->hasError() || !contents.contains(task->data()))
+                losses += task->error().errorMessage().toUtf8() + '\n';
+        }
+        return losses;
+    }
+
+private:
+    SslIgnorantNetworkAccessManager m_manager{SslIgnorantNetworkAccessManager::SslMode::Ignore};
+    NetworkQueue m_queue;
+    const int m_inParallel;
+    std::size_t m_ends = 0;
+
+public:
+    std::vector<std::unique_ptr<NetworkTask>> tasks; ///< They go first.
+};
+
+} // namespace
+
+Q_DECLARE_METATYPE(Scenario)
+
+/// The library, alone and in the program orv-fetch, against servers that others have written.
+class tst_Servers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase();
+    void cleanupTestCase();
+
+    void fetches_data();
+    void fetches();
+    void refusesAnUnknownCertificate();
+    void losesNoTask_data();
+    void losesNoTask();
+    void outlivesAReload_data();
+    void outlivesAReload();
+
+private:
+    std::array<std::unique_ptr<RealServer>, 2> m_servers;
+};
+
+#define REQUIRE(server)                                                                                      \
+    if (!(server)->missingProgram().isEmpty())                                                               \
+    QSKIP(qPrintable((server)->missingProgram() + u" is not installed"_s))
+
+void tst_Servers::initTestCase()
+{
+    for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
+        auto& server = m_servers.at(kind);
+        server = std::make_unique<RealServer>(kind);
+        const auto failure = server->missingProgram().isEmpty() ? server->start() : QString();
+        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+    }
+}
+
+void tst_Servers::cleanupTestCase()
+{
+    m_servers = {};
+}
+
+void tst_Servers::fetches_data()
+{
+    QTest::addColumn<RealServer::Kind>("kind");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<int>("exitCode");
+    QTest::addColumn<QByteArray>("content");
+
+    const auto addRow = [](RealServer::Kind kind, const char* name, const QString& path, int exitCode,
+                           const QByteArray& content = {}, const QStringList& options = {}) {
+        const char* const server = kind == RealServer::Nginx ? "nginx" : "lighttpd";
+        QTest::addRow("%s: %s", server, name) << kind << path << options << exitCode << content;
+        QTest::addRow("%s: %s, streaming", server, name)
+            << kind << path << options + QStringList{u"--stream"_s} << exitCode << content;
+    };
+    for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
+        addRow(kind, "text", u"/text"_s, 0, "Hello from a server.\n");
+        addRow(kind, "a megabyte", u"/random"_s, 0, m_servers.at(kind)->content());
+        addRow(kind, "gzip", u"/long"_s, 0, RealServer::longText());
+        addRow(kind, "a range", u"/text"_s, 0, "from", {u"-H"_s, u"Range: bytes=6-9"_s});
+        addRow(kind, "a range beyond the end", u"/text"_s, 4, {}, {u"-H"_s, u"Range: bytes=100-"_s});
+        addRow(kind, "no content", u"/text"_s, 0, {}, {u"-XHEAD"_s});
+        addRow(kind, "no such path", u"/missing"_s, 4);
+    }
+    addRow(RealServer::Nginx, "a method that is not allowed", u"/text"_s, 4, {}, {u"-XDELETE"_s});
+    addRow(RealServer::Nginx, "closed", u"/closed"_s, 3);
+}
+
+void tst_Servers::fetches()
+{
+    QFETCH(const RealServer::Kind, kind);
+    QFETCH(const QString, path);
+    QFETCH(const QStringList, options);
+    QFETCH(const int, exitCode);
+    QFETCH(const QByteArray, content);
+    const auto& server = m_servers.at(kind);
+    REQUIRE(server);
+
+    for (const auto port : {RealServer::Plain, RealServer::Tls}) {
+        FetchProcess fetch(options + QStringList{u"--insecure"_s, server->url(port, path)});
+        QVERIFY2(fetch.run() == exitCode, fetch.messages().constData());
+        QVERIFY2(fetch.output() == content, QByteArray::number(fetch.output().size()).constData());
+    }
+}
+
+void tst_Servers::refusesAnUnknownCertificate()
+{
+    for (const auto& server : m_servers) {
+        REQUIRE(server);
+        FetchProcess fetch({server->url(RealServer::Tls, u"/text"_s)});
+        QCOMPARE(fetch.run(), 3);
+        QVERIFY2(fetch.messages().contains("certificate"), fetch.messages().constData());
+        QCOMPARE(fetch.output(), QByteArray());
+    }
+}
+
+void tst_Servers::losesNoTask_data()
+{
+    QTest::addColumn<Scenario>("scenario");
+    using enum RealServer::Port;
+    constexpr auto post = NetworkRequest::Method::Post;
+    const auto text = RealServer::longText();
+    const auto addRow = [](const char* name, const Scenario& scenario) {
+        QTest::addRow("%s: %s", scenario.kind == RealServer::Nginx ? "nginx" : "lighttpd", name) << scenario;
+    };
+    for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
+        addRow("HTTP/1.1", {.kind = kind});
+        addRow("HTTP/1.1, queued", {.kind = kind, .inParallel = 6});
+        addRow("HTTP/1.1, short connections", {.kind = kind, .port = Limited});
+        addRow("HTTP/2", {.kind = kind, .port = Tls, .isHttp2 = true});
+        addRow("HTTP/2, queued", {.kind = kind, .port = Tls, .inParallel = 6, .isHttp2 = true});
+        addRow("HTTP/2, gzip", {.kind = kind,
+                                .port = Tls,
+                                .path = u"/long"_s,
+                                .content = text,
+                                .isHttp2 = true,
+                                .header = {"content-encoding", "gzip"}});
+        addRow("HTTP/2, short connections", {.kind = kind, .port = Limited, .isHttp2 = true});
+        addRow("HTTP/2, short connections, queued",
+               {.kind = kind, .port = Limited, .inParallel = 6, .isHttp2 = true});
+    }
+    addRow("HTTP/2, short connections, POST",
+           {.port = Limited, .path = u"/post"_s, .content = "posted", .method = post, .isHttp2 = true});
+    addRow("HTTP/1.1, chunked", {.kind = RealServer::Lighttpd,
+                                 .path = u"/slow"_s,
+                                 .content = m_servers[RealServer::Lighttpd]->content(),
+                                 .count = 6,
+                                 .header = {"Transfer-Encoding", "chunked"}});
+    addRow("a limited rate", {.path = u"/limited"_s, .count = 2, .inParallel = 2, .leastRetries = 1});
+}
+
+void tst_Servers::losesNoTask()
+{
+    QFETCH(const Scenario, scenario);
+    const auto& server = m_servers.at(scenario.kind);
+    REQUIRE(server);
+
+    Crowd crowd(scenario.inParallel);
+    for (int i = 0; i < scenario.count; ++i) {
+        crowd.add(server->url(scenario.port, scenario.path), [&](NetworkTask& task) {
+            auto request = task.request();
+            request.method = scenario.method;
+            request.postData = "posted";
+            task.setRequest(request);
+            surviveGoAway(task);
+            task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
+            if (scenario.leastRetries == 0)
+                task.setDelayPolicy(Retriable::DelayPolicy::None);
+        });
+    }
+    QVERIFY(crowd.end());
+    const auto losses = crowd.losses({scenario.content});
+    QVERIFY2(losses.isEmpty(), losses.constData());
+    const auto countRetries = [](int sum, const auto& task) { return sum + task->retriesCount(); };
+    const int retries = std::accumulate(crowd.tasks.begin(), crowd.tasks.end(), 0, countRetries);
+    QVERIFY2(retries >= scenario.leastRetries, QByteArray::number(retries).constData());
+    bool isOverHttp2 = false;
+    for (const auto& task : crowd.tasks) {
+        const auto* const reply = task->networkReply();
+        isOverHttp2 |= reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool();
+        QCOMPARE(reply->rawHeader(scenario.header.first), scenario.header.second);
+    }
+    QCOMPARE(isOverHttp2, scenario.isHttp2);
+}
+
+void tst_Servers::outlivesAReload_data()
+{
+    QTest::addColumn<RealServer::Kind>("kind");
+    QTest::addColumn<RealServer::Port>("port");
+    QTest::newRow("nginx") << RealServer::Nginx << RealServer::Plain;
+    QTest::newRow("nginx, HTTP/2") << RealServer::Nginx << RealServer::Tls;
+    QTest::newRow("lighttpd") << RealServer::Lighttpd << RealServer::Plain;
+    QTest::newRow("lighttpd, HTTP/2") << RealServer::Lighttpd << RealServer::Tls;
+}
+
+// Tasks are added in the middle of a body, while the server is about to leave the connection.
+void tst_Servers::outlivesAReload()
+{
+    QFETCH(const RealServer::Kind, kind);
+    QFETCH(const RealServer::Port, port);
+    const auto& server = m_servers.at(kind);
+    REQUIRE(server);
+
+    Crowd crowd;
+    auto& first = crowd.add(server->url(port, u"/slow"_s), surviveGoAway);
+    QTRY_VERIFY(first.networkReply() && first.networkReply()->bytesAvailable() > 0);
+    QVERIFY(server->reload());
+    for (int i = 0; i < 10; ++i) {
+        QTest::qWait(20);
+        crowd.add(server->url(port, u"/text"_s), surviveGoAway);
+    }
+    QVERIFY(!first.isFinished());
+    QVERIFY(crowd.end());
+    const auto losses = crowd.losses({server->content(), "Hello from a server.\n"});
+    QVERIFY2(losses.isEmpty(), losses.constData());
+}
+
+QTEST_GUILESS_MAIN(tst_Servers)
+#include "tst_Servers.moc"
