@@ -203,7 +203,28 @@ void NetworkTask::Private::onReplyFinished(quint64 completion)
                                      .arg(q->name(), reply->errorString());
     }
     q->resetNetworkConnection();
+    if (q->isRunning() && isUnprocessed()) {
+        isSentAgain = true;
+        sendRequest();
+        return;
+    }
     processNetworkReply();
+}
+
+// With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
+// 6.8). Qt fails those with the first of these errors, and those that still waited for the connection with
+// the second. Whatever their method, they may be sent again: once, and over HTTP/1.1, which has no such
+// limits. After a redirect, or with content that may not be read twice, the errors say less.
+bool NetworkTask::Private::isUnprocessed() const
+{
+    if (isSentAgain || !reply || replyContent || responseStatusCodeNumber(reply) != 0)
+        return false;
+    const auto error = reply->error();
+    if (error != QNetworkReply::ContentReSendError && error != QNetworkReply::ProtocolUnknownError)
+        return false;
+    const auto sent = reply->request();
+    return sent.url().scheme() == QLatin1String("https") && reply->url() == sent.url() &&
+           sent.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool();
 }
 
 void NetworkTask::Private::processNetworkReply()

@@ -90,6 +90,7 @@ void NetworkTask::Private::scheduleSending()
 {
     const auto delay = waitingTime(q->retryDelay());
     const auto serial = enterPhase(Phase::Scheduled);
+    isSentAgain = false;
     QTimer::singleShot(delay, this, [this, serial] {
         if (!isCurrent(serial))
             return;
@@ -128,6 +129,8 @@ void NetworkTask::Private::sendRequest()
         return;
     for (auto attribute = requestAttributes.cbegin(); attribute != requestAttributes.cend(); ++attribute)
         networkRequest.setAttribute(attribute.key(), attribute.value());
+    if (isSentAgain)
+        networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     const auto unsafe = breaksFields(request.postDataContentType) ? QStringLiteral("Content-Type")
                                                                   : unsafeField(networkRequest);
     if (!unsafe.isEmpty()) {

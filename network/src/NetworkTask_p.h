@@ -56,6 +56,7 @@ public:
     void forwardReadyRead();
     void readAvailableData();
     void onReplyFinished(quint64 completion);
+    bool isUnprocessed() const;
     void processNetworkReply();
     bool isContentShort() const;
     QString replyErrorText() const;
@@ -112,6 +113,7 @@ public:
     quint64 phaseSerial = 0;
     quint64 lastCompletion = 0;    // counts the completions that were awaited
     quint64 awaitedCompletion = 0; // the one that may be judged; 0 for none
+    bool isSentAgain = false;      // the attempt was left unprocessed, and goes over HTTP/1.1 now
     QPointer<AbstractAuthenticator> subscribedTo;
     int loginsInARow = 0; // since a reply that was not 401
 

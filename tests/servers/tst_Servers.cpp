@@ -33,13 +33,10 @@ struct Scenario
     std::pair<QByteArray, QByteArray> header = {}; ///< What each reply must hold.
 };
 
-/// Lets a task use HTTP/2 on connections that the server ends (GOAWAY). What the server has not looked at
-/// comes back with these errors and may be repeated, whatever it is. What begins while such a connection is
-/// still in use, Qt forgets: only the time-out ends it.
+/// Lets a task use HTTP/2 on connections that the server ends (GOAWAY). What begins while such a connection
+/// is still in use, Qt forgets: only the time-out ends it.
 void surviveGoAway(NetworkTask& task)
 {
-    task.registerRecoverableNetworkErrors(
-        {QNetworkReply::ContentReSendError, QNetworkReply::ProtocolUnknownError});
     task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
     task.setTimeout(1000);
 }
