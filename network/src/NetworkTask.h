@@ -125,7 +125,9 @@ public:
     /// "OrvLabs".
     static QByteArray defaultUserAgent();
 
-    /// Attributes for every request of the task, set last: they may replace the redirect policy.
+    /// Attributes for every request of the task, set last: they may replace the redirect policy, and allow
+    /// HTTP/2, which is off at first because Qt may lose requests when a server ends such a connection: they
+    /// then wait for timeout().
     QHash<QNetworkRequest::Attribute, QVariant> requestAttributes() const;
     /// Replaces all of them.
     void setRequestAttributes(const QHash<QNetworkRequest::Attribute, QVariant>& attributes);

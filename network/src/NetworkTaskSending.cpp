@@ -113,6 +113,9 @@ void NetworkTask::Private::sendRequest()
     QNetworkRequest networkRequest(QUrl(request.url, QUrl::TolerantMode));
     networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
                                 QNetworkRequest::ManualRedirectPolicy);
+    // While an HTTP/2 server is leaving a connection that is still in use (GOAWAY), Qt 6.4 forgets the
+    // requests made to it: they are neither sent nor failed, and wait for the time-out.
+    networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     if (!request.acceptedContentTypes.isEmpty())
         setField(networkRequest, QByteArrayLiteral("Accept"), request.acceptedContentTypes);
     setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent());
