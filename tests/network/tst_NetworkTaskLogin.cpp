@@ -215,42 +215,6 @@ private Q_SLOTS:
         QCOMPARE(task->log(), u"started canceled finished"_s);
     }
 
-    void survivesWhatALoginDoes_data()
-    {
-        addRows("action",
-                {"delete task", "delete authenticator", "cancel", "succeed", "fail", "nested loop"});
-    }
-
-    void survivesWhatALoginDoes()
-    {
-        QFETCH(QString, action);
-        QPointer<TestTask> task = makeTask(m_authenticator.get()).release();
-        m_authenticator->startsLogins = false; // what ends inside authenticate() has not been started
-        const auto waitAndSucceed = [&] {
-            QTest::qWait(10);
-            m_authenticator->succeed("good");
-        };
-        const QHash<QString, std::function<void()>> actions{
-            {u"delete task"_s, [&] { delete task; }},
-            {u"delete authenticator"_s, [&] { m_authenticator.reset(); }},
-            {u"cancel"_s, [&] { task->cancel(); }},
-            {u"succeed"_s, [&] { m_authenticator->succeed("good"); }},
-            {u"fail"_s, [&] { m_authenticator->fail(Error(ErrorCode::General, "no")); }},
-            {u"nested loop"_s, waitAndSucceed},
-        };
-        bool acted = false;
-        m_authenticator->duringLogin = [&] {
-            if (!std::exchange(acted, true))
-                actions[action]();
-        };
-        task->exec();
-        QTRY_VERIFY(acted);
-        QTRY_VERIFY(!task || task->isFinished());
-        if (action == "succeed"_L1 || action == "nested loop"_L1)
-            QVERIFY(!task->hasError());
-        delete task;
-    }
-
     void logsInThroughTheQueueThatWaits()
     {
         m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));

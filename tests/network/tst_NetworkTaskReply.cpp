@@ -87,32 +87,6 @@ private Q_SLOTS:
         QCOMPARE(pardoned->httpResponseStatusCodeNumber(), status);
     }
 
-    // A reply that fails below HTTP never ends as a success, whatever status it carries.
-    void judgesTransportFailures_data()
-    {
-        const auto row = addColumns<LoopbackReply, int>({"reply", "number"});
-        const LoopbackReply whole(200, QByteArray(1000, 'x'));
-        const auto dripped = LoopbackReply(whole).dripped(100, 5ms);
-        row("closed before the status", LoopbackReply::raw({}), 2000);
-        row("closed in the head", LoopbackReply(whole).cutAfter(20), 2000);
-        row("reset in the head", LoopbackReply(whole).resetAfter(20), 2000);
-        row("closed in the content", LoopbackReply(dripped).cutAfter(500), 3002);
-        row("reset in the content", LoopbackReply(dripped).resetAfter(500), 3002);
-        row("404 in part", LoopbackReply(404, QByteArray(1000, 'x')).cutAfter(500).dripped(100, 5ms), 2404);
-        row("garbage", LoopbackReply::raw("\x01\x02garbage\r\n\r\n"), 2000);
-    }
-
-    void judgesTransportFailures()
-    {
-        QFETCH(LoopbackReply, reply);
-        m_server->addReply(u"/"_s, reply);
-        auto task = makeTask();
-        QVERIFY(task->run());
-        QCOMPARE(task->error().errorCode(), ErrorCode::Network);
-        QTEST(task->error().errorDetails().toInt(), "number");
-        QCOMPARE(task->log(), u"started finished"_s);
-    }
-
     void tellsShortContentThatQtCallsComplete_data()
     {
         const auto row = addColumns<int, Method, QByteArray, int, int>(
@@ -148,28 +122,6 @@ private Q_SLOTS:
         if (task.error().errorDetails().toInt() == 3002) {
             QCOMPARE(task.error().errorMessage(), u"Connection closed"_s);
             QCOMPARE(task.retriesCount(), 1);
-        }
-    }
-
-    void failsWhenNobodyListens()
-    {
-        const auto url = m_server->url();
-        m_server->close();
-        TestTask task(url);
-        QVERIFY(task.run());
-        QCOMPARE(task.error().errorDetails().toInt(), 2000);
-        QCOMPARE(task.networkResponseError(), QNetworkReply::ConnectionRefusedError);
-        QVERIFY(!task.networkResponseErrorMessage().isEmpty());
-        QCOMPARE(task.log(), u"started finished"_s); // not among the recoverable errors
-    }
-
-    void failsForUrlsThatAreNone()
-    {
-        for (const auto& url : {u""_s, u"/path"_s, u"gopher://127.0.0.1/"_s, u"data:text/plain,hello"_s}) {
-            TestTask task(url);
-            QVERIFY(task.run());
-            QCOMPARE(task.error().errorCode(), ErrorCode::Network);
-            QCOMPARE(task.httpResponseStatusCode(), Code::Unknown);
         }
     }
 
@@ -279,18 +231,6 @@ private Q_SLOTS:
         QCOMPARE(log.lines.size(), 1);
     }
 
-    void outlastsTheTimeoutWhileSomethingMoves()
-    {
-        m_server->addReply(u"/"_s, LoopbackReply(200, QByteArray(120, 'x')).dripped(30, 200ms));
-        for (const bool streaming : {false, true}) {
-            auto task = makeTask();
-            task->change([=](auto& request) { request.streaming = streaming; });
-            task->setTimeout(800ms);
-            QVERIFY2(task->succeeds(), qPrintable(task->error().errorMessage()));
-            QCOMPARE(task->data().size(), 120);
-        }
-    }
-
     void judgesOnlyTheCompletionItAwaits()
     {
         m_server->addReply(u"/"_s, LoopbackReply(200, "late").delayed(100ms));
@@ -367,75 +307,6 @@ private Q_SLOTS:
             QVERIFY(readyRead.isEmpty());
             QCOMPARE(task->log(), u"started finished"_s);
         }
-    }
-
-    // Deleting, cancelling and restarting inside every signal and handler of the exchange.
-    void survivesWhatASlotDoes_data()
-    {
-        addRowsForActions({"started", "readyRead", "streamed", "handler", "finished", "canceled",
-                           "reply readyRead aborted", "createMultiPart"},
-                          {"delete", "deleteLater", "cancel", "finish", "exec", "delete manager",
-                           "delete reply parts", "nested loop"});
-    }
-
-    void survivesWhatASlotDoes()
-    {
-        QFETCH(QString, place);
-        QFETCH(QString, action);
-        m_server->addReply(u"/"_s, LoopbackReply(200, QByteArray(400, 'x')).dripped(100, 2ms));
-        auto manager = std::make_unique<SslIgnorantNetworkAccessManager>();
-        QPointer<TestTask> task = makeTask().release();
-        task->setNetworkAccessManager(manager.get());
-        task->setTimeout(3s);
-        const QHash<QString, std::function<void()>> actions{
-            {u"delete"_s, [&] { delete task; }},
-            {u"deleteLater"_s, [&] { task->deleteLater(); }},
-            {u"cancel"_s, [&] { task->cancel(); }},
-            {u"finish"_s, [&] { task->finish(Error()); }},
-            {u"exec"_s, [&] { task->exec(); }},
-            {u"delete manager"_s, [&] { manager.reset(); }},
-            {u"delete reply parts"_s, [&] { task->setNetworkReply(nullptr); }},
-            {u"nested loop"_s, [&] { QTest::qWait(20); }},
-        };
-        bool acted = false;
-        const auto actIn = [&](QLatin1String here) {
-            if (task && place == here && !std::exchange(acted, true))
-                actions[action]();
-        };
-        connect(task, &NetworkTask::started, this, [&] { actIn("started"_L1); });
-        connect(task, &NetworkTask::finished, this, [&] { actIn("finished"_L1); });
-        connect(task, &NetworkTask::canceled, this, [&] { actIn("canceled"_L1); });
-        connect(task, &NetworkTask::readyRead, this, [&] {
-            if (place == "reply readyRead aborted"_L1)
-                task->abort();
-            actIn("reply readyRead aborted"_L1);
-            actIn("readyRead"_L1);
-            actIn("streamed"_L1);
-        });
-        if (place == "streamed"_L1)
-            task->change([](auto& request) { request.streaming = true; });
-        if (place == "handler"_L1)
-            task->setResponseHandler(Code::OK, [&] { actIn("handler"_L1); });
-        if (place == "createMultiPart"_L1) {
-            task->change([](auto& request) { request.method = Method::Post; });
-            task->multiPartFactory = [&] {
-                actIn("createMultiPart"_L1);
-                return new QHttpMultiPart;
-            };
-        }
-        task->exec();
-        if (place == "canceled"_L1) {
-            QTRY_VERIFY(!task || task->networkReply());
-            task->cancel();
-        }
-        QTRY_VERIFY(acted);
-        QTest::qWait(20);
-        if (task && !task->isFinished() && action != "exec"_L1)
-            task->cancel();
-        QTRY_VERIFY(!task || task->isFinished() || task->isRunning());
-        const int finishes = task ? static_cast<int>(task->events.count(u"finished"_s)) : 0;
-        QVERIFY(!task || finishes == (task->isFinished() ? 1 : 0));
-        delete task;
     }
 
     void endsWhenItsTransportIsDestroyed()

@@ -196,65 +196,6 @@ private Q_SLOTS:
                               u"finished"_s);
     }
 
-    void survivesWhatASlotDoes_data()
-    {
-        addRowsForActions({"aboutToRetry", "retried", "started again", "delayed", "aboutToRetry, queued",
-                           "retried, queued", "started again, queued", "delayed, queued"},
-                          {"delete", "cancel", "finish", "exec", "nested loop"});
-        for (const auto& place : {u"aboutToRetry"_s, u"retried"_s, u"started again"_s, u"delayed"_s})
-            QTest::addRow("%s: delete queue", qPrintable(place))
-                << place + u", queued"_s << u"delete queue"_s;
-    }
-
-    void survivesWhatASlotDoes()
-    {
-        QFETCH(QString, place);
-        QFETCH(QString, action);
-        const bool inQueue = place.endsWith(u", queued"_s);
-        place.remove(u", queued"_s);
-        answer({503, 200});
-        auto queue = std::make_unique<TasksQueue>();
-        QPointer<TestTask> task = makeTask().release();
-        if (place == "delayed"_L1)
-            task->setDelayPolicy(Retriable::DelayPolicy::Exponential);
-        const QHash<QString, std::function<void()>> actions{
-            {u"delete"_s, [&] { delete task; }},
-            {u"cancel"_s, [&] { task->cancel(); }},
-            {u"finish"_s, [&] { task->finish(Error(ErrorCode::General)); }},
-            {u"exec"_s, [&] { task->exec(); }},
-            {u"delete queue"_s, [&] { queue.reset(); }},
-            {u"nested loop"_s, [] { QTest::qWait(20); }},
-        };
-        bool acted = false;
-        const auto actIn = [&](QLatin1String here) {
-            if (place == here && !std::exchange(acted, true))
-                actions[action]();
-        };
-        connect(task, &NetworkTask::aboutToRetry, this, [&] { actIn("aboutToRetry"_L1); });
-        connect(task, &NetworkTask::retried, this, [&] { actIn("retried"_L1); });
-        connect(task, &NetworkTask::started, this, [&] {
-            if (task->retriesCount() > 0)
-                actIn("started again"_L1);
-        });
-        inQueue ? queue->append(task) : task->exec();
-        if (place == "delayed"_L1) {
-            QTRY_VERIFY(task->isPaused());
-            actIn("delayed"_L1);
-        }
-        QTRY_VERIFY(acted);
-        const bool isStranded = action == "delete queue"_L1 && inQueue;
-        QTRY_VERIFY(!task || task->isFinished() || isStranded);
-        // Nothing follows the end, so a retry that was ended before it was announced never is.
-        const bool isEnded = action == "cancel"_L1 || action == "finish"_L1;
-        const bool isAnnounced =
-            place == "retried"_L1 || place == "delayed"_L1 || (place == "started again"_L1 && inQueue);
-        if (isEnded && !isAnnounced)
-            QVERIFY(!task->events.contains(u"retried"_s));
-        QVERIFY(!task || task->events.count(u"finished"_s) <= 1);
-        delete task;
-        QVERIFY(!queue || queue->isEmpty());
-    }
-
 private:
     std::unique_ptr<LoopbackServer> m_server;
 };
