@@ -24,7 +24,7 @@ function(orv_add_translations target)
     # Empty: who prefers English and has another language next shall get the texts of the sources.
     set(english ${CMAKE_CURRENT_BINARY_DIR}/${arg_NAME}_en.ts)
     file(CONFIGURE OUTPUT ${english} CONTENT "<TS version=\"2.1\" language=\"en\"></TS>\n")
-    qt_add_lrelease(${target} TS_FILES ${english} ${catalogues} QM_FILES_OUTPUT_VARIABLE compiled)
+    qt_add_translation(compiled ${english} ${catalogues}) # unlike qt_add_lrelease() it adds no targets
     qt_add_resources(${target} ${arg_NAME}_translations
         PREFIX /${arg_NAME}/translations
         BASE ${CMAKE_CURRENT_BINARY_DIR}

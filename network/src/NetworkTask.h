@@ -153,9 +153,8 @@ public:
     void setRequiresAuthentication(bool required);
     /// Sets where the token comes from. A task that waits for another authenticator goes on with this one;
     /// null leaves requiresAuthentication() as it is, so such a task ends with
-    /// ErrorCode::AuthenticationFailed. A login after which the server refuses the token too is repeated up
-    /// to maxRetriesCount() times in a row; then the task ends under the response error policy with
-    /// ErrorCode::AuthenticationFailed, 2401 in the details.
+    /// ErrorCode::AuthenticationFailed. A server that refuses the tokens of ten logins in a row ends
+    /// the task under the response error policy with ErrorCode::AuthenticationFailed, 2401 in the details.
     void setAuthenticator(AbstractAuthenticator* authenticator) override;
 
     // Judging the reply.

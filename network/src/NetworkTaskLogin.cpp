@@ -3,11 +3,12 @@
 
 #include <QDebug>
 
-#include <algorithm>
-
 namespace orv {
 
 namespace {
+
+// A token may be refused more than once for good reasons: other tasks may have used up its successors.
+constexpr int mostLoginsInARow = 10;
 
 Error authenticationFailed()
 {
@@ -27,7 +28,7 @@ void NetworkTask::Private::onAuthenticationRequired()
         q->processUnhandledReply();
         return;
     }
-    if (loginsInARow > std::max(q->maxRetriesCount(), 0)) {
+    if (loginsInARow >= mostLoginsInARow) {
         giveUpLoggingIn();
         return;
     }

@@ -311,11 +311,10 @@ private Q_SLOTS:
         };
         TestTask task(m_server->url());
         task.setAuthenticator(&authenticator);
-        task.setMaxRetriesCount(3);
         QVERIFY(task.run());
         QCOMPARE(task.error().errorCode(), ErrorCode::AuthenticationFailed);
         QTEST(task.error().errorDetails().toInt(), "number");
-        QCOMPARE(authenticator.logins, 4);
+        QCOMPARE(authenticator.logins, 10);
     }
 
     // The server has a thread of its own and goes on while this one is blocked for longer than the time-out.
