@@ -101,6 +101,7 @@ private Q_SLOTS:
 
 int main(int argc, char** argv)
 {
+    const QObject first; // so that Qt takes this thread for the main one
     // Before there is an application object any thread may be the first to ask.
     runTogether([](int number) {
         managers[number] = NetworkTask::defaultNetworkAccessManager();
