@@ -6,6 +6,8 @@
 
 #include <QDebug>
 
+#include <algorithm>
+#include <array>
 #include <limits>
 #include <utility>
 
@@ -23,6 +25,20 @@ void abortUnlessFailed(QNetworkReply* reply)
 {
     if (reply->error() == QNetworkReply::NoError)
         reply->abort();
+}
+
+// All content that has arrived, in one allocation of its size. QIODevice::readAll() does not ask how much
+// there is and grows its result in steps, and a read of less than QIODevice's own buffer first allocates
+// that. Qt knows the size unless it decodes the content, and then it drops the length that the server stated.
+QByteArray takeContent(QNetworkReply* reply)
+{
+    if (!reply->header(QNetworkRequest::ContentLengthHeader).isValid())
+        return reply->readAll();
+    std::array<char, 16384> buffer; // of that size
+    const auto size = reply->bytesAvailable();
+    if (size >= qint64{buffer.size()})
+        return reply->read(size);
+    return QByteArray(buffer.data(), std::max<qint64>(reply->read(buffer.data(), buffer.size()), 0));
 }
 
 // The bytes without the first @p count, in the same memory. QByteArray::remove() would copy what is left as
@@ -109,7 +125,7 @@ void NetworkTask::Private::readAvailableData()
         return;
     }
     restartTimer();
-    auto chunk = reply->readAll();
+    auto chunk = takeContent(reply);
     if (!data || data->isEmpty())
         data = std::move(chunk);
     else
@@ -130,7 +146,7 @@ QByteArray NetworkTask::read(qint64 maxSize)
 QByteArray NetworkTask::data() const
 {
     if (d->reply && d->reply->isFinished() && !d->data) {
-        d->data = isReadable(d->reply) ? d->reply->readAll() : QByteArray();
+        d->data = isReadable(d->reply) ? takeContent(d->reply) : QByteArray();
         d->isDataFromReply = true;
     }
     return d->data.value_or(QByteArray());
