@@ -97,7 +97,8 @@ void NetworkTask::Private::disposeReply(QNetworkReply* old)
     if (std::exchange(isDataFromReply, false))
         data.reset();
     if (old) {
-        old->disconnect(this);
+        if (!q->isFinished()) // else finalize() has done it
+            old->disconnect(this);
         if (repliesOnStack > 0) {
             old->disconnect();
             old->setParent(nullptr);
