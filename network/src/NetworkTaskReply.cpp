@@ -74,10 +74,14 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
             d->timer->start();
         d->bytesReceived = d->replyBytesReceived = bytesReceived;
     });
-    connect(reply, &QNetworkReply::uploadProgress, d, [this] {
-        if (d->timer->isActive())
-            d->timer->start();
-    });
+    const auto operation = reply->operation();
+    if (operation != QNetworkAccessManager::GetOperation &&
+        operation != QNetworkAccessManager::HeadOperation) {
+        connect(reply, &QNetworkReply::uploadProgress, d, [this] {
+            if (d->timer->isActive())
+                d->timer->start();
+        });
+    }
     // While a slot keeps this thread busy, Qt's own goes on receiving; without a limit it may gather the
     // whole content.
     constexpr qint64 streamingBufferSize = MB;
@@ -258,10 +262,10 @@ bool NetworkTask::Private::isContentShort() const
     if (httpResponseStatusCodeNumber == 204 ||
         httpResponseStatusCodeNumber == 304) // no content, RFC 9110, 6.4.1
         return false;
-    if (reply->hasRawHeader("Transfer-Encoding")) // the length means nothing then, RFC 9112, 6.3
-        return false;
     const auto length = reply->header(QNetworkRequest::ContentLengthHeader);
-    return length.isValid() && length.toLongLong() > replyBytesReceived;
+    if (!length.isValid() || length.toLongLong() <= replyBytesReceived)
+        return false;
+    return !reply->hasRawHeader("Transfer-Encoding"); // the length means nothing then, RFC 9112, 6.3
 }
 
 QString NetworkTask::Private::replyErrorText() const
