@@ -70,17 +70,13 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
     if (!reply)
         return;
     connect(reply, &QNetworkReply::downloadProgress, d, [this](qint64 bytesReceived) {
-        if (d->timer->isActive())
-            d->timer->start();
+        d->timer->noteProgress();
         d->bytesReceived = d->replyBytesReceived = bytesReceived;
     });
     const auto operation = reply->operation();
     if (operation != QNetworkAccessManager::GetOperation &&
         operation != QNetworkAccessManager::HeadOperation) {
-        connect(reply, &QNetworkReply::uploadProgress, d, [this] {
-            if (d->timer->isActive())
-                d->timer->start();
-        });
+        connect(reply, &QNetworkReply::uploadProgress, d, [this] { d->timer->noteProgress(); });
     }
     // While a slot keeps this thread busy, Qt's own goes on receiving; without a limit it may gather the
     // whole content.
@@ -129,7 +125,7 @@ void NetworkTask::Private::readAvailableData()
         qCWarning(networkLog) << "Null reply";
         return;
     }
-    restartTimer();
+    timer->restart();
     auto chunk = takeContent(reply);
     if (!data || data->isEmpty())
         data = std::move(chunk);
@@ -227,8 +223,7 @@ void NetworkTask::Private::onReplyFinished(quint64 completion)
 
 void NetworkTask::Private::processNetworkReply()
 {
-    timer->disconnect(this);
-    timer->stop();
+    timer->unwatch();
     if (!q->setNetworkTaskStatusFromReply()) {
         const QPointer<Private> guard(this);
         const auto serial = phaseSerial;
@@ -407,7 +402,6 @@ void NetworkTask::applyResponseErrorPolicy(const Error& error)
 
 void NetworkTask::Private::onTimeout()
 {
-    timer->disconnect(this);
     if (!q->isRunning())
         return;
     qCWarning(networkLog) << "Network timeout in task" << q->name() << request;
@@ -432,7 +426,7 @@ void NetworkTask::Private::onTransportLost()
 {
     if (!awaitedCompletion || !q->isRunning())
         return;
-    timer->disconnect(this);
+    timer->unwatch();
     q->resetNetworkConnection();
     q->setNetworkReply(nullptr);
     const auto text = NetworkTask::tr("Network error");
