@@ -32,10 +32,11 @@ QNetworkRequest bareRequest(const QString& url)
 class BareGets
 {
 public:
-    BareGets(QString url, int parallel)
+    BareGets(QString url, int parallel, int transferTimeout)
         : m_url(std::move(url))
         , m_parallel(parallel)
     {
+        m_manager.setTransferTimeout(transferTimeout);
     }
 
     void run(int count)
@@ -174,8 +175,15 @@ Contender taskBodyContender(const QString& name, Server& server, bool isStreamin
 
 Contender bareGets(Server& server, int parallel)
 {
-    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel);
+    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, 0);
     return {u"QNetworkAccessManager"_s, [gets](int count) { gets->run(count); }};
+}
+
+Contender watchedBareGets(Server& server, int parallel)
+{
+    const auto milliseconds = static_cast<int>(network::DEFAULT_TIMEOUT.count());
+    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, milliseconds);
+    return {u"QNetworkAccessManager with a time-out"_s, [gets](int count) { gets->run(count); }};
 }
 
 Contender directGets(Server& server)
@@ -209,10 +217,19 @@ Contender bareBody(Server& server)
     return bareBodyContender(u"QNetworkAccessManager, readAll at the end"_s, server, {});
 }
 
-Contender bareStream(Server& server)
+Contender bareStream(Server& server, int step)
 {
-    return bareBodyContender(u"QNetworkAccessManager, readAll as it comes"_s, server,
-                             [](QNetworkReply& reply) { return reply.readAll().size(); });
+    if (step == 0) {
+        return bareBodyContender(u"QNetworkAccessManager, readAll as it comes"_s, server,
+                                 [](QNetworkReply& reply) { return reply.readAll().size(); });
+    }
+    return bareBodyContender(u"QNetworkAccessManager, read(%1)"_s.arg(step), server,
+                             [step](QNetworkReply& reply) {
+                                 qint64 consumed = 0;
+                                 while (const auto size = reply.read(step).size())
+                                     consumed += size;
+                                 return consumed;
+                             });
 }
 
 Contender directBody(Server& server)

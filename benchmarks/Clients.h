@@ -8,6 +8,8 @@ namespace benchmark {
 
 /// As a program without this library does it, with so many requests at a time.
 Contender bareGets(Server& server, int parallel);
+/// The same with Qt's transfer time-out, which watches a request as a task does.
+Contender watchedBareGets(Server& server, int parallel);
 /// Tasks that are executed one after the other.
 Contender directGets(Server& server);
 /// Tasks that are all handed to a queue.
@@ -17,8 +19,8 @@ Contender queuedGets(Server& server, int slots);
 
 /// readAll() when the reply is complete.
 Contender bareBody(Server& server);
-/// readAll() whenever there is something to read.
-Contender bareStream(Server& server);
+/// Takes what there is to read whenever there is some, in steps of @p step bytes; 0 for readAll().
+Contender bareStream(Server& server, int step = 0);
 /// data() of the finished task.
 Contender directBody(Server& server);
 /// A streaming task; its data is taken whenever there is some.

@@ -9,14 +9,17 @@ void measureDirect(Session& session)
 {
     auto& server = session.server();
     session.record({u"Small GET, executed directly"_s, u"instructions per GET"_s, 1.05},
-                   session.instructions({bareGets(server, 1), directGets(server)}, session.count()));
+                   session.instructions({bareGets(server, 1), watchedBareGets(server, 1), directGets(server)},
+                                        session.count()));
 }
 
 void measureQueued(Session& session)
 {
     auto& server = session.server();
-    session.record({u"Small GET, 6 at a time"_s, u"instructions per GET"_s, 1.06},
-                   session.instructions({bareGets(server, 6), queuedGets(server, 6)}, session.count()));
+    session.record(
+        {u"Small GET, 6 at a time"_s, u"instructions per GET"_s, 1.06},
+        session.instructions({bareGets(server, 6), watchedBareGets(server, 6), queuedGets(server, 6)},
+                             session.count()));
 }
 
 void measureGets(Session& session)
