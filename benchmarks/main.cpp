@@ -77,12 +77,18 @@ int main(int argc, char* argv[])
     const QCommandLineOption count(u"count"_s, u"How often the work is done in each round."_s, u"number"_s);
     const QCommandLineOption rounds(u"rounds"_s, u"How many rounds; the median of them counts."_s,
                                     u"number"_s);
+    const QCommandLineOption list(u"list"_s, u"Prints the names of the benchmarks."_s);
     QCommandLineOption counting(u"counting"_s, u"Runs under callgrind, and dumps its counters."_s);
     QCommandLineOption server(u"server"_s, u"A server that runs already."_s, u"url"_s);
     counting.setFlags(QCommandLineOption::HiddenFromHelp);
     server.setFlags(QCommandLineOption::HiddenFromHelp);
-    parser.addOptions({count, rounds, counting, server});
+    parser.addOptions({count, rounds, list, counting, server});
     parser.process(application);
+    if (parser.isSet(list)) {
+        for (const auto& benchmark : benchmark::benchmarks())
+            std::puts(qPrintable(benchmark.name));
+        return 0;
+    }
 
     const auto names = parser.positionalArguments();
     const auto* benchmark = names.size() == 1 ? find(names.first()) : nullptr;
