@@ -94,7 +94,7 @@ qsizetype Server::smallSize()
 
 QString Server::bodyPath(int megabytes)
 {
-    const auto path = u"/body-%1"_s.arg(megabytes);
+    auto path = u"/body-%1"_s.arg(megabytes);
     QFile file(m_directory.path() + path);
     if (!file.exists() && !(file.open(QIODevice::WriteOnly) && file.resize(qint64{megabytes} << 20)))
         throw std::runtime_error("cannot make the content");

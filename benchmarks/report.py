@@ -63,6 +63,12 @@ def of(results, name):
 # Texts
 
 
+def title(measurement):
+    counted = measurement["unit"].startswith("instructions")
+    return measurement["figure"] + (": instructions" if counted else "")
+
+
+
 def number(value):
     if value >= 1000:
         return f"{value:,.0f}"
@@ -88,7 +94,7 @@ def figures_table(results):
         last, first = m["series"][-1], m["series"][0]
         alone = len(m["series"]) == 1
         rows.append([
-            m["figure"],
+            title(m),
             "" if alone else f"{first['name']}: {number(first['median'] * scale)}",
             f"{last['name']}: {number(last['median'] * scale)} {unit}",
             number(m["measured"]) if alone else f"{m['measured']:.3f}",
@@ -148,7 +154,7 @@ class Plot:
 def draw_ratios(results, path):
     """A row for each ratio: every round as a dot, the median as a bar, the mark as a line."""
     rows = [m for m in results["measurements"] if "limit" in m and len(m["series"]) > 1]
-    left, width, row_height, top = 330, 420, 26, 62
+    left, width, row_height, top = 370, 420, 26, 62
     highest = max(max(m["limit"] for m in rows), max(m["measured"] for m in rows)) * 1.05
     plot = Plot(left + width + 90, top + row_height * len(rows) + 12, "In multiples of the baseline")
     plot.text(12, 42, "bar: median of the rounds; dots: rounds; orange line: the mark", colour="#57606a")
@@ -157,7 +163,7 @@ def draw_ratios(results, path):
     for i, m in enumerate(rows):
         y = top + i * row_height
         base, last = m["series"][0]["rounds"], m["series"][-1]["rounds"]
-        plot.text(left - 8, y + 13, m["figure"], anchor="end")
+        plot.text(left - 8, y + 13, title(m), anchor="end")
         plot.bar(left, y + 3, at(m["measured"]) - left, 13, BLUE)
         for ratio in (b / a for a, b in zip(base, last)):
             plot.dot(at(ratio), y + 9.5, INK, 1.6)
