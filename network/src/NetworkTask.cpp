@@ -23,11 +23,9 @@ const QSet<QNetworkReply::NetworkError> DEFAULT_RECOVERABLE_NETWORK_ERRORS{
 NetworkTask::Private::Private(NetworkTask* task)
     : QObject(task)
     , q(task)
-    , timer(new QTimer(task))
+    , timer(new InactivityTimer([this] { onTimeout(); }, task))
     , recoverableNetworkErrors(DEFAULT_RECOVERABLE_NETWORK_ERRORS)
 {
-    timer->setSingleShot(true);
-    timer->setInterval(network::DEFAULT_TIMEOUT);
 }
 
 NetworkTask::Private::~Private()

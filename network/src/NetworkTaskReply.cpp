@@ -6,6 +6,8 @@
 
 #include <QDebug>
 
+#include <algorithm>
+#include <array>
 #include <limits>
 #include <utility>
 
@@ -23,6 +25,20 @@ void abortUnlessFailed(QNetworkReply* reply)
 {
     if (reply->error() == QNetworkReply::NoError)
         reply->abort();
+}
+
+// All content that has arrived, in one allocation of its size. QIODevice::readAll() does not ask how much
+// there is and grows its result in steps, and a read of less than QIODevice's own buffer first allocates
+// that. Qt knows the size unless it decodes the content, and then it drops the length that the server stated.
+QByteArray takeContent(QNetworkReply* reply)
+{
+    if (!reply->header(QNetworkRequest::ContentLengthHeader).isValid())
+        return reply->readAll();
+    std::array<char, 16384> buffer; // of that size
+    const auto size = reply->bytesAvailable();
+    if (size >= qint64{buffer.size()})
+        return reply->read(size);
+    return QByteArray(buffer.data(), std::max<qint64>(reply->read(buffer.data(), buffer.size()), 0));
 }
 
 // The bytes without the first @p count, in the same memory. QByteArray::remove() would copy what is left as
@@ -56,14 +72,14 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
     if (!d->leaving)
         d->leaving = std::make_shared<Private::Leaving>();
     connect(reply, &QNetworkReply::downloadProgress, d, [this](qint64 bytesReceived) {
-        if (d->timer->isActive())
-            d->timer->start();
+        d->timer->noteProgress();
         d->bytesReceived = d->replyBytesReceived = bytesReceived;
     });
-    connect(reply, &QNetworkReply::uploadProgress, d, [this] {
-        if (d->timer->isActive())
-            d->timer->start();
-    });
+    const auto operation = reply->operation();
+    if (operation != QNetworkAccessManager::GetOperation &&
+        operation != QNetworkAccessManager::HeadOperation) {
+        connect(reply, &QNetworkReply::uploadProgress, d, [this] { d->timer->noteProgress(); });
+    }
     // While a slot keeps this thread busy, Qt's own goes on receiving; without a limit it may gather the
     // whole content.
     constexpr qint64 streamingBufferSize = MB;
@@ -83,7 +99,8 @@ void NetworkTask::Private::disposeReply(QNetworkReply* old)
     if (std::exchange(isDataFromReply, false))
         data.reset();
     if (old) {
-        old->disconnect(this);
+        if (!q->isFinished()) // else finalize() has done it
+            old->disconnect(this);
         if (leaving->callsOnStack > 0) {
             old->disconnect();
             old->setParent(nullptr);
@@ -110,8 +127,8 @@ void NetworkTask::Private::readAvailableData()
         qCWarning(networkLog) << "Null reply";
         return;
     }
-    restartTimer();
-    auto chunk = reply->readAll();
+    timer->restart();
+    auto chunk = takeContent(reply);
     if (!data || data->isEmpty())
         data = std::move(chunk);
     else
@@ -132,7 +149,7 @@ QByteArray NetworkTask::read(qint64 maxSize)
 QByteArray NetworkTask::data() const
 {
     if (d->reply && d->reply->isFinished() && !d->data) {
-        d->data = isReadable(d->reply) ? d->reply->readAll() : QByteArray();
+        d->data = isReadable(d->reply) ? takeContent(d->reply) : QByteArray();
         d->isDataFromReply = true;
     }
     return d->data.value_or(QByteArray());
@@ -229,8 +246,7 @@ bool NetworkTask::Private::isUnprocessed() const
 
 void NetworkTask::Private::processNetworkReply()
 {
-    timer->disconnect(this);
-    timer->stop();
+    timer->unwatch();
     if (!q->setNetworkTaskStatusFromReply()) {
         const QPointer<Private> guard(this);
         const auto serial = phaseSerial;
@@ -266,10 +282,10 @@ bool NetworkTask::Private::isContentShort() const
     if (httpResponseStatusCodeNumber == 204 ||
         httpResponseStatusCodeNumber == 304) // no content, RFC 9110, 6.4.1
         return false;
-    if (reply->hasRawHeader("Transfer-Encoding")) // the length means nothing then, RFC 9112, 6.3
-        return false;
     const auto length = reply->header(QNetworkRequest::ContentLengthHeader);
-    return length.isValid() && length.toLongLong() > replyBytesReceived;
+    if (!length.isValid() || length.toLongLong() <= replyBytesReceived)
+        return false;
+    return !reply->hasRawHeader("Transfer-Encoding"); // the length means nothing then, RFC 9112, 6.3
 }
 
 QString NetworkTask::Private::replyErrorText() const
@@ -411,7 +427,6 @@ void NetworkTask::applyResponseErrorPolicy(const Error& error)
 
 void NetworkTask::Private::onTimeout()
 {
-    timer->disconnect(this);
     const bool isCompletionOnItsWay = awaitedCompletion && reply && reply->isFinished();
     if (!q->isRunning() || isCompletionOnItsWay)
         return;
@@ -437,7 +452,7 @@ void NetworkTask::Private::onTransportLost()
 {
     if (!awaitedCompletion || !q->isRunning())
         return;
-    timer->disconnect(this);
+    timer->unwatch();
     q->resetNetworkConnection();
     const ReplyOnStack mark(this); // who deletes a manager may do so in any signal
     q->setNetworkReply(nullptr);

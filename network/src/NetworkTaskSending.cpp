@@ -236,22 +236,13 @@ void NetworkTask::Private::awaitCompletion(SslIgnorantNetworkAccessManager* mana
     awaitedCompletion = completion;
     enterPhase(Phase::Exchange);
     connect(q, &ErrorCancelable::canceled, this, &Private::onCanceled, Qt::UniqueConnection);
-    connect(timer, &QTimer::timeout, this, &Private::onTimeout, Qt::UniqueConnection);
     startTimer();
 }
 
 void NetworkTask::Private::startTimer()
 {
     const auto milliseconds = static_cast<int>(timeout.count());
-    timer->setInterval(as::value(QStringLiteral("Network/Timeout"), milliseconds).toInt());
-    restartTimer();
-}
-
-// A negative interval means no time-out; Qt would print a warning about it.
-void NetworkTask::Private::restartTimer()
-{
-    if (timer->interval() >= 0)
-        timer->start();
+    timer->watch(as::value(QStringLiteral("Network/Timeout"), milliseconds).toInt());
 }
 
 Result<NetworkRequest> NetworkTask::prepareRequest(const PrepareRequestParams& params) const

@@ -1,11 +1,11 @@
 #pragma once
 
 #include "AbstractAuthenticator.h"
+#include "InactivityTimer_p.h"
 #include "NetworkTask.h"
 #include "SslIgnorantNetworkAccessManager.h"
 
 #include <QHttpMultiPart>
-#include <QTimer>
 
 #include <memory>
 #include <utility>
@@ -49,7 +49,6 @@ public:
                                    QHttpMultiPart* content);
     void awaitCompletion(SslIgnorantNetworkAccessManager* manager);
     void startTimer();
-    void restartTimer();
 
     // Judging the reply
     void disposeReply(QNetworkReply* old);
@@ -89,7 +88,7 @@ public:
     NetworkRequest request;
     ErrorPolicy replyErrorPolicy = FinishWithError;
     ErrorPolicy responseErrorPolicy = FinishWithError;
-    QTimer* const timer;
+    InactivityTimer* const timer;
     std::chrono::milliseconds timeout = network::DEFAULT_TIMEOUT;
     QPointer<QNetworkReply> reply;
     QPointer<QHttpMultiPart> replyContent; // what the current reply's request sends

@@ -3,6 +3,7 @@
 #include "BaseTask_p.h"
 #include "Task.h"
 
+#include <QDeadlineTimer>
 #include <QList>
 #include <QPointer>
 
@@ -101,13 +102,15 @@ void TasksQueue::Private::schedule()
         q, [this] { dispatch(); }, Qt::QueuedConnection);
 }
 
-// Starts at most as many tasks as there are slots and leaves the rest to the next turn of the event loop:
-// tasks that are done at once would otherwise keep the loop from everything else until the queue is empty.
+// Starts as many tasks as there are free slots. Where some are done at once, more follow, since a turn of the
+// event loop costs more than such a task; but only for a moment, since everything else waits meanwhile.
 void TasksQueue::Private::dispatch()
 {
     dispatchScheduled = false;
     const QPointer<TasksQueue> self(q);
-    for (int free = maxRunningTasks - usedSlots; free > 0 && usedSlots < maxRunningTasks; --free) {
+    const QDeadlineTimer moment(1);
+    int due = maxRunningTasks - usedSlots;
+    for (; usedSlots < maxRunningTasks && (due > 0 || !moment.hasExpired()); --due) {
         Task* task = q->dequeueTask();
         if (!task)
             break;

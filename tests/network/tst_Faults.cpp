@@ -365,11 +365,15 @@ private Q_SLOTS:
     {
         m_server->addReply(QStringLiteral("/"), LoopbackReply(200, CONTENT));
         TestTask task(m_server->url());
+        task.setTimeout(100ms);
         task.exec();
         QTRY_VERIFY(task.networkReply());
         auto* timer = task.findChild<QTimer*>();
-        connect(task.networkReply(), &QNetworkReply::finished, this,
-                [=] { QMetaObject::invokeMethod(timer, "timeout"); });
+        connect(task.networkReply(), &QNetworkReply::finished, this, [=] {
+            QThread::msleep(120);
+            QTimerEvent event(timer->timerId());
+            QCoreApplication::sendEvent(timer, &event);
+        });
         QTRY_VERIFY(task.isFinished());
         QCOMPARE(task.data(), CONTENT);
         QCOMPARE(task.log(), QStringLiteral("started finished"));

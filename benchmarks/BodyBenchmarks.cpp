@@ -1,0 +1,48 @@
+#include "Benchmarks.h"
+#include "Clients.h"
+
+#include <algorithm>
+
+using namespace Qt::StringLiterals;
+
+namespace benchmark {
+
+namespace {
+
+constexpr int STEP = 16 * 1024;
+
+// As much content, in four pieces: what takes longer than they do in one is not linear.
+Contender inQuarters(const Contender& contender)
+{
+    return {contender.name + u", in quarters"_s, [run = contender.run](int count) {
+                for (int i = 0; i < 4; ++i)
+                    run(std::max(count / 4, 1));
+            }};
+}
+
+} // namespace
+
+void measureBody(Session& session)
+{
+    auto& server = session.server();
+    session.record({u"Large body, in one piece"_s, u"ns per MB"_s, 1.03},
+                   session.times({bareBody(server), directBody(server)}, session.count()).wall);
+    session.record({u"Large body, streamed"_s, u"ns per MB"_s, 1.03},
+                   session.times({bareStream(server), streamedBody(server)}, session.count()).wall);
+}
+
+void measureStream(Session& session)
+{
+    auto& server = session.server();
+    const auto measure = [&](const QString& text, const Contender& bare, const Contender& contender) {
+        const QList<Contender> contenders{bare, inQuarters(contender), contender};
+        const auto times = session.times(contenders, session.count()).wall;
+        session.record({text, u"ns per MB"_s, 1.05}, {times.at(0), times.at(2)});
+        session.record({text + u", linear in its size"_s, u"ns per MB"_s, 1.1}, {times.at(1), times.at(2)});
+    };
+    measure(u"Stream, read whole"_s, bareStream(server), readBody(server, 0));
+    measure(u"Stream, read in steps"_s, bareStream(server, STEP), readBody(server, STEP));
+    measure(u"Stream, chopped in steps"_s, bareStream(server), choppedBody(server, STEP));
+}
+
+} // namespace benchmark

@@ -1,0 +1,276 @@
+#include "Clients.h"
+
+#include "Countdown.h"
+
+#include <NetworkQueue.h>
+#include <NetworkTask.h>
+
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+
+namespace benchmark {
+
+namespace {
+
+using orv::NetworkQueue;
+using orv::NetworkTask;
+
+// What a task sends, so that the same goes over the wire.
+QNetworkRequest bareRequest(const QString& url)
+{
+    QNetworkRequest request{QUrl(url)};
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    request.setRawHeader("Accept", orv::NetworkRequest::defaultContentType);
+    request.setRawHeader("User-Agent", network::DEFAULT_USER_AGENT);
+    return request;
+}
+
+class BareGets
+{
+public:
+    BareGets(QString url, int parallel, int transferTimeout)
+        : m_url(std::move(url))
+        , m_parallel(parallel)
+    {
+        m_manager.setTransferTimeout(transferTimeout);
+    }
+
+    void run(int count)
+    {
+        Countdown countdown(count);
+        for (int i = 0; i < m_parallel; ++i)
+            startNext(countdown);
+        countdown.wait();
+    }
+
+private:
+    void startNext(Countdown& countdown)
+    {
+        if (!countdown.take())
+            return;
+        auto* reply = m_manager.get(bareRequest(m_url));
+        QObject::connect(reply, &QNetworkReply::finished, &m_manager, [this, reply, &countdown] {
+            reply->deleteLater();
+            const bool isComplete =
+                reply->error() == QNetworkReply::NoError && reply->readAll().size() == Server::smallSize();
+            startNext(countdown);
+            countdown.finish(isComplete);
+        });
+    }
+
+    QNetworkAccessManager m_manager;
+    const QString m_url;
+    const int m_parallel;
+};
+
+bool isComplete(const NetworkTask& task)
+{
+    return !task.hasError() && task.data().size() == Server::smallSize();
+}
+
+void runNextTask(const QString& url, Countdown& countdown)
+{
+    if (!countdown.take())
+        return;
+    auto* task = new NetworkTask(url);
+    task->setAutoDelete(true);
+    QObject::connect(task, &NetworkTask::finished, task, [task, url, &countdown] {
+        const bool isAsExpected = isComplete(*task);
+        runNextTask(url, countdown);
+        countdown.finish(isAsExpected);
+    });
+    task->exec();
+}
+
+// Gets content of so many MB; what becomes of it as it comes is up to a function.
+class BareBody
+{
+public:
+    /// Returns how many bytes it took from the reply.
+    using Consume = std::function<qint64(QNetworkReply& reply)>;
+
+    BareBody(Server& server, Consume onReadyRead)
+        : m_server(server)
+        , m_onReadyRead(std::move(onReadyRead))
+    {
+    }
+
+    void run(int megabytes)
+    {
+        Countdown countdown(1);
+        const std::unique_ptr<QNetworkReply> reply(
+            m_manager.get(bareRequest(m_server.url() + m_server.bodyPath(megabytes))));
+        qint64 consumed = 0;
+        if (m_onReadyRead) {
+            QObject::connect(reply.get(), &QNetworkReply::readyRead, &m_manager,
+                             [&] { consumed += m_onReadyRead(*reply); });
+        }
+        QObject::connect(reply.get(), &QNetworkReply::finished, &m_manager, [&] {
+            consumed += reply->readAll().size();
+            countdown.finish(reply->error() == QNetworkReply::NoError && consumed == qint64{megabytes} << 20);
+        });
+        countdown.wait();
+    }
+
+private:
+    QNetworkAccessManager m_manager;
+    Server& m_server;
+    const Consume m_onReadyRead;
+};
+
+class TaskBody
+{
+public:
+    /// Returns how many bytes it took from the task.
+    using Consume = std::function<qint64(NetworkTask& task)>;
+
+    TaskBody(Server& server, bool isStreaming, Consume onReadyRead)
+        : m_server(server)
+        , m_isStreaming(isStreaming)
+        , m_onReadyRead(std::move(onReadyRead))
+    {
+    }
+
+    void run(int megabytes) const
+    {
+        Countdown countdown(1);
+        NetworkTask task;
+        task.setRequest(m_server.url() + m_server.bodyPath(megabytes),
+                        orv::NetworkRequest::defaultContentType, orv::NetworkRequest::Method::Get,
+                        m_isStreaming);
+        qint64 consumed = 0;
+        if (m_onReadyRead)
+            QObject::connect(&task, &NetworkTask::readyRead, &task, [&] { consumed += m_onReadyRead(task); });
+        QObject::connect(&task, &NetworkTask::finished, &task, [&] {
+            consumed += task.data().size();
+            countdown.finish(!task.hasError() && consumed == qint64{megabytes} << 20);
+        });
+        task.exec();
+        countdown.wait();
+    }
+
+private:
+    Server& m_server;
+    const bool m_isStreaming;
+    const Consume m_onReadyRead;
+};
+
+Contender bareBodyContender(const QString& name, Server& server, BareBody::Consume consume)
+{
+    const auto body = std::make_shared<BareBody>(server, std::move(consume));
+    return {name, [body](int megabytes) { body->run(megabytes); }};
+}
+
+Contender taskBodyContender(const QString& name, Server& server, bool isStreaming, TaskBody::Consume consume)
+{
+    const auto body = std::make_shared<TaskBody>(server, isStreaming, std::move(consume));
+    return {name, [body](int megabytes) { body->run(megabytes); }};
+}
+
+} // namespace
+
+Contender bareGets(Server& server, int parallel)
+{
+    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, 0);
+    return {u"QNetworkAccessManager"_s, [gets](int count) { gets->run(count); }};
+}
+
+Contender watchedBareGets(Server& server, int parallel)
+{
+    const auto milliseconds = static_cast<int>(network::DEFAULT_TIMEOUT.count());
+    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, milliseconds);
+    return {u"QNetworkAccessManager with a time-out"_s, [gets](int count) { gets->run(count); }};
+}
+
+Contender directGets(Server& server)
+{
+    return {u"NetworkTask"_s, [url = server.smallUrl()](int count) {
+                Countdown countdown(count);
+                runNextTask(url, countdown);
+                countdown.wait();
+            }};
+}
+
+Contender queuedGets(Server& server, int slots)
+{
+    const auto queue = std::make_shared<NetworkQueue>();
+    queue->setMaxRunningTasks(slots);
+    return {u"NetworkTask in a NetworkQueue"_s, [queue, url = server.smallUrl()](int count) {
+                Countdown countdown(count);
+                while (countdown.take()) {
+                    auto* task = new NetworkTask(url);
+                    task->setAutoDelete(true);
+                    QObject::connect(task, &NetworkTask::finished, task,
+                                     [task, &countdown] { countdown.finish(isComplete(*task)); });
+                    queue->append(task);
+                }
+                countdown.wait();
+            }};
+}
+
+Contender bareBody(Server& server)
+{
+    return bareBodyContender(u"QNetworkAccessManager, readAll at the end"_s, server, {});
+}
+
+Contender bareStream(Server& server, int step)
+{
+    if (step == 0) {
+        return bareBodyContender(u"QNetworkAccessManager, readAll as it comes"_s, server,
+                                 [](QNetworkReply& reply) { return reply.readAll().size(); });
+    }
+    return bareBodyContender(u"QNetworkAccessManager, read(%1)"_s.arg(step), server,
+                             [step](QNetworkReply& reply) {
+                                 qint64 consumed = 0;
+                                 while (const auto size = reply.read(step).size())
+                                     consumed += size;
+                                 return consumed;
+                             });
+}
+
+Contender directBody(Server& server)
+{
+    return taskBodyContender(u"NetworkTask, data at the end"_s, server, false, {});
+}
+
+Contender streamedBody(Server& server)
+{
+    return taskBodyContender(u"NetworkTask, streaming"_s, server, true, [](NetworkTask& task) {
+        const auto size = task.data().size();
+        task.clearData();
+        return size;
+    });
+}
+
+Contender readBody(Server& server, int step)
+{
+    const auto name = step > 0 ? u"NetworkTask, read(%1)"_s.arg(step) : u"NetworkTask, read()"_s;
+    return taskBodyContender(name, server, false, [step](NetworkTask& task) {
+        qint64 consumed = 0;
+        for (;;) {
+            const auto size = step > 0 ? task.read(step).size() : task.read().size();
+            if (size == 0)
+                return consumed;
+            consumed += size;
+        }
+    });
+}
+
+Contender choppedBody(Server& server, int step)
+{
+    const auto name = u"NetworkTask, data() and chopFirstBytes(%1)"_s.arg(step);
+    return taskBodyContender(name, server, true, [step](NetworkTask& task) {
+        qint64 consumed = 0;
+        while (task.data().size() >= step) {
+            task.chopFirstBytes(step);
+            consumed += step;
+        }
+        return consumed;
+    });
+}
+
+} // namespace benchmark

@@ -1,0 +1,154 @@
+#include "Server.h"
+
+#include "Session.h"
+
+#include <QFile>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QThread>
+#include <QUrl>
+
+#ifdef Q_OS_LINUX
+#include <csignal>
+#include <sys/prctl.h>
+#endif
+
+using namespace Qt::StringLiterals;
+
+namespace benchmark {
+
+namespace {
+
+constexpr auto SMALL_CONTENT = R"({"id":4711,"name":"Ann","roles":["reader","writer"],"active":true})"_L1;
+
+QString nginx()
+{
+    const auto found = QStandardPaths::findExecutable(u"nginx"_s);
+    // Debian keeps it where only the administrator looks.
+    return found.isEmpty() ? QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s}) : found;
+}
+
+quint16 freePort()
+{
+    QTcpServer server;
+    server.listen(QHostAddress::LocalHost);
+    return server.serverPort();
+}
+
+bool isOpen(quint16 port)
+{
+    QTcpSocket socket;
+    socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
+    return socket.waitForConnected(1000);
+}
+
+} // namespace
+
+Server::Server()
+{
+    if (nginx().isEmpty())
+        throw Unavailable("nginx is missing");
+#ifdef Q_OS_LINUX
+    // Where this process dies before it comes to its end, so does the server.
+    m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
+#endif
+    // Somebody else may take the port between its choice and its use.
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        if (start())
+            return;
+    }
+    throw std::runtime_error("nginx does not start: " + m_process.readAllStandardError().toStdString());
+}
+
+Server::Server(const QString& url)
+    : m_url(url)
+{
+}
+
+Server::~Server()
+{
+    if (m_process.state() == QProcess::NotRunning)
+        return;
+    m_process.terminate();
+    if (!m_process.waitForFinished(5000)) {
+        m_process.kill();
+        m_process.waitForFinished();
+    }
+}
+
+quint16 Server::port() const
+{
+    return static_cast<quint16>(QUrl(m_url).port());
+}
+
+QString Server::smallPath()
+{
+    return u"/small"_s;
+}
+
+qsizetype Server::smallSize()
+{
+    return SMALL_CONTENT.size();
+}
+
+QString Server::bodyPath(int megabytes)
+{
+    auto path = u"/body-%1"_s.arg(megabytes);
+    QFile file(m_directory.path() + path);
+    if (!file.exists() && !(file.open(QIODevice::WriteOnly) && file.resize(qint64{megabytes} << 20)))
+        throw std::runtime_error("cannot make the content");
+    return path;
+}
+
+bool Server::start()
+{
+    const auto port = freePort();
+    QFile file(m_directory.filePath(u"nginx.conf"_s));
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return false;
+    file.write(configuration(port));
+    file.close();
+    m_process.start(nginx(),
+                    {u"-p"_s, m_directory.path(), u"-c"_s, file.fileName(), u"-e"_s, u"error.log"_s});
+    // If another program has the port, nginx ends by itself, and whoever answers is not ours.
+    for (int i = 0; i < 500 && !m_process.waitForFinished(10); ++i) {
+        if (isOpen(port) && m_process.state() == QProcess::Running) {
+            m_url = u"http://127.0.0.1:%1"_s.arg(port);
+            return true;
+        }
+    }
+    m_process.kill();
+    m_process.waitForFinished();
+    return false;
+}
+
+// One process, so that ending it leaves no worker behind; connections stay open for as long as a run takes.
+QByteArray Server::configuration(quint16 port) const
+{
+    static const auto pattern = u"daemon off;\n"
+                                "master_process off;\n"
+                                "pid nginx.pid;\n"
+                                "error_log error.log;\n"
+                                "events {}\n"
+                                "http {\n"
+                                "  access_log off;\n"
+                                "  client_body_temp_path body;\n"
+                                "  proxy_temp_path proxy;\n"
+                                "  fastcgi_temp_path fastcgi;\n"
+                                "  uwsgi_temp_path uwsgi;\n"
+                                "  scgi_temp_path scgi;\n"
+                                "  sendfile on;\n"
+                                "  keepalive_requests 1000000000;\n"
+                                "  keepalive_timeout 1h;\n"
+                                "  keepalive_time 24h;\n"
+                                "  server {\n"
+                                "    listen 127.0.0.1:%1;\n"
+                                "    root %2;\n"
+                                "    location = %3 { default_type application/json; return 200 '%4'; }\n"
+                                "  }\n"
+                                "}\n"_s;
+    return pattern.arg(port).arg(m_directory.path(), smallPath(), SMALL_CONTENT).toUtf8();
+}
+
+} // namespace benchmark
