@@ -454,8 +454,7 @@ void NetworkTask::Private::onTransportLost()
         return;
     timer->unwatch();
     q->resetNetworkConnection();
-    const ReplyOnStack mark(this); // who deletes a manager may do so in any signal
-    q->setNetworkReply(nullptr);
+    q->setNetworkReply(nullptr); // at once: a reply that has not begun would go on with a manager that is gone
     const auto text = NetworkTask::tr("Network error");
     q->setNetworkResponseError(QNetworkReply::UnknownNetworkError);
     q->setNetworkResponseErrorMessage(text);
