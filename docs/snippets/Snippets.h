@@ -22,6 +22,9 @@ class Snippets : public QObject
 private Q_SLOTS:
     void init();
 
+    void readme();
+    void readmeTranslations();
+
     void firstRequest();
     void firstRequestInAWindow();
     void firstRequestWithSettings();

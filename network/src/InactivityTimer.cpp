@@ -39,7 +39,8 @@ void InactivityTimer::restart()
 void InactivityTimer::timerEvent(QTimerEvent* /*event*/)
 {
     const auto left = m_limit - m_sinceProgress.elapsed();
-    if (left > 0) {
+    const auto early = m_limit / 20; // as much as a coarse timer may be
+    if (left > early) {
         start(static_cast<int>(left));
     } else {
         unwatch();

@@ -454,7 +454,8 @@ void NetworkTask::Private::onTransportLost()
         return;
     timer->unwatch();
     q->resetNetworkConnection();
-    q->setNetworkReply(nullptr); // at once: a reply that has not begun would go on with a manager that is gone
+    q->setNetworkReply(
+        nullptr); // at once: a reply that has not begun would go on with a manager that is gone
     const auto text = NetworkTask::tr("Network error");
     q->setNetworkResponseError(QNetworkReply::UnknownNetworkError);
     q->setNetworkResponseErrorMessage(text);

@@ -385,8 +385,10 @@ private Q_SLOTS:
         process.setProcessChannelMode(QProcess::MergedChannels);
         process.start(QCoreApplication::applicationFilePath(), {QStringLiteral("quit")});
         QVERIFY(process.waitForFinished());
-        QCOMPARE(process.readAll(), QByteArray());
-        QCOMPARE(process.exitCode(), 0);
+        const auto output = process.readAll();
+        // Qt's own thread may hold something to the end, with or without this library.
+        const bool isLeakOfQt = output.contains("LeakSanitizer") && !output.contains(" orv::");
+        QVERIFY2(isLeakOfQt || (output.isEmpty() && process.exitCode() == 0), output.constData());
     }
 
 private:
