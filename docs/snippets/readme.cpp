@@ -4,6 +4,7 @@
 #include <NetworkQueue.h>
 
 #include <QCoreApplication>
+#include <QJsonObject>
 #include <QTranslator>
 
 #include <algorithm>
