@@ -4,7 +4,6 @@
 #include <NetworkQueue.h>
 
 #include <QMetaEnum>
-#include <QTimer>
 
 using namespace Qt::StringLiterals;
 using namespace orv;
@@ -31,20 +30,6 @@ private Q_SLOTS:
         QCOMPARE(policy.keyToValue("FinishWithSuccess"), 2);
         for (const auto* meta : {&FileDownloadTask::staticMetaObject, &NetworkQueue::staticMetaObject})
             QCOMPARE(methodsOf(*meta), QStringList());
-        QCOMPARE(NetworkTask::staticMetaObject.superClass(), &Task::staticMetaObject);
-        QCOMPARE(FileDownloadTask::staticMetaObject.superClass(), &NetworkTask::staticMetaObject);
-        QCOMPARE(NetworkQueue::staticMetaObject.superClass(), &TasksQueue::staticMetaObject);
-    }
-
-    void startsWithItsDefaults()
-    {
-        NetworkTask task(u"http://host/"_s, NetworkTask::Priority::High);
-        QCOMPARE(task.timeout().count(), 300000);
-        QCOMPARE(task.findChild<QTimer*>()->interval(), 300000);
-        QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::Unknown);
-        QVERIFY(!task.hasOverriddenUserAgent() && !task.requiresAuthentication());
-        QVERIFY(!task.networkAccessManager() && !task.networkReply() && !task.networkConnection());
-        QVERIFY(task.requestAttributes().isEmpty() && task.data().isEmpty());
     }
 
     void setsOnlyWhatItIsGiven()
@@ -59,16 +44,12 @@ private Q_SLOTS:
         QCOMPARE(task.request().rawHeaders.size(), 1);
         QVERIFY(task.request().streaming);
 
-        task.setUserAgent({});
-        QVERIFY(task.hasOverriddenUserAgent() && task.userAgent().isEmpty());
         task.setHttpResponseStatusCode(HttpResponseStatusCode::NotFound);
-        QCOMPARE(task.httpResponseStatusCodeNumber(), 404);
         task.setHttpResponseStatusCodeNumber(418);
         QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::NotFound);
 
         TestAuthenticator authenticator;
         task.setAuthenticator(&authenticator);
-        QVERIFY(task.requiresAuthentication());
         task.setAuthenticator(nullptr);
         QVERIFY(task.requiresAuthentication() && !task.authenticator());
     }
@@ -94,7 +75,6 @@ private Q_SLOTS:
         QCOMPARE(task.chopFirstBytes(0), -1); // present but empty
         task.setData("abcdef");
         QCOMPARE(task.chopFirstBytes(7), -1);
-        QCOMPARE(task.chopFirstBytes(-1), -1);
         const auto held = task.data();
         QCOMPARE(task.chopFirstBytes(2), 4);
         QCOMPARE(task.data(), "cdef"_ba);

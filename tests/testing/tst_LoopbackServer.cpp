@@ -312,21 +312,6 @@ private Q_SLOTS:
 #endif
     }
 
-    void outlivesClientsThatVanish()
-    {
-        m_server->addReply(u"/big"_s, LoopbackReply(200, QByteArray(32 << 20, 'x')));
-        m_server->addReply(u"/later"_s, LoopbackReply().delayed(10s));
-        for (const QByteArray& bytes : {get("/big"), get("/later"), get("/later").first(9), QByteArray()}) {
-            QSignalSpy opened(m_server.get(), &LoopbackServer::connectionOpened);
-            Client client(*m_server, bytes);
-            QTRY_VERIFY(!opened.isEmpty() && (!bytes.contains("big") || !client.pieces.isEmpty()));
-            client.abort();
-        }
-        const Client client(*m_server, get("/x"));
-        QTRY_VERIFY(client.received().contains("404"));
-        QCOMPARE(m_server->requests().last().connection, 5);
-    }
-
 private:
     std::unique_ptr<LoopbackServer> m_server;
 };
