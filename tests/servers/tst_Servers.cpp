@@ -1,3 +1,4 @@
+#include "../Rows.h"
 #include "FetchProcess.h"
 #include "RealServer.h"
 
