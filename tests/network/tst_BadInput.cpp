@@ -148,16 +148,6 @@ private Q_SLOTS:
         QCOMPARE(task.hasError(), attempts == 1);
     }
 
-    void timesOutAtOnceWithATimeoutOfZero()
-    {
-        m_server->addReply(u"/"_s, LoopbackReply(200).delayed(1h));
-        TestTask task(m_server->url());
-        task.setTimeout(0);
-        task.setMaxRetriesCount(0);
-        QVERIFY(task.run());
-        QCOMPARE(task.error().errorDetails().toInt(), 2408);
-    }
-
     // So long a delay never ends; the task waits and can be cancelled.
     void waitsForDelaysBeyondAnyTimer()
     {

@@ -45,14 +45,6 @@ private Q_SLOTS:
         QCOMPARE(static_cast<int>(httpResponseStatusCode(error)), errorCode ? code : 200);
     }
 
-    void forcesErrorsOfSuccesses()
-    {
-        const auto error = forcedNetworkError(Code::OK, {});
-        QCOMPARE(error.errorCode(), ErrorCode::Network);
-        QCOMPARE(error.errorMessage(), u"HTTP connection error: OK."_s);
-        QCOMPARE(error.errorDetails().toInt(), 2200);
-    }
-
     void makesErrorsOfTransportFailures()
     {
         QVERIFY(!networkError(QNetworkReply::NoError, u"ignored"_s).hasError());
@@ -107,15 +99,6 @@ private Q_SLOTS:
                     !status);
             QVERIFY(messages.warnings.isEmpty());
         }
-    }
-
-    void checksForNullReplies()
-    {
-        ErrorWarningMessages messages;
-        const auto error = checkHttpStatus(nullptr, &messages);
-        QCOMPARE(error.errorCode(), ErrorCode::InvalidArgument);
-        QCOMPARE(error.catchTrail().size(), 2);
-        QCOMPARE(messages.errors, u"Unexpected nullptr"_s);
     }
 };
 

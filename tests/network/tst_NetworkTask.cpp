@@ -1,10 +1,5 @@
 #include "NetworkTestSupport.h"
 
-#include <FileDownloadTask.h>
-#include <NetworkQueue.h>
-
-#include <QMetaEnum>
-
 using namespace Qt::StringLiterals;
 using namespace orv;
 
@@ -13,25 +8,6 @@ class tst_NetworkTask : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void declaresMembersInOrder()
-    {
-        QCOMPARE(methodsOf(NetworkTask::staticMetaObject),
-                 (QStringList{u"signal readyRead() const"_s, u"signal retried() const"_s,
-                              u"signal aboutToRetry()"_s, u"slot read(qlonglong)"_s, u"slot read()"_s,
-                              u"slot exec()"_s, u"slot cancel()"_s}));
-        QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
-                 (QStringList{u"signal authenticating()"_s, u"signal authenticated()"_s,
-                              u"signal error(orv::AbstractAuthenticator::Error)"_s,
-                              u"slot onAuthenticationRequired()"_s, u"slot cancel()"_s}));
-        QCOMPARE(AbstractAuthenticator::staticMetaObject.enumeratorCount(), 0);
-        const auto policy = QMetaEnum::fromType<NetworkTask::ErrorPolicy>();
-        QCOMPARE(NetworkTask::staticMetaObject.enumeratorCount(), 1);
-        QCOMPARE(policy.keyCount(), 3);
-        QCOMPARE(policy.keyToValue("FinishWithSuccess"), 2);
-        for (const auto* meta : {&FileDownloadTask::staticMetaObject, &NetworkQueue::staticMetaObject})
-            QCOMPARE(methodsOf(*meta), QStringList());
-    }
-
     void setsOnlyWhatItIsGiven()
     {
         TestTask task;

@@ -74,21 +74,6 @@ private Q_SLOTS:
         QCOMPARE(task->log(), u"started finished"_s);
     }
 
-    void waitsForALoginThatIsUnderWay()
-    {
-        m_authenticator->onAuthenticationRequired();
-        auto first = makeTask(m_authenticator.get());
-        auto second = makeTask(m_authenticator.get());
-        first->exec();
-        second->exec();
-        QVERIFY(first->isPaused() && second->isPaused());
-        QCOMPARE(m_authenticator->logins, 1);
-        m_authenticator->succeed("good");
-        QTRY_VERIFY(first->isFinished() && second->isFinished());
-        QVERIFY(!first->hasError() && !second->hasError());
-        QCOMPARE(m_server->requests().size(), 2);
-    }
-
     void endsWithTheAuthenticatorsError()
     {
         for (const auto policy : {NetworkTask::FinishWithError, NetworkTask::FinishWithSuccess}) {

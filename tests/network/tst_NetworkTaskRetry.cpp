@@ -2,8 +2,6 @@
 
 #include <TasksQueue.h>
 
-#include <QHttpMultiPart>
-
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -138,22 +136,6 @@ private Q_SLOTS:
         QCOMPARE(started.join(QString()), u"121"_s); // behind, with priority 0
         QCOMPARE(first->log(), u"started aboutToRetry retried started finished"_s);
         QVERIFY(!first->hasError() && !second->hasError());
-    }
-
-    void makesMultipartContentForEachAttempt()
-    {
-        answer({503, 503, 200});
-        auto task = makeTask();
-        task->change([](NetworkRequest& request) { request.method = NetworkRequest::Method::Post; });
-        int made = 0;
-        task->multiPartFactory = [&] {
-            ++made;
-            return new QHttpMultiPart;
-        };
-        QVERIFY(task->run());
-        QCOMPARE(made, 3);
-        QCOMPARE(task->findChildren<QHttpMultiPart*>().size(), 1);
-        QCOMPARE(task->findChildren<QNetworkReply*>().size(), 1);
     }
 
 private:

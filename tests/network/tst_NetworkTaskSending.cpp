@@ -290,20 +290,6 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorDetails().toInt(), 2408);
     }
 
-    void logsWhatItSendsMasked()
-    {
-        LogCatcher log("orv.network.info=true");
-        TestTask task(m_server->url(), Method::Post);
-        task.change([](auto& request) {
-            request.postData = "secret";
-            request.postDataContentType = "a/b";
-            request.setMaskingFunction([](const QByteArray&) { return QByteArray(3000, 'm'); });
-        });
-        QVERIFY(task.run());
-        const auto logged = u"Using dataContentType \"a/b\" (6bytes): \"%1\"\n"_s.arg(QString(2000, u'm'));
-        QVERIFY2(log.text().contains(logged), qPrintable(log.text()));
-    }
-
 private:
     QTemporaryDir m_home;
     std::unique_ptr<LoopbackServer> m_server;

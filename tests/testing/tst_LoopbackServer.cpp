@@ -13,12 +13,6 @@
 #include <QTest>
 #include <QThread>
 
-#ifdef Q_OS_UNIX
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-#endif
-
 using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
@@ -55,33 +49,6 @@ QNetworkRequest trusting(const QString& url)
     request.setSslConfiguration(configuration);
     return request;
 }
-
-#ifdef Q_OS_UNIX
-/// How a reply ends, which QTcpSocket does not tell: it reports FIN and RST alike.
-bool endsInReset(const LoopbackServer& server, const QByteArray& request)
-{
-    const int client = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(server.port());
-    const bool isSent =
-        ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
-        ::send(client, request.constData(), size_t(request.size()), 0) == request.size();
-    bool isReset = false;
-    const bool hasEnded = isSent && QTest::qWaitFor([&] {
-                              char buffer[100];
-                              ssize_t size = 0;
-                              do {
-                                  size = ::recv(client, buffer, sizeof(buffer), MSG_DONTWAIT);
-                              } while (size > 0);
-                              isReset = size < 0 && errno == ECONNRESET;
-                              return size == 0 || isReset;
-                          });
-    ::close(client);
-    return hasEnded && isReset;
-}
-#endif
 
 } // namespace
 
@@ -125,23 +92,6 @@ private Q_SLOTS:
         QVERIFY(reply->readAll() == content);
         thread.quit();
         thread.wait();
-    }
-
-    void servesOverTlsOnly()
-    {
-        LoopbackServer server(LoopbackServer::Transport::Tls);
-        QVERIFY(!server.listen().hasError());
-        const Client plain(server, get("/"));
-        QTRY_VERIFY(plain.isClosed());
-
-        QNetworkAccessManager manager;
-        QUrl byName(server.url());
-        byName.setHost(u"localhost"_s);
-        const std::unique_ptr<QNetworkReply> trusted(manager.get(trusting(byName.toString())));
-        QTRY_COMPARE(trusted->error(), QNetworkReply::ContentNotFoundError);
-        const std::unique_ptr<QNetworkReply> refused(manager.get(QNetworkRequest(QUrl(server.url()))));
-        QTRY_COMPARE(refused->error(), QNetworkReply::SslHandshakeFailedError);
-        QCOMPARE(server.requests().size(), 1);
     }
 
     void mayBeDeletedWhereverItCallsOut_data()
@@ -287,12 +237,9 @@ private Q_SLOTS:
 
     void damagesTheReplyAtTheByteTold_data()
     {
-        addColumns<LoopbackReply, QByteArrayList, bool>({"reply", "pieces", "isReset"});
+        const auto row = addColumns<LoopbackReply, QByteArrayList>({"reply", "pieces"});
         const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
         const LoopbackReply text(200, "text", "");
-        const auto row = [](const char* name, const LoopbackReply& reply, const QByteArrayList& pieces) {
-            QTest::newRow(name) << reply << pieces << QByteArray(name).startsWith("reset");
-        };
         row("cut in the head", LoopbackReply(text).cutAfter(7), {all.first(7)});
         row("reset in the content", LoopbackReply(text).resetAfter(40), {all.first(40)});
         row("split", LoopbackReply::raw(all).splitAt(20), {all.first(20), all.sliced(20)});
@@ -307,9 +254,6 @@ private Q_SLOTS:
         const Client client(*m_server, get("/"));
         QTRY_VERIFY(client.isClosed());
         QTEST(client.pieces, "pieces");
-#ifdef Q_OS_UNIX
-        QTEST(endsInReset(*m_server, get("/")), "isReset");
-#endif
     }
 
 private:
