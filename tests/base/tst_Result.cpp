@@ -153,14 +153,6 @@ private Q_SLOTS:
         QCOMPARE(result.error().warnings().join(u' '), u"e f"_s);
         result.clearWarnings();
         QVERIFY(result.error().warnings().isEmpty() && result.warnings().isEmpty());
-
-        Result<int> success = 4;
-        success.addWarning(u"a"_s);
-        QCOMPARE(success.warnings().size(), 1);
-        QVERIFY(success.error().warnings().isEmpty());
-        const Error error = failed("x").error();
-        success = error;
-        QCOMPARE(success.warnings(), error.warnings());
     }
 };
 

@@ -131,33 +131,18 @@ private Q_SLOTS:
         QCOMPARE(readFile(m_out + u"/file"_s), "old"_ba);
     }
 
-    void reportsDisksThatCannotBeWritten_data()
+    void reportsADiskThatIsFull()
     {
-        const auto row = addColumns<QString, int, QString>({"options", "errorCode", "message"});
-        row("full", u"remount,size=64k"_s, int(ErrorCode::General), u"Could not write downloaded file"_s);
-        row("read-only", u"remount,ro"_s, int(ErrorCode::FileAccess), u"Could not open destination file"_s);
-    }
-
-    void reportsDisksThatCannotBeWritten()
-    {
-        QFETCH(QString, options);
-        QFETCH(int, errorCode);
         const auto disk = m_home->filePath(u"disk"_s);
         QVERIFY(QDir(m_home->path()).mkdir(u"disk"_s));
-        const auto mount = [&](const QString& how) {
-            return QProcess::execute(u"mount"_s, {u"-ttmpfs"_s, u"-o"_s, how, u"tmpfs"_s, disk}) == 0;
-        };
-        if (!mount(u"size=64k"_s))
+        if (QProcess::execute(u"mount"_s, {u"-ttmpfs"_s, u"-osize=64k"_s, u"tmpfs"_s, disk}) != 0)
             QSKIP("a disk of its own needs root");
         const auto unmount = qScopeGuard([&] { QProcess::execute(u"umount"_s, {disk}); });
         QVERIFY(writeFile(disk + u"/file"_s, "old"));
-        QVERIFY(mount(options));
-
         m_server->addReply(u"/file"_s, LoopbackReply(200, QByteArray(100000, 'x')));
         const auto task = makeTask(u"/file"_s, disk);
         QVERIFY(run(*task));
-        QCOMPARE(static_cast<int>(task->error().errorCode()), errorCode);
-        QTEST(task->error().errorMessage(), "message");
+        QCOMPARE(task->error().errorMessage(), u"Could not write downloaded file"_s);
         QCOMPARE(filesIn(disk), QStringList{u"file"_s});
         QCOMPARE(readFile(disk + u"/file"_s), "old"_ba);
     }

@@ -83,17 +83,6 @@ private Q_SLOTS:
         QVERIFY2(text.endsWith(u"NotFound httpResponseStatusCodeNumber=404)"_s), qPrintable(text));
         QVERIFY(task.errorMessage().isEmpty());
     }
-
-    void logsNothingUntilItIsAskedTo()
-    {
-        LogCatcher log("");
-        TestTask task(u"http://127.0.0.1:1/"_s);
-        task.setRetriesEnabled(false);
-        QVERIFY(task.run());
-        task.exec();
-        task.read();
-        QVERIFY2(log.lines.isEmpty(), qPrintable(log.text()));
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_NetworkTask)

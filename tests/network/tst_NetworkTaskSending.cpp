@@ -269,8 +269,6 @@ private Q_SLOTS:
         QCOMPARE(request.postData, QJsonDocument(json).toJson(QJsonDocument::Indented));
         QCOMPARE(request.postDataContentType, "application/json"_ba);
         QVERIFY(!request.streaming);
-        const auto none = task.prepareRequest(base, u"/x"_s, Method::Get).value();
-        QVERIFY(none.postDataContentType.isEmpty());
     }
 
     void readsTheTimeoutSettingOnEveryAttempt()
