@@ -48,18 +48,6 @@ private Q_SLOTS:
         QCOMPARE(copy.catchTrail().size(), 2);
     }
 
-    void editsItsWarnings()
-    {
-        Error error(ErrorCode::General);
-        error.addWarning(u"a"_s).addWarnings({u"b"_s, u"c"_s});
-        QCOMPARE(error.warnings().join(u' '), u"a b c"_s);
-        error.resetWarning(u"d"_s);
-        QCOMPARE(error.warnings(), QStringList{u"d"_s});
-        error.resetWarnings({u"e"_s, u"f"_s});
-        QCOMPARE(error.warnings().join(u' '), u"e f"_s);
-        QVERIFY(error.clearWarnings().warnings().isEmpty());
-    }
-
     void printsWhatALogReaderNeeds()
     {
         QString text;

@@ -142,17 +142,6 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, Result<Tracked>{source});
     }
 
-    void carriesMoveOnlyValues()
-    {
-        Result<MoveOnly> result = std::make_unique<int>(4);
-        Result<MoveOnly> other = Error(ErrorCode::General, "no");
-        other = std::move(result);
-        const MoveOnly taken = std::move(other).value();
-        QCOMPARE(*taken, 4);
-        other = Error(ErrorCode::General, "again");
-        QCOMPARE(other.error().errorMessage(), u"again"_s);
-    }
-
     void warnsItsErrorToo()
     {
         auto result = failed("x");
@@ -160,20 +149,10 @@ private Q_SLOTS:
         result.addWarnings({u"b"_s, u"c"_s});
         QCOMPARE(result.error().warnings().join(u' '), u"w a b c"_s);
         QCOMPARE(result.warnings(), result.error().warnings());
-        result.resetWarning(u"d"_s);
-        QCOMPARE(result.error().warnings(), QStringList{u"d"_s});
         result.resetWarnings({u"e"_s, u"f"_s});
-        QCOMPARE(result.error().warnings().size(), 2);
+        QCOMPARE(result.error().warnings().join(u' '), u"e f"_s);
         result.clearWarnings();
         QVERIFY(result.error().warnings().isEmpty() && result.warnings().isEmpty());
-
-        Result<int> success = 4;
-        success.addWarning(u"a"_s);
-        QCOMPARE(success.warnings().size(), 1);
-        QVERIFY(success.error().warnings().isEmpty());
-        const Error error = failed("x").error();
-        success = error;
-        QCOMPARE(success.warnings(), error.warnings());
     }
 };
 

@@ -55,11 +55,9 @@ private Q_SLOTS:
     {
         using Step = std::function<void(Scene&)>;
         const Step nothing = [](Scene&) {};
-        const Step run = [](Scene& s) { s.task->exec(); };
         const Step append = [](Scene& s) { s.queue.append(s.task); };
         const Step succeed = [](Scene& s) { s.task->finish({}); };
         const Step fail = [](Scene& s) { s.task->finish(Error(ErrorCode::Network)); };
-        const Step failAtOnce = [fail](Scene& s) { s.task->begin = [fail, &s] { fail(s); }; };
         const Step cancel = [](Scene& s) { s.task->cancel(); };
         const Step destroy = [](Scene& s) { s.owner.reset(), s.task = nullptr; };
         const Step destroyLater = [](Scene& s) { // in finished()
@@ -77,8 +75,6 @@ private Q_SLOTS:
         QTest::newRow("destroyed") << nothing << destroy << "run | 1000";
         QTest::newRow("null") << destroy << nothing << "1000 |";
         QTest::newRow("finished before") << succeed << nothing << "0 |";
-        QTest::newRow("ends as it starts") << failAtOnce << nothing << "24 |";
-        QTest::newRow("runs before") << run << succeed << "run | 0";
         QTest::newRow("in a queue") << append << succeed << "| run 0";
         QTest::newRow("destroyed in finished(), by an earlier slot")
             << destroyLater << succeed << "run | 1000";

@@ -50,14 +50,6 @@ private Q_SLOTS:
         QCOMPARE(authenticator.retryDelay(), std::chrono::seconds(0));
     }
 
-    void mayBeDeletedInsideItsLogin()
-    {
-        QPointer<TestAuthenticator> authenticator = new TestAuthenticator;
-        authenticator->duringLogin = [&] { delete authenticator; };
-        authenticator->onAuthenticationRequired();
-        QVERIFY(!authenticator);
-    }
-
     void isReferredToWithoutBeingOwned()
     {
         Authenticable first;

@@ -6,7 +6,6 @@
 #include <QProcess>
 #include <QScopeGuard>
 #include <QTemporaryDir>
-#include <QTimer>
 
 #include <memory>
 
@@ -72,22 +71,11 @@ private Q_SLOTS:
         row(u"/console.txt"_s, "console.txt");
         row(u"/x%2F..%2F..%2Fpasswd"_s, "passwd");
         row(u"/"_s + QString(255, u'n'), QByteArray(255, 'n').constData());
-        const QStringList hostile{u"/"_s,
-                                  u"/files/"_s,
-                                  u"/%2e%2e"_s,
-                                  u"/%2e"_s,
-                                  u"/x%2F%2e%2e"_s,
-                                  u"/..%5Cpasswd"_s,
-                                  u"/a%00b"_s,
-                                  u"/a%0Ab"_s,
-                                  u"/%2e%2e%20"_s,
-                                  u"/NUL"_s,
-                                  u"/con.txt"_s,
-                                  u"/Lpt1%20.x"_s,
-                                  u'/' + QString(300, u'n'),
-                                  u'/' + u"%C3%A9"_s.repeated(128)};
-        for (const auto& path : hostile)
-            row(path, "");
+        for (const auto* path : {"/", "/files/", "/%2e%2e", "/%2e", "/x%2F%2e%2e", "/..%5Cpasswd", "/a%00b",
+                                 "/a%0Ab", "/%2e%2e%20", "/NUL", "/con.txt", "/Lpt1%20.x"})
+            row(QString::fromLatin1(path), "");
+        row(u'/' + QString(300, u'n'), "");
+        row(u'/' + u"%C3%A9"_s.repeated(128), "");
     }
 
     void namesTheFileAfterTheUrl()
@@ -130,71 +118,31 @@ private Q_SLOTS:
         QCOMPARE(filesIn(m_out), QStringList{u"new.bin"_s});
     }
 
-    void leavesWhatIsThereWhenItFails_data()
+    void leavesWhatIsThereWhenItIsCanceled()
     {
-        addColumns<LoopbackReply, bool>({"reply", "isCanceled"});
-        const auto row = [](const char* name, const LoopbackReply& reply) {
-            QTest::newRow(name) << reply << QByteArray(name).startsWith("canceled");
-        };
-        const LoopbackReply whole(200, QByteArray(1000, 'x'));
-        row("404", LoopbackReply(404, "no"));
-        row("204", LoopbackReply(204));
-        row("cut in the head", LoopbackReply(whole).cutAfter(20));
-        row("cut in the content", LoopbackReply(whole).cutAfter(700));
-        row("reset in the content", LoopbackReply(whole).resetAfter(700));
-        row("stalled", LoopbackReply(200, "x").withField("Content-Length", "9"));
-        row("canceled before the head", LoopbackReply::silence());
-        row("canceled in the content", LoopbackReply(whole).dripped(100, 5ms));
-    }
-
-    void leavesWhatIsThereWhenItFails()
-    {
-        QFETCH(LoopbackReply, reply);
-        QFETCH(bool, isCanceled);
-        m_server->addReply(u"/file"_s, reply);
+        m_server->addReply(u"/file"_s, LoopbackReply(200, QByteArray(1000, 'x')).dripped(100, 5ms));
         QVERIFY(writeFile(m_out + u"/file"_s, "old"));
         const auto task = makeTask(u"/file"_s, m_out);
-        task->setTimeout(isCanceled ? 10s : 100ms);
-        if (isCanceled) {
-            connect(task.get(), &NetworkTask::readyRead, task.get(), &NetworkTask::cancel);
-            connect(m_server.get(), &LoopbackServer::requestReceived, task.get(),
-                    [&] { QTimer::singleShot(100, task.get(), &NetworkTask::cancel); });
-        }
+        connect(task.get(), &NetworkTask::readyRead, task.get(), &NetworkTask::cancel);
         QVERIFY(run(*task));
-        QVERIFY(task->hasError());
-        QCOMPARE(task->error().errorCode(), isCanceled ? ErrorCode::Canceled : ErrorCode::Network);
+        QCOMPARE(task->error().errorCode(), ErrorCode::Canceled);
         QCOMPARE(task->error().catchTrail().size(), 1);
         QCOMPARE(filesIn(m_out), QStringList{u"file"_s});
         QCOMPARE(readFile(m_out + u"/file"_s), "old"_ba);
     }
 
-    void reportsDisksThatCannotBeWritten_data()
+    void reportsADiskThatIsFull()
     {
-        const auto row = addColumns<QString, int, QString>({"options", "errorCode", "message"});
-        row("full", u"remount,size=64k"_s, int(ErrorCode::General), u"Could not write downloaded file"_s);
-        row("read-only", u"remount,ro"_s, int(ErrorCode::FileAccess), u"Could not open destination file"_s);
-    }
-
-    void reportsDisksThatCannotBeWritten()
-    {
-        QFETCH(QString, options);
-        QFETCH(int, errorCode);
         const auto disk = m_home->filePath(u"disk"_s);
         QVERIFY(QDir(m_home->path()).mkdir(u"disk"_s));
-        const auto mount = [&](const QString& how) {
-            return QProcess::execute(u"mount"_s, {u"-ttmpfs"_s, u"-o"_s, how, u"tmpfs"_s, disk}) == 0;
-        };
-        if (!mount(u"size=64k"_s))
+        if (QProcess::execute(u"mount"_s, {u"-ttmpfs"_s, u"-osize=64k"_s, u"tmpfs"_s, disk}) != 0)
             QSKIP("a disk of its own needs root");
         const auto unmount = qScopeGuard([&] { QProcess::execute(u"umount"_s, {disk}); });
         QVERIFY(writeFile(disk + u"/file"_s, "old"));
-        QVERIFY(mount(options));
-
         m_server->addReply(u"/file"_s, LoopbackReply(200, QByteArray(100000, 'x')));
         const auto task = makeTask(u"/file"_s, disk);
         QVERIFY(run(*task));
-        QCOMPARE(static_cast<int>(task->error().errorCode()), errorCode);
-        QTEST(task->error().errorMessage(), "message");
+        QCOMPARE(task->error().errorMessage(), u"Could not write downloaded file"_s);
         QCOMPARE(filesIn(disk), QStringList{u"file"_s});
         QCOMPARE(readFile(disk + u"/file"_s), "old"_ba);
     }

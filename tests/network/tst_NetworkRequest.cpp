@@ -22,15 +22,6 @@ private:
     }
 
 private Q_SLOTS:
-    void takesAcceptedTypesAndNoContent()
-    {
-        const auto request = login();
-        QCOMPARE(request.acceptedContentTypes, "application/json"_ba);
-        QVERIFY(NetworkRequest().acceptedContentTypes.isEmpty());
-        QCOMPARE(NetworkRequest().method, NetworkRequest::Method::Get);
-        QCOMPARE(NetworkRequest::defaultContentType, NetworkRequest::jsonContentType);
-    }
-
     void comparesWhatIdentifiesIt()
     {
         const auto request = login();
@@ -86,17 +77,6 @@ private Q_SLOTS:
         QCOMPARE(text, u"struct orv::NetworkRequest(url=\"http://host/Path\" "
                        u"postDataContentType=\"application/json\" postData=\"***\" "
                        u"acceptedContentTypes=\"application/json\" method=Method::Put)"_s);
-    }
-
-    void printsMethods()
-    {
-        QString text;
-        QDebug(&text) << NetworkRequest::Method::Head << NetworkRequest::Method::Delete;
-        QCOMPARE(text, u"Method::HeadMethod::Delete"_s);
-        text.clear();
-        QDebug(&text) << static_cast<NetworkRequest::Method>(7) << "a"
-                      << "b";
-        QCOMPARE(text, u"a b "_s);
     }
 };
 

@@ -1,7 +1,5 @@
 #include "NetworkTestSupport.h"
 
-#include <NetworkQueue.h>
-
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -34,8 +32,9 @@ private Q_SLOTS:
     {
         m_server = std::make_unique<LoopbackServer>();
         m_server->setHandler([this](const LoopbackRequest& request) {
-            return request.field("Authorization") == m_accepted ? LoopbackReply(200, "in")
-                                                                : LoopbackReply(401, "out");
+            return request.field("Authorization") == m_accepted
+                       ? LoopbackReply(200, "in")
+                       : LoopbackReply(401, "out").withField("WWW-Authenticate", "Basic realm=\"x\"");
         });
         QVERIFY(!m_server->listen().hasError());
         m_authenticator = std::make_unique<TestAuthenticator>();
@@ -54,20 +53,8 @@ private Q_SLOTS:
         QCOMPARE(task->retriesCount(), 0);
     }
 
-    void getsANewTokenWhenTheOldOneIsRefused_data()
-    {
-        addRows("challenge", {"", "Bearer realm=\"x\", error=\"invalid_token\"", "Basic realm=\"x\""});
-    }
-
     void getsANewTokenWhenTheOldOneIsRefused()
     {
-        QFETCH(QString, challenge);
-        m_server->setHandler([&](const LoopbackRequest& request) {
-            LoopbackReply refusal(401, "out");
-            if (!challenge.isEmpty())
-                refusal.withField("WWW-Authenticate", challenge.toLatin1());
-            return request.field("Authorization") == m_accepted ? LoopbackReply(200, "in") : refusal;
-        });
         m_authenticator->currentToken = u"expired"_s;
         auto task = makeTask(m_authenticator.get());
         task->setDelay(0);
@@ -83,38 +70,6 @@ private Q_SLOTS:
         QCOMPARE(task->data(), "in"_ba); // ... and gone with the new reply
         QCOMPARE(m_server->requests().size(), 3);
         QCOMPARE(task->log(), u"started finished"_s);
-    }
-
-    void waitsForALoginThatIsUnderWay()
-    {
-        m_authenticator->onAuthenticationRequired();
-        auto first = makeTask(m_authenticator.get());
-        auto second = makeTask(m_authenticator.get());
-        first->exec();
-        second->exec();
-        QVERIFY(first->isPaused() && second->isPaused());
-        QCOMPARE(m_authenticator->logins, 1);
-        m_authenticator->succeed("good");
-        QTRY_VERIFY(first->isFinished() && second->isFinished());
-        QVERIFY(!first->hasError() && !second->hasError());
-        QCOMPARE(m_server->requests().size(), 2);
-    }
-
-    void waitsWhenASubclassSaysSo()
-    {
-        m_authenticator->currentToken = u"good"_s;
-        auto task = makeTask(m_authenticator.get());
-        task->setResponseHandler(HttpResponseStatusCode::OK, [&] {
-            if (m_authenticator->logins == 0)
-                task->handleUnauthorizedError();
-            else
-                task->finish(Error());
-        });
-        task->exec();
-        QTRY_VERIFY(task->isPaused());
-        m_authenticator->succeed("good");
-        QTRY_VERIFY(task->isFinished());
-        QCOMPARE(m_server->requests().size(), 2);
     }
 
     void endsWithTheAuthenticatorsError()
@@ -202,40 +157,6 @@ private Q_SLOTS:
         QTRY_VERIFY(task->isFinished());
         QCOMPARE(task->error().errorCode(), isNull ? ErrorCode::AuthenticationFailed : ErrorCode::None);
         QCOMPARE(m_server->requests().size(), isNull ? 0 : 1);
-    }
-
-    void isCanceledWhileItWaits()
-    {
-        auto task = makeWaitingTask();
-        task->cancel();
-        QCOMPARE(task->error().errorCode(), ErrorCode::Canceled);
-        m_authenticator->succeed("good");
-        QTest::qWait(10);
-        QCOMPARE(m_server->connectionCount(), 0);
-        QCOMPARE(task->log(), u"started canceled finished"_s);
-    }
-
-    void logsInThroughTheQueueThatWaits()
-    {
-        m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
-        NetworkQueue queue; // one slot
-        queue.setAuthenticator(m_authenticator.get());
-        TestTask login(m_server->url(u"/login"_s));
-        m_authenticator->duringLogin = [&] {
-            connect(&login, &Task::finished, m_authenticator.get(),
-                    [&] { m_authenticator->succeed(login.data().constData()); });
-            queue.setAuthenticator(nullptr); // the login itself needs none
-            queue.append(&login);
-        };
-        std::vector<std::unique_ptr<TestTask>> tasks;
-        for (int i = 0; i < 5; ++i) {
-            tasks.push_back(std::make_unique<TestTask>(m_server->url()));
-            queue.append(tasks.back().get());
-        }
-        QTRY_VERIFY(queue.isEmpty());
-        for (const auto& task : tasks)
-            QVERIFY(task->isFinished() && !task->hasError());
-        QCOMPARE(m_authenticator->logins, 1);
     }
 
 private:

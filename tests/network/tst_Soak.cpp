@@ -2,11 +2,8 @@
 
 #include <NetworkQueue.h>
 
-#include <QFile>
 #include <QRandomGenerator>
 #include <QTimer>
-
-#include <unistd.h>
 
 using namespace Qt::StringLiterals;
 using namespace orv;
@@ -39,15 +36,6 @@ LoopbackReply randomReply(QRandomGenerator& random)
     return failures.value(random.bounded(20), good);
 }
 
-// Pages that the process holds, in bytes; 0 where nobody can tell.
-qint64 residentMemory()
-{
-    QFile file(u"/proc/self/statm"_s);
-    if (!file.open(QIODevice::ReadOnly))
-        return 0;
-    return file.readAll().split(' ').value(1).toLongLong() * sysconf(_SC_PAGESIZE);
-}
-
 } // namespace
 
 /// Many tasks against a server that fails at random, some of them deleted or cancelled on the way.
@@ -73,7 +61,6 @@ private Q_SLOTS:
         queue.setAuthenticator(&authenticator);
         queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
 
-        qint64 settled = 0;
         for (int round = 0; round < rounds; ++round) {
             Counts counts;
             for (int i = 0; i < ROUND; ++i)
@@ -82,13 +69,7 @@ private Q_SLOTS:
             QVERIFY(queue.isEmpty());
             QCOMPARE(counts.finishes.count(1), ROUND - counts.deleted);
             QCOMPARE(counts.finishes.count(0), counts.deleted);
-            if (round == rounds / 4)
-                settled = residentMemory();
         }
-        const auto grown = residentMemory() - settled;
-        const int tasks = (rounds - rounds / 4 - 1) * ROUND;
-        qInfo("%d tasks, %d logins, %lld bytes more for each of the last %d tasks", rounds * ROUND,
-              authenticator.logins, static_cast<long long>(tasks ? grown / tasks : 0), tasks);
         QVERIFY(authenticator.logins > 0);
     }
 

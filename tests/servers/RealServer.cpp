@@ -1,6 +1,7 @@
 #include "RealServer.h"
 
-#include <QFile>
+#include "../Files.h"
+
 #include <QRandomGenerator>
 #include <QStandardPaths>
 #include <QTcpServer>
@@ -94,20 +95,6 @@ std::array<quint16, 3> freePorts()
     return {servers[0].serverPort(), servers[1].serverPort(), servers[2].serverPort()};
 }
 
-QByteArray randomBytes(qsizetype size)
-{
-    QByteArray bytes(size, Qt::Uninitialized);
-    for (auto& byte : bytes)
-        byte = static_cast<char>(QRandomGenerator::global()->generate());
-    return bytes;
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
-}
-
 } // namespace
 
 RealServer::RealServer(Kind kind)
@@ -121,18 +108,9 @@ RealServer::RealServer(Kind kind)
 
 RealServer::~RealServer()
 {
-    stop();
-}
-
-void RealServer::stop()
-{
-    if (m_process.state() == QProcess::NotRunning)
-        return;
     m_process.terminate();
-    if (m_process.waitForFinished(5000))
-        return;
-    m_process.kill();
-    m_process.waitForFinished();
+    if (!m_process.waitForFinished(5000))
+        m_process.kill();
 }
 
 QString RealServer::missingProgram() const
@@ -146,17 +124,11 @@ QString RealServer::missingProgram() const
 
 QString RealServer::start()
 {
-    auto failure = prepareFiles();
+    const auto failure = prepareFiles();
     if (!failure.isEmpty())
         return failure;
-    // Somebody else may take a port between its choice and its use.
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        m_ports = freePorts();
-        if (launch())
-            return {};
-        stop();
-    }
-    return QString::fromUtf8(m_process.readAllStandardError());
+    m_ports = freePorts();
+    return launch() ? QString() : QString::fromUtf8(m_process.readAllStandardError());
 }
 
 bool RealServer::reload()
@@ -181,7 +153,9 @@ QByteArray RealServer::longText()
 
 QString RealServer::prepareFiles()
 {
-    m_content = randomBytes(1 << 20);
+    m_content.resize(1 << 20);
+    for (auto& byte : m_content)
+        byte = static_cast<char>(QRandomGenerator::global()->generate());
     const bool isWritten =
         writeFile(path(u"text"_s), "Hello from a server.\n") && writeFile(path(u"random"_s), m_content) &&
         writeFile(path(u"slow"_s), m_kind == Nginx ? m_content : QByteArray(SLOW_SCRIPT)) &&
@@ -229,11 +203,6 @@ bool RealServer::awaitPort(quint16 port)
         socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
         return socket.waitForConnected(1000);
     };
-    bool isAccepting = false;
-    const auto isDecided = [&] {
-        isAccepting = isOpen();
-        return isAccepting || m_process.state() == QProcess::NotRunning;
-    };
     // If another program has the port, the server ends by itself, and whoever answers is not ours.
-    return QTest::qWaitFor(isDecided, 10000) && isAccepting && m_process.state() == QProcess::Running;
+    return QTest::qWaitFor(isOpen, 10000) && m_process.state() == QProcess::Running;
 }

@@ -45,7 +45,6 @@ private:
     QString configuration() const;
     bool launch();
     bool awaitPort(quint16 port);
-    void stop();
     QString path(const QString& name) const { return m_directory.filePath(name); }
 
     const Kind m_kind;

@@ -1,3 +1,4 @@
+#include "../Rows.h"
 #include "FetchProcess.h"
 #include "RealServer.h"
 
@@ -101,202 +102,176 @@ public:
 
 Q_DECLARE_METATYPE(Scenario)
 
+#define REQUIRE(server)                                                                                      \
+    if (!(server)->missingProgram().isEmpty())                                                               \
+    QSKIP(qPrintable((server)->missingProgram() + u" is not installed"_s))
+
 /// The library, alone and in the program orv-fetch, against servers that others have written.
 class tst_Servers : public QObject
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
-
-    void fetches_data();
-    void fetches();
-    void refusesAnUnknownCertificate();
-    void losesNoTask_data();
-    void losesNoTask();
-    void outlivesAReload_data();
-    void outlivesAReload();
-
-private:
-    std::array<std::unique_ptr<RealServer>, 2> m_servers;
-};
-
-#define REQUIRE(server)                                                                                      \
-    if (!(server)->missingProgram().isEmpty())                                                               \
-    QSKIP(qPrintable((server)->missingProgram() + u" is not installed"_s))
-
-void tst_Servers::initTestCase()
-{
-    for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
-        auto& server = m_servers.at(kind);
-        server = std::make_unique<RealServer>(kind);
-        const auto failure = server->missingProgram().isEmpty() ? server->start() : QString();
-        QVERIFY2(failure.isEmpty(), qPrintable(failure));
+    void initTestCase()
+    {
+        for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
+            auto& server = m_servers.at(kind);
+            server = std::make_unique<RealServer>(kind);
+            const auto failure = server->missingProgram().isEmpty() ? server->start() : QString();
+            QVERIFY2(failure.isEmpty(), qPrintable(failure));
+        }
     }
-}
 
-void tst_Servers::cleanupTestCase()
-{
-    m_servers = {};
-}
+    void cleanupTestCase() { m_servers = {}; }
 
-void tst_Servers::fetches_data()
-{
-    QTest::addColumn<RealServer::Kind>("kind");
-    QTest::addColumn<QString>("path");
-    QTest::addColumn<QStringList>("options");
-    QTest::addColumn<int>("exitCode");
-    QTest::addColumn<QByteArray>("content");
-
-    const auto addRow = [](RealServer::Kind kind, const char* name, const QString& path, int exitCode,
-                           const QByteArray& content = {}, const QStringList& options = {}) {
-        const char* const server = kind == RealServer::Nginx ? "nginx" : "lighttpd";
-        QTest::addRow("%s: %s", server, name) << kind << path << options << exitCode << content;
-        QTest::addRow("%s: %s, streaming", server, name)
-            << kind << path << options + QStringList{u"--stream"_s} << exitCode << content;
-    };
-    for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
-        addRow(kind, "text", u"/text"_s, 0, "Hello from a server.\n");
-        addRow(kind, "a megabyte", u"/random"_s, 0, m_servers.at(kind)->content());
-        addRow(kind, "gzip", u"/long"_s, 0, RealServer::longText());
-        addRow(kind, "a range", u"/text"_s, 0, "from", {u"-H"_s, u"Range: bytes=6-9"_s});
-        addRow(kind, "a range beyond the end", u"/text"_s, 4, {}, {u"-H"_s, u"Range: bytes=100-"_s});
-        addRow(kind, "no content", u"/text"_s, 0, {}, {u"-XHEAD"_s});
-        addRow(kind, "no such path", u"/missing"_s, 4);
+    void fetches_data()
+    {
+        const auto addRow = addColumns<RealServer::Kind, QString, QString, int, QByteArray>(
+            {"kind", "path", "options", "exitCode", "content"});
+        const auto content = m_servers.at(RealServer::Lighttpd)->content();
+        const auto nginx = RealServer::Nginx;
+        addRow("nginx: gzip", nginx, u"/long"_s, {}, 0, RealServer::longText());
+        addRow("nginx: a range", nginx, u"/text"_s, u"-HRange:bytes=6-9"_s, 0, "from");
+        addRow("nginx: a range beyond the end", nginx, u"/text"_s, u"-HRange:bytes=100-"_s, 4, {});
+        addRow("nginx: no content", nginx, u"/text"_s, u"-XHEAD"_s, 0, {});
+        addRow("nginx: a method that is not allowed", nginx, u"/text"_s, u"-XDELETE"_s, 4, {});
+        addRow("nginx: closed", nginx, u"/closed"_s, {}, 3, {});
+        addRow("lighttpd: a megabyte", RealServer::Lighttpd, u"/random"_s, {}, 0, content);
+        addRow("lighttpd: no such path", RealServer::Lighttpd, u"/missing"_s, {}, 4, {});
     }
-    addRow(RealServer::Nginx, "a method that is not allowed", u"/text"_s, 4, {}, {u"-XDELETE"_s});
-    addRow(RealServer::Nginx, "closed", u"/closed"_s, 3);
-}
 
-void tst_Servers::fetches()
-{
-    QFETCH(const RealServer::Kind, kind);
-    QFETCH(const QString, path);
-    QFETCH(const QStringList, options);
-    QFETCH(const int, exitCode);
-    QFETCH(const QByteArray, content);
-    const auto& server = m_servers.at(kind);
-    REQUIRE(server);
+    void fetches()
+    {
+        QFETCH(const RealServer::Kind, kind);
+        QFETCH(const QString, path);
+        QFETCH(const QString, options);
+        QFETCH(const int, exitCode);
+        QFETCH(const QByteArray, content);
+        const auto& server = m_servers.at(kind);
+        REQUIRE(server);
 
-    for (const auto port : {RealServer::Plain, RealServer::Tls}) {
-        FetchProcess fetch(options + QStringList{u"--insecure"_s, server->url(port, path)});
-        QVERIFY2(fetch.run() == exitCode, fetch.messages().constData());
-        QVERIFY2(fetch.output() == content, QByteArray::number(fetch.output().size()).constData());
+        for (const auto port : {RealServer::Plain, RealServer::Tls}) {
+            const auto mode = port == RealServer::Plain ? u"--stream"_s : u"--insecure"_s;
+            FetchProcess fetch(options.split(u' ', Qt::SkipEmptyParts) << mode << server->url(port, path));
+            QVERIFY2(fetch.run() == exitCode, fetch.messages().constData());
+            QVERIFY2(fetch.output() == content, QByteArray::number(fetch.output().size()).constData());
+        }
     }
-}
 
-void tst_Servers::refusesAnUnknownCertificate()
-{
-    for (const auto& server : m_servers) {
+    void refusesAnUnknownCertificate()
+    {
+        const auto& server = m_servers.at(RealServer::Nginx);
         REQUIRE(server);
         FetchProcess fetch({server->url(RealServer::Tls, u"/text"_s)});
         QCOMPARE(fetch.run(), 3);
         QVERIFY2(fetch.messages().contains("certificate"), fetch.messages().constData());
-        QCOMPARE(fetch.output(), QByteArray());
     }
-}
 
-void tst_Servers::losesNoTask_data()
-{
-    QTest::addColumn<Scenario>("scenario");
-    using enum RealServer::Port;
-    constexpr auto post = NetworkRequest::Method::Post;
-    const auto text = RealServer::longText();
-    const auto addRow = [](const char* name, const Scenario& scenario) {
-        QTest::addRow("%s: %s", scenario.kind == RealServer::Nginx ? "nginx" : "lighttpd", name) << scenario;
-    };
-    for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
-        addRow("HTTP/1.1", {.kind = kind});
-        addRow("HTTP/1.1, queued", {.kind = kind, .inParallel = 6});
-        addRow("HTTP/1.1, short connections", {.kind = kind, .port = Limited});
-        addRow("HTTP/2", {.kind = kind, .port = Tls, .isHttp2 = true});
-        addRow("HTTP/2, queued", {.kind = kind, .port = Tls, .inParallel = 6, .isHttp2 = true});
-        addRow("HTTP/2, gzip", {.kind = kind,
-                                .port = Tls,
-                                .path = u"/long"_s,
-                                .content = text,
-                                .isHttp2 = true,
-                                .header = {"content-encoding", "gzip"}});
-        addRow("HTTP/2, short connections", {.kind = kind, .port = Limited, .isHttp2 = true});
-        addRow("HTTP/2, short connections, queued",
-               {.kind = kind, .port = Limited, .inParallel = 6, .isHttp2 = true});
+    void losesNoTask_data()
+    {
+        QTest::addColumn<Scenario>("scenario");
+        using enum RealServer::Port;
+        constexpr auto post = NetworkRequest::Method::Post;
+        const auto text = RealServer::longText();
+        const auto addRow = [](const char* name, const Scenario& scenario) {
+            QTest::addRow("%s: %s", scenario.kind == RealServer::Nginx ? "nginx" : "lighttpd", name)
+                << scenario;
+        };
+        for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
+            addRow("HTTP/1.1", {.kind = kind});
+            addRow("HTTP/1.1, queued", {.kind = kind, .inParallel = 6});
+            addRow("HTTP/1.1, short connections", {.kind = kind, .port = Limited});
+            addRow("HTTP/2", {.kind = kind, .port = Tls, .isHttp2 = true});
+            addRow("HTTP/2, queued", {.kind = kind, .port = Tls, .inParallel = 6, .isHttp2 = true});
+            addRow("HTTP/2, gzip", {.kind = kind,
+                                    .port = Tls,
+                                    .path = u"/long"_s,
+                                    .content = text,
+                                    .isHttp2 = true,
+                                    .header = {"content-encoding", "gzip"}});
+            addRow("HTTP/2, short connections", {.kind = kind, .port = Limited, .isHttp2 = true});
+            addRow("HTTP/2, short connections, queued",
+                   {.kind = kind, .port = Limited, .inParallel = 6, .isHttp2 = true});
+        }
+        addRow("HTTP/2, short connections, POST",
+               {.port = Limited, .path = u"/post"_s, .content = "posted", .method = post, .isHttp2 = true});
+        addRow("HTTP/1.1, chunked", {.kind = RealServer::Lighttpd,
+                                     .path = u"/slow"_s,
+                                     .content = m_servers[RealServer::Lighttpd]->content(),
+                                     .count = 6,
+                                     .header = {"Transfer-Encoding", "chunked"}});
+        addRow("a limited rate", {.path = u"/limited"_s, .count = 2, .inParallel = 2, .leastRetries = 1});
     }
-    addRow("HTTP/2, short connections, POST",
-           {.port = Limited, .path = u"/post"_s, .content = "posted", .method = post, .isHttp2 = true});
-    addRow("HTTP/1.1, chunked", {.kind = RealServer::Lighttpd,
-                                 .path = u"/slow"_s,
-                                 .content = m_servers[RealServer::Lighttpd]->content(),
-                                 .count = 6,
-                                 .header = {"Transfer-Encoding", "chunked"}});
-    addRow("a limited rate", {.path = u"/limited"_s, .count = 2, .inParallel = 2, .leastRetries = 1});
-}
 
-void tst_Servers::losesNoTask()
-{
-    QFETCH(const Scenario, scenario);
-    const auto& server = m_servers.at(scenario.kind);
-    REQUIRE(server);
+    void losesNoTask()
+    {
+        QFETCH(const Scenario, scenario);
+        const auto& server = m_servers.at(scenario.kind);
+        REQUIRE(server);
 
-    Crowd crowd(scenario.inParallel);
-    for (int i = 0; i < scenario.count; ++i) {
-        crowd.add(server->url(scenario.port, scenario.path), [&](NetworkTask& task) {
-            auto request = task.request();
-            request.method = scenario.method;
-            request.postData = "posted";
-            task.setRequest(request);
-            surviveGoAway(task);
-            task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
-            if (scenario.leastRetries == 0)
-                task.setDelayPolicy(Retriable::DelayPolicy::None);
-        });
+        Crowd crowd(scenario.inParallel);
+        for (int i = 0; i < scenario.count; ++i) {
+            crowd.add(server->url(scenario.port, scenario.path), [&](NetworkTask& task) {
+                auto request = task.request();
+                request.method = scenario.method;
+                request.postData = "posted";
+                task.setRequest(request);
+                surviveGoAway(task);
+                task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
+                if (scenario.leastRetries == 0)
+                    task.setDelayPolicy(Retriable::DelayPolicy::None);
+            });
+        }
+        QVERIFY(crowd.end());
+        const auto losses = crowd.losses({scenario.content});
+        QVERIFY2(losses.isEmpty(), losses.constData());
+        const auto countRetries = [](int sum, const auto& task) { return sum + task->retriesCount(); };
+        const int retries = std::accumulate(crowd.tasks.begin(), crowd.tasks.end(), 0, countRetries);
+        QVERIFY2(retries >= scenario.leastRetries, QByteArray::number(retries).constData());
+        bool isOverHttp2 = false;
+        for (const auto& task : crowd.tasks) {
+            const auto* const reply = task->networkReply();
+            isOverHttp2 |= reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool();
+            QCOMPARE(reply->rawHeader(scenario.header.first), scenario.header.second);
+        }
+        QCOMPARE(isOverHttp2, scenario.isHttp2);
     }
-    QVERIFY(crowd.end());
-    const auto losses = crowd.losses({scenario.content});
-    QVERIFY2(losses.isEmpty(), losses.constData());
-    const auto countRetries = [](int sum, const auto& task) { return sum + task->retriesCount(); };
-    const int retries = std::accumulate(crowd.tasks.begin(), crowd.tasks.end(), 0, countRetries);
-    QVERIFY2(retries >= scenario.leastRetries, QByteArray::number(retries).constData());
-    bool isOverHttp2 = false;
-    for (const auto& task : crowd.tasks) {
-        const auto* const reply = task->networkReply();
-        isOverHttp2 |= reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool();
-        QCOMPARE(reply->rawHeader(scenario.header.first), scenario.header.second);
+
+    void outlivesAReload_data()
+    {
+        QTest::addColumn<RealServer::Kind>("kind");
+        QTest::addColumn<RealServer::Port>("port");
+        QTest::newRow("nginx") << RealServer::Nginx << RealServer::Plain;
+        QTest::newRow("nginx, HTTP/2") << RealServer::Nginx << RealServer::Tls;
+        QTest::newRow("lighttpd") << RealServer::Lighttpd << RealServer::Plain;
+        QTest::newRow("lighttpd, HTTP/2") << RealServer::Lighttpd << RealServer::Tls;
     }
-    QCOMPARE(isOverHttp2, scenario.isHttp2);
-}
 
-void tst_Servers::outlivesAReload_data()
-{
-    QTest::addColumn<RealServer::Kind>("kind");
-    QTest::addColumn<RealServer::Port>("port");
-    QTest::newRow("nginx") << RealServer::Nginx << RealServer::Plain;
-    QTest::newRow("nginx, HTTP/2") << RealServer::Nginx << RealServer::Tls;
-    QTest::newRow("lighttpd") << RealServer::Lighttpd << RealServer::Plain;
-    QTest::newRow("lighttpd, HTTP/2") << RealServer::Lighttpd << RealServer::Tls;
-}
+    // Tasks are added in the middle of a body, while the server is about to leave the connection.
+    void outlivesAReload()
+    {
+        QFETCH(const RealServer::Kind, kind);
+        QFETCH(const RealServer::Port, port);
+        const auto& server = m_servers.at(kind);
+        REQUIRE(server);
 
-// Tasks are added in the middle of a body, while the server is about to leave the connection.
-void tst_Servers::outlivesAReload()
-{
-    QFETCH(const RealServer::Kind, kind);
-    QFETCH(const RealServer::Port, port);
-    const auto& server = m_servers.at(kind);
-    REQUIRE(server);
-
-    Crowd crowd;
-    auto& first = crowd.add(server->url(port, u"/slow"_s), surviveGoAway);
-    QTRY_VERIFY(first.networkReply() && first.networkReply()->bytesAvailable() > 0);
-    QVERIFY(server->reload());
-    for (int i = 0; i < 10; ++i) {
-        QTest::qWait(20);
-        crowd.add(server->url(port, u"/text"_s), surviveGoAway);
+        Crowd crowd;
+        auto& first = crowd.add(server->url(port, u"/slow"_s), surviveGoAway);
+        QTRY_VERIFY(first.networkReply() && first.networkReply()->bytesAvailable() > 0);
+        QVERIFY(server->reload());
+        for (int i = 0; i < 10; ++i) {
+            QTest::qWait(20);
+            crowd.add(server->url(port, u"/text"_s), surviveGoAway);
+        }
+        QVERIFY(!first.isFinished());
+        QVERIFY(crowd.end());
+        const auto losses = crowd.losses({server->content(), "Hello from a server.\n"});
+        QVERIFY2(losses.isEmpty(), losses.constData());
     }
-    QVERIFY(!first.isFinished());
-    QVERIFY(crowd.end());
-    const auto losses = crowd.losses({server->content(), "Hello from a server.\n"});
-    QVERIFY2(losses.isEmpty(), losses.constData());
-}
+
+private:
+    std::array<std::unique_ptr<RealServer>, 2> m_servers;
+};
 
 QTEST_GUILESS_MAIN(tst_Servers)
 #include "tst_Servers.moc"

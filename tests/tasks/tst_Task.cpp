@@ -155,20 +155,6 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorCode(), ErrorCode::Canceled);
     }
 
-    void announcesEachStart()
-    {
-        RecordingTask task;
-        task.setRunning();
-        task.pause();
-        task.resume();
-        task.setRunning();
-        QCOMPARE(task.events.size(), 1);
-        task.setIdle();
-        QVERIFY(!task.isRunning() && !task.isFinished());
-        task.setRunning();
-        QCOMPARE(task.events.size(), 2);
-    }
-
     void survivesDeletionInEveryEvent_data()
     {
         addRows("event", {"started", "doFinish", "finalize", "finished", "canceled"});

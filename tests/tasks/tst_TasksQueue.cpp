@@ -4,11 +4,9 @@
 #include <TasksQueue.h>
 
 #include <QPointer>
-#include <QSignalSpy>
 #include <QTest>
 
 #include <functional>
-#include <memory>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -100,33 +98,12 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+a +b -b -a +c -c emptied"_s);
     }
 
-    void runsATaskAgainThatIsRemovedAndAppended()
-    {
-        Queue queue;
-        OpenTask a("a"), b("b");
-        queue.append(&a);
-        queue.append(&b);
-        queue.log();
-        a.setIdle();
-        queue.removeTask(&a);
-        QVERIFY(!a.queue());
-        queue.append(&a);
-        QCOMPARE(queue.log(), u"+a +b"_s);
-        b.finish(Error());
-        QCOMPARE(queue.log(), u"+a +b -b +a"_s);
-        queue.removeTask(&a); // goes on alone
-        QVERIFY(a.isRunning());
-        QCOMPARE(queue.log(), u"+a +b -b +a emptied"_s);
-    }
-
     void refusesWhatItCannotRun()
     {
         Queue queue, other;
         Task done;
         done.finish(Error());
-        queue.append(nullptr);
         queue.append(&done);
-        queue.removeTask(nullptr);
         queue.removeTask(&done);
         QVERIFY(queue.isEmpty());
         OpenTask a("a");
@@ -220,26 +197,6 @@ private Q_SLOTS:
         }
         delete queue;
         delete late;
-    }
-
-    void carriesAHundredThousandTasks()
-    {
-        constexpr int count = 100000;
-        std::vector<std::unique_ptr<Task>> tasks(count);
-        Queue queue;
-        queue.disconnect(&queue);
-        int finished = 0;
-        for (int i = 0; i < count; ++i) {
-            tasks[i] = std::make_unique<Task>();
-            tasks[i]->setPriority(i % 3 == 0 ? i : 0); // many priorities as well as many tasks
-            queue.append(tasks[i].get());
-        }
-        for (int i = 0; i < count; i += 10)
-            queue.removeTask(tasks[i].get());
-        connect(&queue, &TasksQueue::taskFinished, this, [&] { ++finished; });
-        QSignalSpy emptied(&queue, &TasksQueue::emptied);
-        QVERIFY(emptied.wait(30000));
-        QCOMPARE(finished, count - count / 10);
     }
 };
 

@@ -13,12 +13,6 @@
 #include <QTest>
 #include <QThread>
 
-#ifdef Q_OS_UNIX
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
-#endif
-
 using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
@@ -56,33 +50,6 @@ QNetworkRequest trusting(const QString& url)
     return request;
 }
 
-#ifdef Q_OS_UNIX
-/// How a reply ends, which QTcpSocket does not tell: it reports FIN and RST alike.
-bool endsInReset(const LoopbackServer& server, const QByteArray& request)
-{
-    const int client = ::socket(AF_INET, SOCK_STREAM, 0);
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    address.sin_port = htons(server.port());
-    const bool isSent =
-        ::connect(client, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
-        ::send(client, request.constData(), size_t(request.size()), 0) == request.size();
-    bool isReset = false;
-    const bool hasEnded = isSent && QTest::qWaitFor([&] {
-                              char buffer[100];
-                              ssize_t size = 0;
-                              do {
-                                  size = ::recv(client, buffer, sizeof(buffer), MSG_DONTWAIT);
-                              } while (size > 0);
-                              isReset = size < 0 && errno == ECONNRESET;
-                              return size == 0 || isReset;
-                          });
-    ::close(client);
-    return hasEnded && isReset;
-}
-#endif
-
 } // namespace
 
 class TestLoopbackServer : public QObject
@@ -97,25 +64,16 @@ private Q_SLOTS:
         QVERIFY(!m_server->listen().hasError());
     }
 
-    void carriesLargeContentsBothWays_data()
-    {
-        const auto row = addColumns<LoopbackServer::Transport>({"transport"});
-        row("plain", LoopbackServer::Transport::Plain);
-        row("TLS", LoopbackServer::Transport::Tls);
-    }
-
     // In another thread, as a benchmark would have it.
     void carriesLargeContentsBothWays()
     {
-        QFETCH(LoopbackServer::Transport, transport);
         QByteArray content(8 << 20, 'x');
         for (qsizetype i = 0; i < content.size(); i += 1000)
             content[i] = char('a' + i % 23);
         QThread thread;
-        auto* server = new LoopbackServer(transport);
+        auto* server = new LoopbackServer(LoopbackServer::Transport::Tls);
         server->setHandler([](const LoopbackRequest& request) {
-            return LoopbackReply(200, request.content)
-                .chunked(request.path.size() > 1 ? 100'000 : 10'000'000);
+            return LoopbackReply(200, request.content).chunked(100'000);
         });
         server->moveToThread(&thread);
         connect(&thread, &QThread::finished, server, &QObject::deleteLater);
@@ -125,61 +83,31 @@ private Q_SLOTS:
             server, [server] { return server->listen(); }, Qt::BlockingQueuedConnection, &error);
 
         QNetworkAccessManager manager;
-        for (const char* path : {"/", "/small/chunks"}) {
-            QNetworkRequest request = trusting(server->url(QLatin1String(path)));
-            request.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_ba);
-            const std::unique_ptr<QNetworkReply> reply(manager.post(request, content));
-            // QTRY_ would let the client run only every 10 ms.
-            QVERIFY(QSignalSpy(reply.get(), &QNetworkReply::finished).wait());
-            QCOMPARE(reply->error(), QNetworkReply::NoError);
-            QVERIFY(reply->readAll() == content);
-        }
+        QNetworkRequest request = trusting(server->url());
+        request.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_ba);
+        const std::unique_ptr<QNetworkReply> reply(manager.post(request, content));
+        // QTRY_ would let the client run only every 10 ms.
+        QVERIFY(QSignalSpy(reply.get(), &QNetworkReply::finished).wait());
+        QCOMPARE(reply->error(), QNetworkReply::NoError);
+        QVERIFY(reply->readAll() == content);
         thread.quit();
         thread.wait();
     }
 
-    void servesOverTlsOnly()
-    {
-        QVERIFY(m_server->listen().hasError()); // it does already
-        LoopbackServer server(LoopbackServer::Transport::Tls);
-        QVERIFY(!server.listen().hasError());
-        const Client plain(server, get("/"));
-        QTRY_VERIFY(plain.isClosed());
-        QVERIFY(server.requests().isEmpty());
-        QCOMPARE(server.connectionCount(), 1);
-
-        QNetworkAccessManager manager;
-        QUrl byName(server.url());
-        byName.setHost(u"localhost"_s);
-        const std::unique_ptr<QNetworkReply> trusted(manager.get(trusting(byName.toString())));
-        QTRY_COMPARE(trusted->error(), QNetworkReply::ContentNotFoundError);
-        const std::unique_ptr<QNetworkReply> refused(manager.get(QNetworkRequest(QUrl(server.url()))));
-        QTRY_COMPARE(refused->error(), QNetworkReply::SslHandshakeFailedError);
-        QCOMPARE(server.requests().size(), 1);
-    }
-
     void mayBeDeletedWhereverItCallsOut_data()
     {
-        addColumns<LoopbackServer::Transport, QByteArray>({"transport", "place"});
-        for (const char* place : {"connectionOpened", "requestReceived", "handler"}) {
-            QTest::addRow("plain, %s", place) << LoopbackServer::Transport::Plain << QByteArray(place);
-            QTest::addRow("TLS, %s", place) << LoopbackServer::Transport::Tls << QByteArray(place);
-        }
+        addRows("place", {"connectionOpened", "requestReceived", "handler"});
     }
 
     void mayBeDeletedWhereverItCallsOut()
     {
-        QFETCH(LoopbackServer::Transport, transport);
-        QFETCH(QByteArray, place);
-        m_server = std::make_unique<LoopbackServer>(transport);
-        QVERIFY(!m_server->listen().hasError());
+        QFETCH(QString, place);
         const auto destroyIn = [this, place](const char* here) {
-            if (place != here)
+            if (place != QLatin1String(here))
                 return;
             m_server.reset();
             // What a nested event loop would do.
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-            QCoreApplication::processEvents();
         };
         auto* server = m_server.get();
         connect(server, &LoopbackServer::connectionOpened, this, [=] { destroyIn("connectionOpened"); });
@@ -188,11 +116,8 @@ private Q_SLOTS:
             destroyIn("handler");
             return LoopbackReply(200 + int(place.size())); // what the handler has captured is still there
         });
-        QNetworkAccessManager manager;
-        const std::unique_ptr<QNetworkReply> reply(manager.get(trusting(m_server->url())));
-        QTRY_VERIFY(reply->isFinished());
-        QVERIFY(!m_server);
-        QVERIFY(reply->error() != QNetworkReply::NoError);
+        const Client client(*m_server, get("/"));
+        QTRY_VERIFY(!m_server && client.isClosed());
     }
 
     void recordsWhatCameOverTheWire_data()
@@ -227,10 +152,8 @@ private Q_SLOTS:
         for (int i = 0; i < 2; ++i) {
             const LoopbackRequest recorded = m_server->requests(u"/a b/c"_s).value(i);
             QCOMPARE(recorded.head, head);
-            QCOMPARE(recorded.startLine(), "POST /a%20b/c?q=%20 HTTP/1.1");
             QCOMPARE(recorded.target, "/a%20b/c?q=%20");
             QCOMPARE(recorded.fields.value(0), std::pair("X-B"_ba, "two words"_ba));
-            QCOMPARE(recorded.fields.value(1).first, "x-a");
             QCOMPARE(recorded.field("X-A"), "1");
             QCOMPARE(recorded.content, content);
             QCOMPARE(recorded.connection, i + 1);
@@ -238,21 +161,10 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().last().path, u"/next"_s);
     }
 
-    void grantsContinueBeforeTheContentComes()
-    {
-        Client client(*m_server, "PUT / HTTP/1.1\r\nExpect: 100-Continue\r\nContent-Length: 2\r\n\r\n");
-        QTRY_COMPARE(client.received(), "HTTP/1.1 100 Continue\r\n\r\n");
-        client.write("ok");
-        QTRY_VERIFY(client.received().contains("404 Not Found"));
-        QCOMPARE(m_server->requests().value(0).content, "ok");
-    }
-
     void refusesMalformedRequests_data()
     {
         const auto row = addColumns<QByteArray>({"bytes"});
-        row("no version", "GET /\r\n\r\n");
         row("bare line feed", "GET / HTTP/1.1\nHost: x\n\n");
-        row("TLS hello", "\x16\x03\x01\x02");
         row("folded field", "GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n");
         row("long head", "GET / HTTP/1.1\r\nA: " + QByteArray(3 << 20, 'a'));
         const auto length = "PUT / HTTP/1.1\r\nContent-Length: "_ba;
@@ -261,7 +173,6 @@ private Q_SLOTS:
         row("length and chunked", length + "1\r\nTransfer-Encoding: chunked\r\n\r\n");
         const auto chunked = "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"_ba;
         row("chunk size", chunked + "0x1\r\n");
-        row("chunk end", chunked + "1\r\nabc\r\n");
     }
 
     void refusesMalformedRequests()
@@ -307,8 +218,6 @@ private Q_SLOTS:
         const auto odd = LoopbackReply(99, "text").withReason("No").withField("content-length", "9");
         row("HEAD", text, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nend");
         row("GET 204", LoopbackReply(204, "text"), "HTTP/1.1 204 No Content\r\n\r\nend");
-        row("GET 304", LoopbackReply(304, "text").withField("Content-Length", "4"),
-            "HTTP/1.1 304 Not Modified\r\nContent-Length: 4\r\n\r\nend");
         row("GET own fields, odd status", LoopbackReply(odd).withField("Content-Type", ""),
             "HTTP/1.1 099 No\r\ncontent-length: 9\r\nContent-Type: \r\n\r\ntextend");
         row("GET until close", LoopbackReply(text).untilClose(),
@@ -328,16 +237,10 @@ private Q_SLOTS:
 
     void damagesTheReplyAtTheByteTold_data()
     {
-        addColumns<LoopbackReply, QByteArrayList, bool>({"reply", "pieces", "isReset"});
+        const auto row = addColumns<LoopbackReply, QByteArrayList>({"reply", "pieces"});
         const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
         const LoopbackReply text(200, "text", "");
-        const auto row = [](const char* name, const LoopbackReply& reply, const QByteArrayList& pieces) {
-            QTest::newRow(name) << reply << pieces << QByteArray(name).startsWith("reset");
-        };
-        row("cut at once", LoopbackReply(text).cutAfter(0), {});
         row("cut in the head", LoopbackReply(text).cutAfter(7), {all.first(7)});
-        row("cut past the end", LoopbackReply(text).cutAfter(99), {all});
-        row("reset at once", LoopbackReply(text).resetAfter(0), {});
         row("reset in the content", LoopbackReply(text).resetAfter(40), {all.first(40)});
         row("split", LoopbackReply::raw(all).splitAt(20), {all.first(20), all.sliced(20)});
         row("dripped and cut", LoopbackReply(text).dripped(20, 5ms).cutAfter(41),
@@ -351,38 +254,6 @@ private Q_SLOTS:
         const Client client(*m_server, get("/"));
         QTRY_VERIFY(client.isClosed());
         QTEST(client.pieces, "pieces");
-#ifdef Q_OS_UNIX
-        QTEST(endsInReset(*m_server, get("/")), "isReset");
-#endif
-    }
-
-    void staysSilentUntilDropped()
-    {
-        m_server->addReply(u"/"_s, LoopbackReply::silence());
-        const Client silenced(*m_server, get("/") + get("/other"));
-        QTRY_COMPARE(m_server->requests().size(), 1);
-        const Client other(*m_server, get("/other"));
-        QTRY_VERIFY(other.received().contains("404"));
-        QVERIFY(silenced.received().isEmpty());
-        QCOMPARE(silenced.state(), QAbstractSocket::ConnectedState);
-        m_server->dropConnections();
-        QTRY_VERIFY(silenced.isClosed() && other.isClosed());
-        QCOMPARE(m_server->requests().size(), 2);
-    }
-
-    void outlivesClientsThatVanish()
-    {
-        m_server->addReply(u"/big"_s, LoopbackReply(200, QByteArray(32 << 20, 'x')));
-        m_server->addReply(u"/later"_s, LoopbackReply().delayed(10s));
-        for (const QByteArray& bytes : {get("/big"), get("/later"), get("/later").first(9), QByteArray()}) {
-            QSignalSpy opened(m_server.get(), &LoopbackServer::connectionOpened);
-            Client client(*m_server, bytes);
-            QTRY_VERIFY(!opened.isEmpty() && (!bytes.contains("big") || !client.pieces.isEmpty()));
-            client.abort();
-        }
-        const Client client(*m_server, get("/x"));
-        QTRY_VERIFY(client.received().contains("404"));
-        QCOMPARE(m_server->requests().last().connection, 5);
     }
 
 private:
