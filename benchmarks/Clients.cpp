@@ -1,3 +1,4 @@
+// clazy:excludeall=lambda-in-connect
 #include "Clients.h"
 
 #include "Countdown.h"

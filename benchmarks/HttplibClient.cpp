@@ -13,6 +13,7 @@ namespace benchmark {
 
 namespace {
 
+// clazy:excludeall=non-pod-global-static
 const httplib::Headers FIELDS{{"Accept", "application/json"}, {"User-Agent", "OrvLabs"}};
 const QString NAME = u"cpp-httplib, a thread for each request at a time"_s;
 

@@ -116,8 +116,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<std::function<void(NetworkTask&)>>("change");
         QTest::addColumn<int>("attempts");
-        const auto row = [](const char* name, int attempts, std::function<void(NetworkTask&)> change) {
-            QTest::newRow(name) << std::move(change) << attempts;
+        const auto row = [](const char* name, int attempts, const std::function<void(NetworkTask&)>& change) {
+            QTest::newRow(name) << change << attempts;
         };
         const auto nan = std::numeric_limits<double>::quiet_NaN();
         row("negative retries", 1, [](auto& task) { task.setMaxRetriesCount(-1); });

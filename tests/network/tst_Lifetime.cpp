@@ -134,7 +134,8 @@ private Q_SLOTS:
         QVERIFY(runUntil([this] { return isOver(m_other.get()); }));
         QVERIFY(runUntil([this] { return !m_queue || m_queue->isEmpty(); }));
         QVERIFY(runUntil([this] { return !m_third || isOver(m_third.get()); }));
-        for (const QPointer<TestTask> task : {m_task.data(), m_other.get(), m_third.get()}) {
+        const QList<QPointer<TestTask>> tasks{m_task, m_other.get(), m_third.get()};
+        for (const auto& task : tasks) {
             if (task)
                 task->cancel(); // what was left behind by its queue
             QTest::qWait(1);

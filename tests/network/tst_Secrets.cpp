@@ -11,6 +11,7 @@
 using namespace orv;
 using namespace std::chrono_literals;
 
+// clazy:excludeall=non-pod-global-static
 namespace {
 
 const QByteArray TOKEN("t0ken-of-the-user");

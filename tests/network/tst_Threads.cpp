@@ -16,6 +16,7 @@
 
 using namespace orv;
 
+// clazy:excludeall=non-pod-global-static
 namespace {
 
 constexpr int THREADS = 4;
