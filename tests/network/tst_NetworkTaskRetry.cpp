@@ -93,7 +93,8 @@ private Q_SLOTS:
             QVERIFY(task->run());
             QCOMPARE(task->error().errorDetails().toInt(), 2408);
             QCOMPARE(task->retriesCount(), retries);
-            QCOMPARE(task->events.count(u"aboutToRetry"_s), retries);
+            QCOMPARE(task->events.count(u"retried"_s), retries);
+            QCOMPARE(task->events.last(), u"finished"_s);
         }
     }
 
@@ -114,6 +115,15 @@ private Q_SLOTS:
         QVERIFY(strict->run());
         QCOMPARE(strict->error().errorDetails().toInt(), 2503);
         QVERIFY(makeTask()->canRetry());
+    }
+
+    void waitsLongerEachTime()
+    {
+        answer({503});
+        TestTask task(m_server->url());
+        task.exec();
+        QTRY_VERIFY(task.isPaused());
+        QCOMPARE(task.retryDelay(), 1s);
     }
 
     void repeatsInTheQueue()
