@@ -72,13 +72,6 @@ private Q_SLOTS:
         QVERIFY(task->succeeds());
         QCOMPARE(replies, 2);
         QCOMPARE(task->log(), u"started aboutToRetry started retried finished"_s);
-
-        replies = -10;
-        auto hopeless = makeTask();
-        hopeless->setNetworkAccessManager(&manager);
-        hopeless->setMaxRetriesCount(1);
-        QVERIFY(hopeless->run());
-        QCOMPARE(hopeless->error().errorDetails().toInt(), 65535);
     }
 
     void givesUpInTheEnd()
