@@ -149,6 +149,8 @@ private Q_SLOTS:
         result.addWarnings({u"b"_s, u"c"_s});
         QCOMPARE(result.error().warnings().join(u' '), u"w a b c"_s);
         QCOMPARE(result.warnings(), result.error().warnings());
+        result.resetWarning(u"d"_s);
+        QCOMPARE(result.error().warnings(), QStringList{u"d"_s});
         result.resetWarnings({u"e"_s, u"f"_s});
         QCOMPARE(result.error().warnings().join(u' '), u"e f"_s);
         result.clearWarnings();

@@ -4,6 +4,7 @@
 #include <NetworkQueue.h>
 
 #include <QDir>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 
 #include <limits>
@@ -134,6 +135,7 @@ private Q_SLOTS:
     {
         QFETCH(std::function<void(NetworkTask&)>, change);
         QFETCH(int, attempts);
+        QTest::failOnWarning(QRegularExpression(u".*"_s));
         m_server->addReply(u"/"_s, LoopbackReply(503));
         m_server->addReply(u"/"_s, LoopbackReply(200));
         NetworkQueue queue;

@@ -63,19 +63,6 @@ private Q_SLOTS:
         }
     }
 
-    void collectsInMemory()
-    {
-        const auto output = MemoryDownloadOutput::create();
-        QVERIFY(!output->writeNewData("abc").hasError());
-        const MemoryDownloadOutput copy(*output);
-        QVERIFY(!output->writeNewData("d").hasError());
-        output->finalize();
-        QCOMPARE(output->data(), "abcd"_ba);
-        QCOMPARE(copy.data(), "abc"_ba);
-        output->clear();
-        QVERIFY(output->size() == 0 && output->data().isEmpty());
-    }
-
     void staysBelowItsLimit()
     {
         constexpr qsizetype limit = 2147483647;

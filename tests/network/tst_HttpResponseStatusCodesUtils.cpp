@@ -67,6 +67,7 @@ private Q_SLOTS:
         };
         row({}, 200, 0);
         row(2000, 0, 0);
+        row(2999, 999, 0);
         row(3004, 200, 4);
         row(65535, 200, 62535);
         row(std::numeric_limits<int>::min(), 200, 0);

@@ -63,26 +63,6 @@ private Q_SLOTS:
         task.clearData();
         QVERIFY(task.data().isNull());
     }
-
-    void printsItself()
-    {
-        TestTask task(u"http://host/"_s);
-        task.setData("abc");
-        task.setHttpResponseStatusCode(HttpResponseStatusCode::NotFound);
-        task.setNetworkResponseError(QNetworkReply::ContentNotFoundError);
-        task.setNetworkResponseErrorMessage(u"gone"_s);
-        QString text;
-        QDebug(&text) << task;
-        QVERIFY2(text.startsWith(QLatin1String(typeid(TestTask).name()) +
-                                 u"(\n  request=struct orv::NetworkRequest(url=\"http://host/\""_s),
-                 qPrintable(text));
-        QVERIFY2(text.contains(u"method=Method::Get)\n  dataReceived=\"abc\" "
-                               "networkResponseError=QNetworkReply::ContentNotFoundError "
-                               "networkResponseErrorMessage=\"gone\" httpResponseStatusCode="_s),
-                 qPrintable(text));
-        QVERIFY2(text.endsWith(u"NotFound httpResponseStatusCodeNumber=404)"_s), qPrintable(text));
-        QVERIFY(task.errorMessage().isEmpty());
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_NetworkTask)

@@ -72,6 +72,15 @@ private Q_SLOTS:
         QCOMPARE(task->log(), u"started finished"_s);
     }
 
+    void waitsForALoginThatIsUnderWay()
+    {
+        m_authenticator->onAuthenticationRequired();
+        auto task = makeTask(m_authenticator.get());
+        task->exec();
+        QVERIFY(task->isPaused());
+        QCOMPARE(m_authenticator->logins, 1);
+    }
+
     void endsWithTheAuthenticatorsError()
     {
         for (const auto policy : {NetworkTask::FinishWithError, NetworkTask::FinishWithSuccess}) {

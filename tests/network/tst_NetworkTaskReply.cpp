@@ -156,6 +156,7 @@ private Q_SLOTS:
         QVERIFY(task->isRunning());
         task->cancel();
         QCOMPARE(task->error().errorCode(), ErrorCode::Canceled);
+        QCOMPARE(task->httpResponseStatusCode(), Code::Unknown);
     }
 
     void keepsContentWithTheReplyUntilItIsTaken()

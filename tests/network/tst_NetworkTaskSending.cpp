@@ -235,6 +235,7 @@ private Q_SLOTS:
         const auto row = addColumns<QString, QString, QString>({"base", "path", "url"});
         row("replaces all", u"http://h:1/api?x=1#f"_s, u"/items?page=2"_s, u"http://h:1/items?page=2"_s);
         row("encoded", u"http://h/"_s, u"/a b/%C3%A9?q=%26"_s, u"http://h/a b/\u00e9?q=%26"_s);
+        row("percent sign", u"http://h/"_s, u"/100%2541"_s, u"http://h/100%2541"_s);
         row("no slash", u"http://h/"_s, u"items"_s, {});
         row("empty", u"http://h/"_s, {}, {});
     }

@@ -155,26 +155,6 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorCode(), ErrorCode::Canceled);
     }
 
-    void survivesDeletionInEveryEvent_data()
-    {
-        addRows("event", {"started", "doFinish", "finalize", "finished", "canceled"});
-    }
-
-    void survivesDeletionInEveryEvent()
-    {
-        QFETCH(QString, event);
-        QPointer<RecordingTask> task = new RecordingTask;
-        TasksQueue queue;
-        queue.append(task);
-        task->reactions[event] = [&task] { delete task; };
-        if (event == "canceled"_L1)
-            task->cancel();
-        else
-            task->exec();
-        QVERIFY(!task);
-        QVERIFY(queue.isEmpty());
-    }
-
     void deletesItselfWhenToldTo()
     {
         QPointer<RecordingTask> task = new RecordingTask;

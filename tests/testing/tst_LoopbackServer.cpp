@@ -13,6 +13,11 @@
 #include <QTest>
 #include <QThread>
 
+#ifdef Q_OS_UNIX
+#include <sys/socket.h>
+#include <unistd.h>
+#endif
+
 using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
@@ -172,6 +177,7 @@ private Q_SLOTS:
         row("two lengths", length + "1\r\nContent-Length: 2\r\n\r\n");
         row("length and chunked", length + "1\r\nTransfer-Encoding: chunked\r\n\r\n");
         const auto chunked = "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"_ba;
+        row("chunk end", chunked + "1\r\nabc\r\n");
         row("chunk size", chunked + "0x1\r\n");
     }
 
@@ -218,6 +224,8 @@ private Q_SLOTS:
         const auto odd = LoopbackReply(99, "text").withReason("No").withField("content-length", "9");
         row("HEAD", text, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nend");
         row("GET 204", LoopbackReply(204, "text"), "HTTP/1.1 204 No Content\r\n\r\nend");
+        row("GET 304", LoopbackReply(304, "text").withField("Content-Length", "4"),
+            "HTTP/1.1 304 Not Modified\r\nContent-Length: 4\r\n\r\nend");
         row("GET own fields, odd status", LoopbackReply(odd).withField("Content-Type", ""),
             "HTTP/1.1 099 No\r\ncontent-length: 9\r\nContent-Type: \r\n\r\ntextend");
         row("GET until close", LoopbackReply(text).untilClose(),
@@ -251,9 +259,19 @@ private Q_SLOTS:
     {
         QFETCH(LoopbackReply, reply);
         m_server->addReply(u"/"_s, reply);
-        const Client client(*m_server, get("/"));
+        Client client(*m_server, get("/"));
+        QVERIFY(client.waitForConnected());
+#ifdef Q_OS_UNIX
+        const int handle = ::dup(static_cast<int>(client.socketDescriptor())); // outlives Qt's
+#endif
         QTRY_VERIFY(client.isClosed());
         QTEST(client.pieces, "pieces");
+#ifdef Q_OS_UNIX
+        // QTcpSocket reports FIN and RST alike, but after the latter nothing can be sent.
+        const bool isReset = ::send(handle, "x", 1, MSG_NOSIGNAL) < 0;
+        ::close(handle);
+        QCOMPARE(isReset, QByteArray(QTest::currentDataTag()).startsWith("reset"));
+#endif
     }
 
 private:
