@@ -12,6 +12,7 @@
 #include <QDeadlineTimer>
 #include <QEventLoop>
 #include <QLoggingCategory>
+#include <QMetaMethod>
 #include <QPointer>
 #include <QTest>
 #include <QTimer>
@@ -36,6 +37,20 @@ bool runUntil(Condition condition, std::chrono::milliseconds limit = std::chrono
     if (!condition())
         loop.exec();
     return condition();
+}
+
+/// The signals and slots that a class itself declares, in order.
+inline QStringList methodsOf(const QMetaObject& metaObject)
+{
+    QStringList methods;
+    for (int i = metaObject.methodOffset(); i < metaObject.methodCount(); ++i) {
+        const auto method = metaObject.method(i);
+        QString text =
+            method.methodType() == QMetaMethod::Signal ? QStringLiteral("signal ") : QStringLiteral("slot ");
+        text += QString::fromLatin1(method.methodSignature());
+        methods.append(method.isConst() ? text + QStringLiteral(" const") : text);
+    }
+    return methods;
 }
 
 /// A reply with a status and nothing behind it.

@@ -60,40 +60,18 @@ private Q_SLOTS:
         QTest::addColumn<QByteArray>("place");
         QTest::addColumn<QByteArray>("action");
         QTest::addColumn<bool>("isQueued");
-        const QList<QByteArray> ownPlaces{"idle",
-                                          "scheduled",
-                                          "sent",
-                                          "awaiting login",
-                                          "started",
-                                          "aboutToRetry",
-                                          "retried",
-                                          "readyRead",
-                                          "canceled",
-                                          "finished",
-                                          "destroyed",
-                                          "createMultiPart",
-                                          "handler",
-                                          "token",
-                                          "authenticate",
-                                          "authenticating",
-                                          "authenticated",
-                                          "error",
-                                          "reply finished",
-                                          "reply uploadProgress",
-                                          "reply downloadProgress"};
-        const QList<QByteArray> queuePlaces{"delayed", "taskStarted", "taskFinished", "emptied"};
-        const QList<QByteArray> actions{"delete",
-                                        "deleteLater",
-                                        "cancel",
-                                        "finish",
-                                        "exec",
-                                        "delete authenticator",
-                                        "delete manager",
-                                        "drop the reply",
-                                        "start another",
-                                        "nested loop",
-                                        "change authenticator"};
-        const QList<QByteArray> queueActions{"delete queue", "clear queue", "append again"};
+        const auto ownPlaces =
+            QByteArray("idle|scheduled|sent|awaiting login|started|aboutToRetry|retried|readyRead|"
+                       "canceled|finished|destroyed|createMultiPart|handler|token|authenticate|"
+                       "authenticating|authenticated|error|reply finished|reply uploadProgress|"
+                       "reply downloadProgress")
+                .split('|');
+        const auto queuePlaces = QByteArray("delayed|taskStarted|taskFinished|emptied").split('|');
+        const auto actions =
+            QByteArray("delete|deleteLater|cancel|finish|exec|delete authenticator|delete manager|"
+                       "drop the reply|start another|nested loop|change authenticator")
+                .split('|');
+        const auto queueActions = QByteArray("delete queue|clear queue|append again").split('|');
         for (const bool isQueued : {false, true}) {
             for (const auto& place : isQueued ? ownPlaces + queuePlaces : ownPlaces) {
                 for (const auto& action : isQueued ? actions + queueActions : actions) {

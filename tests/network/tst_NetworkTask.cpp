@@ -1,5 +1,11 @@
 #include "NetworkTestSupport.h"
 
+#include <FileDownloadTask.h>
+#include <NetworkQueue.h>
+
+#include <QMetaEnum>
+#include <QTimer>
+
 using namespace Qt::StringLiterals;
 using namespace orv;
 
@@ -8,6 +14,39 @@ class tst_NetworkTask : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void declaresMembersInOrder()
+    {
+        QCOMPARE(methodsOf(NetworkTask::staticMetaObject),
+                 (QStringList{u"signal readyRead() const"_s, u"signal retried() const"_s,
+                              u"signal aboutToRetry()"_s, u"slot read(qlonglong)"_s, u"slot read()"_s,
+                              u"slot exec()"_s, u"slot cancel()"_s}));
+        QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
+                 (QStringList{u"signal authenticating()"_s, u"signal authenticated()"_s,
+                              u"signal error(orv::AbstractAuthenticator::Error)"_s,
+                              u"slot onAuthenticationRequired()"_s, u"slot cancel()"_s}));
+        QCOMPARE(AbstractAuthenticator::staticMetaObject.enumeratorCount(), 0);
+        const auto policy = QMetaEnum::fromType<NetworkTask::ErrorPolicy>();
+        QCOMPARE(NetworkTask::staticMetaObject.enumeratorCount(), 1);
+        QCOMPARE(policy.keyCount(), 3);
+        QCOMPARE(policy.keyToValue("FinishWithSuccess"), 2);
+        for (const auto* meta : {&FileDownloadTask::staticMetaObject, &NetworkQueue::staticMetaObject})
+            QCOMPARE(methodsOf(*meta), QStringList());
+        QCOMPARE(NetworkTask::staticMetaObject.superClass(), &Task::staticMetaObject);
+        QCOMPARE(FileDownloadTask::staticMetaObject.superClass(), &NetworkTask::staticMetaObject);
+        QCOMPARE(NetworkQueue::staticMetaObject.superClass(), &TasksQueue::staticMetaObject);
+    }
+
+    void startsWithItsDefaults()
+    {
+        NetworkTask task(u"http://host/"_s, NetworkTask::Priority::High);
+        QCOMPARE(task.timeout().count(), 300000);
+        QCOMPARE(task.findChild<QTimer*>()->interval(), 300000);
+        QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::Unknown);
+        QVERIFY(!task.hasOverriddenUserAgent() && !task.requiresAuthentication());
+        QVERIFY(!task.networkAccessManager() && !task.networkReply() && !task.networkConnection());
+        QVERIFY(task.requestAttributes().isEmpty() && task.data().isEmpty());
+    }
+
     void setsOnlyWhatItIsGiven()
     {
         TestTask task;

@@ -1,4 +1,5 @@
 #include "NetworkTestSupport.h"
+#include <NetworkQueue.h>
 
 #include <memory>
 
@@ -166,6 +167,29 @@ private Q_SLOTS:
         QTRY_VERIFY(task->isFinished());
         QCOMPARE(task->error().errorCode(), isNull ? ErrorCode::AuthenticationFailed : ErrorCode::None);
         QCOMPARE(m_server->requests().size(), isNull ? 0 : 1);
+    }
+
+    void logsInThroughTheQueueThatWaits()
+    {
+        m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
+        NetworkQueue queue; // one slot
+        queue.setAuthenticator(m_authenticator.get());
+        TestTask login(m_server->url(u"/login"_s));
+        m_authenticator->duringLogin = [&] {
+            connect(&login, &Task::finished, m_authenticator.get(),
+                    [&] { m_authenticator->succeed(login.data().constData()); });
+            queue.setAuthenticator(nullptr); // the login itself needs none
+            queue.append(&login);
+        };
+        std::vector<std::unique_ptr<TestTask>> tasks;
+        for (int i = 0; i < 5; ++i) {
+            tasks.push_back(std::make_unique<TestTask>(m_server->url()));
+            queue.append(tasks.back().get());
+        }
+        QTRY_VERIFY(queue.isEmpty());
+        for (const auto& task : tasks)
+            QVERIFY(task->isFinished() && !task->hasError());
+        QCOMPARE(m_authenticator->logins, 1);
     }
 
 private:
