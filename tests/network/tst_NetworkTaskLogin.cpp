@@ -1,4 +1,5 @@
 #include "NetworkTestSupport.h"
+
 #include <NetworkQueue.h>
 
 #include <memory>
