@@ -32,10 +32,10 @@ void abortUnlessFailed(QNetworkReply* reply)
 // that. Qt knows the size unless it decodes the content, and then it drops the length that the server stated.
 QByteArray takeContent(QNetworkReply* reply)
 {
-    if (!reply->header(QNetworkRequest::ContentLengthHeader).isValid())
+    const auto size = reply->bytesAvailable();
+    if (size <= 0 || !reply->header(QNetworkRequest::ContentLengthHeader).isValid())
         return reply->readAll();
     std::array<char, 16384> buffer; // of that size
-    const auto size = reply->bytesAvailable();
     if (size >= qint64{buffer.size()})
         return reply->read(size);
     return QByteArray(buffer.data(), std::max<qint64>(reply->read(buffer.data(), buffer.size()), 0));
@@ -454,8 +454,8 @@ void NetworkTask::Private::onTransportLost()
         return;
     timer->unwatch();
     q->resetNetworkConnection();
-    q->setNetworkReply(
-        nullptr); // at once: a reply that has not begun would go on with a manager that is gone
+    // At once: a reply that has not begun yet would go on with a manager that is gone.
+    q->setNetworkReply(nullptr);
     const auto text = NetworkTask::tr("Network error");
     q->setNetworkResponseError(QNetworkReply::UnknownNetworkError);
     q->setNetworkResponseErrorMessage(text);
