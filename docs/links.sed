@@ -5,4 +5,6 @@ s#\]\((\.\./)+[a-z]+/src/NetworkConstants\.h\)#](@ref network)#g
 s#\]\((\.\./)+[a-z]+/src/Settings\.h\)#](@ref as)#g
 s#\]\((\.\./)+[a-z]+/src/([A-Za-z]+)\.h\)#](@ref orv::\2)#g
 s#\[([^]]*)\]\(\.\./\.\./[^)]*\)#\1#g
+s#\[([^]]*)\]\([A-Za-z0-9_/.-]*\.json\)#\1#g
+s#\[([^]]*)\]\((\.\./)?snippets/[^)]*\)#\1#g
 s#\[([^]]*)\]\(\.\./((README|CONTRIBUTING|CHANGELOG)\.md|(examples|benchmarks|tests|tools)\b[^)]*)\)#\1#g

@@ -51,7 +51,7 @@ install_packages()
     say "Installing ${missing[*]}"
     as_root apt-get update -qq
     as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends "${missing[@]}" \
-        </dev/null
+        </dev/null >/dev/null
 }
 
 # install_idle_service NAME SERVICE installs the package NAME without starting what it brings along: the tests start

@@ -20,7 +20,7 @@ PasswordLogin::PasswordLogin(QString url, QString name, QString password, QObjec
 bool PasswordLogin::authenticate()
 {
     m_token.clear(); // whoever asks for a login has no use for the token that is there
-    const QJsonObject credentials{{u"name"_s, m_name}, {u"password"_s, m_password}};
+    const QJsonObject credentials{{u"user"_s, m_name}, {u"password"_s, m_password}};
     orv::NetworkRequest request(m_url, orv::NetworkRequest::jsonContentType,
                                 orv::NetworkRequest::Method::Post);
     request.postDataContentType = orv::NetworkRequest::jsonContentType;
