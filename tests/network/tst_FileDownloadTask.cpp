@@ -28,7 +28,7 @@ private:
     static bool run(FileDownloadTask& task)
     {
         task.exec();
-        return QTest::qWaitFor([&] { return task.isFinished(); }, 10000);
+        return runUntil([&] { return task.isFinished(); }, 10s);
     }
 
 private Q_SLOTS:
