@@ -98,8 +98,12 @@
         <translation>Verbindung geschlossen</translation>
     </message>
     <message>
-        <source>The header field &quot;%1&quot; holds a line break or a NUL character</source>
-        <translation>Das Header-Feld „%1“ enthält einen Zeilenumbruch oder ein NUL-Zeichen</translation>
+        <source>The value of the header field &quot;%1&quot; contains a control character</source>
+        <translation>Der Wert des Header-Felds „%1“ enthält ein Steuerzeichen</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; is not a valid name of a header field</source>
+        <translation>„%1“ ist kein gültiger Name eines Header-Felds</translation>
     </message>
     <message>
         <source>relative path must start with &apos;/&apos;</source>

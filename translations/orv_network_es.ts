@@ -98,8 +98,12 @@
         <translation>Conexión cerrada</translation>
     </message>
     <message>
-        <source>The header field &quot;%1&quot; holds a line break or a NUL character</source>
-        <translation>El campo de cabecera «%1» contiene un salto de línea o un carácter NUL</translation>
+        <source>The value of the header field &quot;%1&quot; contains a control character</source>
+        <translation>El valor del campo de cabecera «%1» contiene un carácter de control</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; is not a valid name of a header field</source>
+        <translation>«%1» no es un nombre válido de un campo de cabecera</translation>
     </message>
     <message>
         <source>relative path must start with &apos;/&apos;</source>

@@ -98,8 +98,12 @@
         <translation>Connexion fermée</translation>
     </message>
     <message>
-        <source>The header field &quot;%1&quot; holds a line break or a NUL character</source>
-        <translation>Le champ d’en-tête «&#xa0;%1&#xa0;» contient un saut de ligne ou un caractère NUL</translation>
+        <source>The value of the header field &quot;%1&quot; contains a control character</source>
+        <translation>La valeur du champ d’en-tête «&#xa0;%1&#xa0;» contient un caractère de contrôle</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; is not a valid name of a header field</source>
+        <translation>«&#xa0;%1&#xa0;» n’est pas un nom valide de champ d’en-tête</translation>
     </message>
     <message>
         <source>relative path must start with &apos;/&apos;</source>

@@ -98,8 +98,12 @@
         <translation>接続が閉じられました</translation>
     </message>
     <message>
-        <source>The header field &quot;%1&quot; holds a line break or a NUL character</source>
-        <translation>ヘッダーフィールド「%1」に改行または NUL 文字が含まれています</translation>
+        <source>The value of the header field &quot;%1&quot; contains a control character</source>
+        <translation>ヘッダーフィールド「%1」の値に制御文字が含まれています</translation>
+    </message>
+    <message>
+        <source>&quot;%1&quot; is not a valid name of a header field</source>
+        <translation>「%1」はヘッダーフィールドの有効な名前ではありません</translation>
     </message>
     <message>
         <source>relative path must start with &apos;/&apos;</source>

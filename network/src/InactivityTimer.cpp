@@ -2,51 +2,59 @@
 
 #include "NetworkConstants.h"
 
-#include <utility>
-
 namespace orv {
 
-InactivityTimer::InactivityTimer(std::function<void()> onTimeout, QObject* parent)
-    : QTimer(parent)
-    , m_onTimeout(std::move(onTimeout))
+InactivityTimer::InactivityTimer(QObject* parent)
+    : m_timer(new QTimer(parent))
 {
-    setSingleShot(true);
-    setInterval(network::DEFAULT_TIMEOUT);
+    m_timer->setSingleShot(true);
+    m_timer->setInterval(network::DEFAULT_TIMEOUT);
 }
 
-void InactivityTimer::watch(int limit)
+InactivityTimer::~InactivityTimer()
 {
-    stop();
-    setInterval(limit);
-    m_limit = limit;
-    m_isWatching = true;
-    restart();
+    delete m_timer;
 }
 
-void InactivityTimer::unwatch()
+void InactivityTimer::start(int limit)
 {
-    m_isWatching = false;
+    disable();
+    if (limit < 0)
+        return;
+    m_timer->setInterval(limit);
+    m_isEnabled = true;
+    startAnew();
+}
+
+void InactivityTimer::stop()
+{
+    m_timer->stop();
+}
+
+void InactivityTimer::disable()
+{
+    m_isEnabled = false;
     stop();
+}
+
+void InactivityTimer::extend()
+{
+    if (m_timer->isActive() && m_sinceStart.hasExpired(m_timer->interval() / 100))
+        startAnew();
 }
 
 void InactivityTimer::restart()
 {
-    noteProgress();
-    if (m_isWatching && m_limit >= 0 && !isActive())
-        start(m_limit);
+    if (m_timer->isActive())
+        extend();
+    else if (m_isEnabled)
+        startAnew();
 }
 
-void InactivityTimer::timerEvent(QTimerEvent* /*event*/)
+void InactivityTimer::startAnew()
 {
-    const auto left = m_limit - m_sinceProgress.elapsed();
-    const auto early = m_limit / 20; // as much as a coarse timer may be
-    if (left > early) {
-        start(static_cast<int>(left));
-    } else {
-        unwatch();
-        const auto onTimeout = m_onTimeout; // the timer may go
-        onTimeout();
-    }
+    m_sinceStart.start();
+    m_timer->start();
 }
 
 } // namespace orv

@@ -3,38 +3,42 @@
 #include <QElapsedTimer>
 #include <QTimer>
 
-#include <functional>
-
 namespace orv {
 
-/// Tells when nothing has happened for a while.
+/// The time-out of an exchange: a single-shot timer whose interval is the longest time without progress.
 ///
-/// Progress is only noted; when the timer runs out, it goes on for what is left. To start a timer anew with
-/// each piece of a reply costs more than many a piece does.
-class InactivityTimer : public QTimer
+/// Starting a timer costs more than handling a small piece of content, so progress restarts the timer only if
+/// at least a hundredth of the interval has passed since it was started. It may run out early by as much.
+class InactivityTimer
 {
 public:
-    /// @p onTimeout may delete the timer.
-    InactivityTimer(std::function<void()> onTimeout, QObject* parent);
+    /// Makes a stopped timer with the default time-out, as a child of @p parent.
+    explicit InactivityTimer(QObject* parent);
+    ~InactivityTimer();
+    InactivityTimer(const InactivityTimer&) = delete;
+    InactivityTimer& operator=(const InactivityTimer&) = delete;
 
-    /// Starts to watch: nothing may happen for @p limit milliseconds, or for ever if that is negative.
-    void watch(int limit);
-    /// Stops until the next watch(), whatever happens; stop() does so until the next restart().
-    void unwatch();
+    /// The timer, to connect to its timeout().
+    QTimer* timer() const { return m_timer; }
 
-    /// Something has happened.
-    void noteProgress() { m_sinceProgress.start(); }
-    /// Something has happened, which starts the timer again if it was stopped.
+    /// Starts with an interval of @p limit milliseconds; does not start if it is negative.
+    void start(int limit);
+    /// Stops until start() or restart().
+    void stop();
+    /// Stops until start().
+    void disable();
+
+    /// Progress was made: a running timer starts anew.
+    void extend();
+    /// Progress was made: starts anew, even if the timer was stopped.
     void restart();
 
-protected:
-    void timerEvent(QTimerEvent* event) override;
-
 private:
-    const std::function<void()> m_onTimeout;
-    QElapsedTimer m_sinceProgress;
-    int m_limit = -1;
-    bool m_isWatching = false;
+    void startAnew();
+
+    QTimer* const m_timer;
+    QElapsedTimer m_sinceStart;
+    bool m_isEnabled = false;
 };
 
 } // namespace orv

@@ -1,6 +1,7 @@
 #include "NetworkRequest.h"
 
 #include "NetworkRequest_p.h"
+#include "Redaction_p.h"
 
 #include <QDebug>
 #include <QRegularExpression>
@@ -108,7 +109,8 @@ QDebug operator<<(QDebug debug, const NetworkRequest& request)
 {
     // The type name is written out, since some compilers give an encoded one at run time.
     debug.nospace() << "struct orv::NetworkRequest"
-                    << "(url=" << request.url << " postDataContentType=" << request.postDataContentType
+                    << "(url=" << withoutPasswords(request.url)
+                    << " postDataContentType=" << request.postDataContentType
                     << " postData=" << request.maskedData()
                     << " acceptedContentTypes=" << request.acceptedContentTypes
                     << " method=" << request.method << ")";

@@ -5,6 +5,10 @@
 #include <QCoreApplication>
 #include <QDebug>
 
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <memory>
 #include <typeinfo>
 #include <utility>
 
@@ -18,26 +22,83 @@ const QSet<QNetworkReply::NetworkError> DEFAULT_RECOVERABLE_NETWORK_ERRORS{
     QNetworkReply::TemporaryNetworkFailureError, QNetworkReply::TimeoutError,
     QNetworkReply::UnknownNetworkError};
 
+/// The manager of the process. It goes with the application object whose child it is; a program may make
+/// another application object later, and then gets another manager.
+class DefaultManager : public SslIgnorantNetworkAccessManager
+{
+public:
+    static DefaultManager* instance()
+    {
+        auto* manager = current.load();
+        auto* application = QCoreApplication::instance();
+        if (manager || (wasMade.exchange(true) && !application))
+            return manager;
+        auto made = std::unique_ptr<DefaultManager>(new DefaultManager(application));
+        // Another thread may have been faster.
+        return current.compare_exchange_strong(manager, made.get()) ? made.release() : manager;
+    }
+
+    ~DefaultManager() override
+    {
+        auto* self = this;
+        current.compare_exchange_strong(self, nullptr);
+    }
+
+private:
+    explicit DefaultManager(QObject* parent)
+        : SslIgnorantNetworkAccessManager(SslMode::Verify, parent)
+    {
+    }
+
+    static inline std::atomic<DefaultManager*> current = nullptr;
+    static inline std::atomic<bool> wasMade = false;
+};
+
 } // namespace
 
 NetworkTask::Private::Private(NetworkTask* task)
-    : QObject(task)
-    , q(task)
-    , timer(new InactivityTimer([this] { onTimeout(); }, task))
+    : q(task)
     , recoverableNetworkErrors(DEFAULT_RECOVERABLE_NETWORK_ERRORS)
+    , timer(task)
 {
 }
 
-NetworkTask::Private::~Private()
+NetworkTask::Private::~Private() = default;
+
+// docs/architecture.md shows the same as a picture.
+bool NetworkTask::Private::mayFollow(Phase from, Phase to)
 {
-    disposeReply(reply);
-    delete timer;
+    using enum Phase;
+    constexpr auto bit = [](Phase phase) { return 1U << static_cast<unsigned>(phase); };
+    constexpr auto any = [bit](auto... phases) { return (bit(phases) | ...); };
+    static constexpr std::array successors{
+        /* Idle       */ any(Delayed, LoggingIn, Retrying, Ended),
+        /* Delayed    */ any(Idle, Sending, LoggingIn, Retrying, Ended),
+        /* LoggingIn  */ any(Idle, Sending, LoggingIn, Retrying, Ended),
+        /* Sending    */ any(Idle, Exchanging, Deciding, LoggingIn, Retrying, Ended),
+        /* Exchanging */ any(Idle, Deciding, LoggingIn, Retrying, Ended),
+        /* Deciding   */ any(Idle, Sending, LoggingIn, Retrying, Ended),
+        /* Retrying   */ any(Idle, LoggingIn, Retrying, Ended),
+        /* Ended      */ 0U,
+    };
+    return successors.at(static_cast<std::size_t>(from)) & bit(to);
 }
 
-quint64 NetworkTask::Private::enterPhase(Phase newPhase)
+void NetworkTask::Private::enterPhase(Phase next)
 {
-    phase = newPhase;
-    return ++phaseSerial;
+    Q_ASSERT_X(mayFollow(phase, next), "NetworkTask", "unexpected transition");
+    const bool keepsExchange = next == Phase::Exchanging || next == Phase::Deciding;
+    phase = next;
+    calls.supersede();
+    pending.reset();
+    if (exchange && !keepsExchange)
+        exchange->giveUp();
+}
+
+// A caller that has put the task back with setIdle() has given up its attempt.
+bool NetworkTask::Private::isAttemptUnderWay() const
+{
+    return q->isRunning() && phase != Phase::Idle && phase != Phase::Deciding;
 }
 
 NetworkTask::NetworkTask(Priority priority, QObject* parent)
@@ -59,10 +120,11 @@ NetworkTask::NetworkTask(const QString& url, Priority priority, QObject* parent)
     setRequest(url, NetworkRequest::defaultContentType, NetworkRequest::Method::Get, false);
 }
 
-// The reply must go before the multipart content that it may still be reading, which is a child of the task.
+// The reply has to be deleted before the multipart content that it may still be reading, which is a child of
+// the task.
 NetworkTask::~NetworkTask()
 {
-    delete d;
+    d->exchange.reset();
 }
 
 NetworkRequest NetworkTask::request() const
@@ -146,9 +208,7 @@ void NetworkTask::setNetworkAccessManager(SslIgnorantNetworkAccessManager* manag
 
 SslIgnorantNetworkAccessManager* NetworkTask::defaultNetworkAccessManager()
 {
-    static const QPointer<SslIgnorantNetworkAccessManager> manager(new SslIgnorantNetworkAccessManager(
-        SslIgnorantNetworkAccessManager::SslMode::Verify, QCoreApplication::instance()));
-    return manager;
+    return DefaultManager::instance();
 }
 
 bool NetworkTask::requiresAuthentication() const
@@ -165,8 +225,10 @@ void NetworkTask::setAuthenticator(AbstractAuthenticator* authenticator)
 {
     if (authenticator)
         setRequiresAuthentication(true);
+    const auto* previous = this->authenticator();
     Authenticable::setAuthenticator(authenticator);
-    d->onAuthenticatorReplaced();
+    if (previous != authenticator)
+        d->onAuthenticatorReplaced();
 }
 
 NetworkTask::ErrorPolicy NetworkTask::replyErrorPolicy() const
@@ -255,12 +317,12 @@ void NetworkTask::setNetworkResponseErrorMessage(const QString& message)
 
 QNetworkReply* NetworkTask::networkReply()
 {
-    return d->reply;
+    return d->exchange ? d->exchange->reply() : nullptr;
 }
 
 const QNetworkReply* NetworkTask::networkReply() const
 {
-    return d->reply;
+    return d->exchange ? d->exchange->reply() : nullptr;
 }
 
 std::optional<QMetaObject::Connection> NetworkTask::networkConnection()

@@ -21,6 +21,7 @@
 
 #include <chrono>
 #include <functional>
+#include <memory>
 #include <optional>
 
 class QHttpMultiPart;
@@ -240,6 +241,10 @@ public:
     /// Aborts the current reply, if there is one.
     void abort();
 
+    /// Has no effect while the task waits for a delay or a login: it goes on by itself, and holds no slot of
+    /// its queue until then.
+    void resume() override;
+
     /// A text for the log line of a failed reply; empty here, for subclasses.
     virtual QString errorMessage() const;
 
@@ -307,13 +312,10 @@ protected:
     void handleUnauthorizedError();
 
 private:
-    void processRecoverableError();
-
     static constexpr qint64 MB = 1048576;
-    static constexpr qint64 GB = 1073741824;
 
     class Private;
-    QPointer<Private> d;
+    std::unique_ptr<Private> d;
 };
 
 /// Writes the task with its request (content masked) and what it received, in no-space mode.

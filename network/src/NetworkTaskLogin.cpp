@@ -1,3 +1,5 @@
+// Waiting for a token.
+
 #include "NetworkLog_p.h"
 #include "NetworkTask_p.h"
 
@@ -8,7 +10,7 @@ namespace orv {
 namespace {
 
 // A token may be refused more than once for good reasons: other tasks may have used up its successors.
-constexpr int mostLoginsInARow = 10;
+constexpr int maxLoginsInARow = 10;
 
 Error authenticationFailed()
 {
@@ -24,11 +26,15 @@ void NetworkTask::handleUnauthorizedError()
 
 void NetworkTask::Private::onAuthenticationRequired()
 {
+    if (!q->isRunning()) {
+        qCWarning(networkLog) << "Unable to log in, the task is not running";
+        return;
+    }
     if (!q->authenticator()) {
         q->processUnhandledReply();
         return;
     }
-    if (loginsInARow >= mostLoginsInARow) {
+    if (loginsInARow >= maxLoginsInARow) {
         giveUpLoggingIn();
         return;
     }
@@ -37,7 +43,7 @@ void NetworkTask::Private::onAuthenticationRequired()
     awaitLogin();
 }
 
-// The logins succeed, and the server refuses every token: it would go on like this for ever.
+// The logins succeed, and the server refuses every token: without a limit, this would not end.
 void NetworkTask::Private::giveUpLoggingIn()
 {
     auto error = authenticationFailed();
@@ -49,71 +55,56 @@ void NetworkTask::Private::giveUpLoggingIn()
 
 void NetworkTask::Private::awaitLogin()
 {
-    const auto serial = enterPhase(Phase::AwaitingLogin);
-    const QPointer<Private> guard(this);
+    enterPhase(Phase::LoggingIn);
+    const ForeignCall call(calls);
     q->pause();
-    if (guard && isCurrent(serial))
+    if (call)
         subscribeToAuthenticator();
 }
 
-// One subscription serves all the waits for one authenticator. It is not undone between them: the phase tells
-// whether the task is waiting.
 void NetworkTask::Private::subscribeToAuthenticator()
 {
     auto* authenticator = q->authenticator();
-    if (!authenticator)
+    if (!authenticator) {
+        onAuthenticatorDestroyed();
         return;
-    if (subscribedTo != authenticator) {
-        connect(authenticator, &AbstractAuthenticator::authenticated, this, &Private::onAccessGranted);
-        connect(authenticator, &AbstractAuthenticator::error, this, &Private::onAuthenticationError);
-        connect(authenticator, &QObject::destroyed, this, &Private::onAuthenticatorDestroyed);
-        subscribedTo = authenticator;
     }
+    pending = std::make_unique<QObject>();
+    auto* context = pending.get();
+    QObject::connect(authenticator, &AbstractAuthenticator::authenticated, context,
+                     [this] { onAccessGranted(); });
+    QObject::connect(authenticator, &AbstractAuthenticator::error, context,
+                     [this](AbstractAuthenticator::Error code) { onAuthenticationError(code); });
+    QObject::connect(authenticator, &QObject::destroyed, context, [this] { onAuthenticatorDestroyed(); });
     authenticator->onAuthenticationRequired();
 }
 
+// A task that waits for another authenticator goes on with the new one, or ends for the lack of one.
 void NetworkTask::Private::onAuthenticatorReplaced()
 {
-    if (!subscribedTo || subscribedTo == q->authenticator())
+    if (phase != Phase::LoggingIn)
         return;
-    subscribedTo->disconnect(this);
-    subscribedTo = nullptr;
-    if (phase != Phase::AwaitingLogin)
-        return;
-    const auto serial = enterPhase(Phase::AwaitingLogin);
+    enterPhase(Phase::LoggingIn);
+    pending = std::make_unique<QObject>();
     QMetaObject::invokeMethod(
-        this,
-        [this, serial] {
-            if (isCurrent(serial) && q->isRunning())
-                goOnAfterLogin();
-        },
-        Qt::QueuedConnection);
-}
-
-void NetworkTask::Private::goOnAfterLogin()
-{
-    enterPhase(Phase::None);
-    const QPointer<Private> guard(this);
-    q->resume();
-    if (guard)
-        sendRequest();
+        pending.get(), [this] { startSending(); }, Qt::QueuedConnection);
 }
 
 void NetworkTask::Private::onAccessGranted()
 {
-    if (phase != Phase::AwaitingLogin || !q->isRunning() || !q->authenticator())
+    if (!q->isRunning())
         return;
     qCDebug(networkLog) << "Authentication granted";
-    qCDebug(networkLog) << "New access token:" << q->authenticator()->token();
+    isTokenNew = true; // logged when it is sent: token() is the program's, and may count its calls
     ++loginsInARow;
-    goOnAfterLogin();
+    startSending();
 }
 
 void NetworkTask::Private::onAuthenticationError(AbstractAuthenticator::Error code)
 {
-    if (phase != Phase::AwaitingLogin || !q->isRunning() || !q->authenticator())
-        return;
     auto* authenticator = q->authenticator();
+    if (!q->isRunning() || !authenticator)
+        return;
     auto error = authenticator->authenticationError();
     if (authenticator->canRetry() && code == AbstractAuthenticator::Error::TemporaryFailure) {
         qCDebug(networkLog) << error;
@@ -130,7 +121,7 @@ void NetworkTask::Private::onAuthenticationError(AbstractAuthenticator::Error co
 
 void NetworkTask::Private::onAuthenticatorDestroyed()
 {
-    if (phase == Phase::AwaitingLogin && q->isRunning())
+    if (q->isRunning())
         q->applyResponseErrorPolicy(authenticationFailed());
 }
 

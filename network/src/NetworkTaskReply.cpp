@@ -1,9 +1,14 @@
+// Reading a reply, judging it, and what follows from that: the error policies and the retries.
+
 #include "EnumKey_p.h"
 #include "NetworkLog_p.h"
 #include "NetworkTask_p.h"
+#include "Redaction_p.h"
 
 #include <Settings.h>
+#include <TasksQueue.h>
 
+#include <QCoreApplication>
 #include <QDebug>
 
 #include <algorithm>
@@ -15,35 +20,14 @@ namespace orv {
 
 namespace {
 
-bool isReadable(const QNetworkReply* reply)
+// RFC 9110, 15, with Unknown for a reply without a status.
+bool isStatusCode(int number)
 {
-    return reply->isOpen() && reply->isReadable();
+    return number == 0 || (number >= 100 && number <= 999);
 }
 
-// A reply that has failed and is about to say so needs no abort, and Qt would print a warning about one.
-void abortUnlessFailed(QNetworkReply* reply)
-{
-    if (reply->error() == QNetworkReply::NoError)
-        reply->abort();
-}
-
-// All content that has arrived, in one allocation of its size. QIODevice::readAll() does not ask how much
-// there is and grows its result in steps, and a read of less than QIODevice's own buffer first allocates
-// that. Qt knows the size unless it decodes the content, and then it drops the length that the server stated.
-QByteArray takeContent(QNetworkReply* reply)
-{
-    const auto size = reply->bytesAvailable();
-    if (size <= 0 || !reply->header(QNetworkRequest::ContentLengthHeader).isValid())
-        return reply->readAll();
-    std::array<char, 16384> buffer; // of that size
-    if (size >= qint64{buffer.size()})
-        return reply->read(size);
-    return QByteArray(buffer.data(), std::max<qint64>(reply->read(buffer.data(), buffer.size()), 0));
-}
-
-// The bytes without the first @p count, in the same memory. QByteArray::remove() would copy what is left as
-// soon as somebody holds a copy of data(), which makes consuming a stream in pieces cost the square of its
-// length.
+// The bytes without the first @p count, in the same memory. QByteArray::remove() copies what is left if the
+// caller holds a copy of data(), which would make consuming a stream in pieces quadratic.
 QByteArray withoutFirst(QByteArray bytes, qsizetype count)
 {
     auto storage = std::move(bytes.data_ptr());
@@ -56,100 +40,44 @@ QByteArray withoutFirst(QByteArray bytes, qsizetype count)
 
 void NetworkTask::setNetworkReply(QNetworkReply* reply)
 {
-    if (d->reply) {
-        d->reply->disconnect(this);
-        d->reply->disconnect(d);
-    }
-    if (reply)
-        reply->setParent(this);
-    if (reply != d->reply) {
-        QNetworkReply* old = std::exchange(d->reply, QPointer<QNetworkReply>(reply));
-        d->disposeReply(old);
-        d->replyBytesReceived = 0;
-    }
-    if (!reply)
-        return;
-    if (!d->leaving)
-        d->leaving = std::make_shared<Private::Leaving>();
-    connect(reply, &QNetworkReply::downloadProgress, d, [this](qint64 bytesReceived) {
-        d->timer->noteProgress();
-        d->bytesReceived = d->replyBytesReceived = bytesReceived;
-    });
-    const auto operation = reply->operation();
-    if (operation != QNetworkAccessManager::GetOperation &&
-        operation != QNetworkAccessManager::HeadOperation) {
-        connect(reply, &QNetworkReply::uploadProgress, d, [this] { d->timer->noteProgress(); });
-    }
-    // While a slot keeps this thread busy, Qt's own goes on receiving; without a limit it may gather the
-    // whole content.
-    constexpr qint64 streamingBufferSize = MB;
-    if (d->request.streaming)
-        reply->setReadBufferSize(streamingBufferSize);
-    connect(reply, &QNetworkReply::readyRead, d,
-            d->request.streaming ? &Private::readAvailableData : &Private::forwardReadyRead);
-    connect(reply, &QObject::destroyed, d, &Private::onTransportLost);
+    if (reply != networkReply() && std::exchange(d->isDataFromReply, false))
+        clearData();
+    if (!d->exchange)
+        d->exchange = std::make_unique<NetworkExchange>(d->timer, d->calls, *d);
+    d->exchange->setReply(reply, this, d->request.streaming);
 }
 
-// Deletes a reply that is not the task's any more, with the content that it may be sending, and forgets what
-// data() took from it: the next reply has its own.
-void NetworkTask::Private::disposeReply(QNetworkReply* old)
+void NetworkTask::Private::onContentArrived()
 {
-    QHttpMultiPart* content = replyContent;
-    replyContent = nullptr;
-    if (std::exchange(isDataFromReply, false))
-        data.reset();
-    if (old) {
-        if (!q->isFinished()) // else finalize() has done it
-            old->disconnect(this);
-        if (leaving->callsOnStack > 0) {
-            old->disconnect();
-            old->setParent(nullptr);
-            if (content)
-                content->setParent(old);
-            abortUnlessFailed(old);
-            leaving->replies.append(old);
-            return;
-        }
-    }
-    delete old;
-    delete content;
-}
-
-void NetworkTask::Private::forwardReadyRead()
-{
-    const ReplyOnStack mark(this);
+    if (exchange->isStreaming())
+        readAvailableData();
+    const ForeignCall call(calls, ForeignCall::From::ReplySignal);
     Q_EMIT q->readyRead();
 }
 
 void NetworkTask::Private::readAvailableData()
 {
-    if (!reply) {
-        qCWarning(networkLog) << "Null reply";
-        return;
-    }
-    timer->restart();
-    auto chunk = takeContent(reply);
+    timer.restart();
+    auto chunk = exchange->takeAll();
     if (!data || data->isEmpty())
         data = std::move(chunk);
     else
         data->append(chunk);
-    forwardReadyRead();
 }
 
 QByteArray NetworkTask::read(qint64 maxSize)
 {
-    if (!d->reply) {
+    if (!networkReply()) {
         qCWarning(networkLog) << "Null reply";
         return {};
     }
-    const auto size = std::min(maxSize, d->reply->bytesAvailable());
-    return size > 0 && isReadable(d->reply) ? d->reply->read(size) : QByteArray();
+    return d->exchange->take(maxSize);
 }
 
 QByteArray NetworkTask::data() const
 {
-    if (d->reply && d->reply->isFinished() && !d->data) {
-        d->data = isReadable(d->reply) ? takeContent(d->reply) : QByteArray();
+    if (!d->data && networkReply() && networkReply()->isFinished()) {
+        d->data = d->exchange->takeAll();
         d->isDataFromReply = true;
     }
     return d->data.value_or(QByteArray());
@@ -179,6 +107,17 @@ qint64 NetworkTask::bytesReceived() const
     return d->bytesReceived;
 }
 
+void NetworkTask::resetNetworkConnection()
+{
+    if (d->networkConnection) {
+        QObject::disconnect(*d->networkConnection);
+        d->networkConnection.reset();
+    }
+    d->timer.stop();
+    if (d->phase == Private::Phase::Exchanging)
+        d->enterPhase(Private::Phase::Deciding);
+}
+
 void NetworkTask::clearNetworkState()
 {
     resetNetworkConnection();
@@ -191,118 +130,110 @@ void NetworkTask::clearNetworkState()
 
 bool NetworkTask::setNetworkTaskStatusFromReply()
 {
-    if (!d->reply) {
+    const auto* reply = networkReply();
+    if (!reply) {
         setNetworkResponseErrorMessage(tr("Network error"));
         return false;
     }
-    setNetworkResponseError(d->reply->error());
-    const bool readable = isReadable(d->reply);
-    if (networkResponseError() != QNetworkReply::NoError || !readable) {
-        auto message = networkResponseError() == QNetworkReply::TimeoutError ? tr("Network timeout")
-                                                                             : d->reply->errorString();
+    setNetworkResponseError(reply->error());
+    const bool isReadable = reply->isOpen() && reply->isReadable();
+    if (networkResponseError() != QNetworkReply::NoError || !isReadable) {
+        auto message = networkResponseError() == QNetworkReply::TimeoutError
+                           ? tr("Network timeout")
+                           : withoutPasswords(reply->errorString());
         if (message.isEmpty())
             message = tr("Network error");
         setNetworkResponseErrorMessage(message);
     }
-    if (!readable)
+    if (!isReadable)
         return false;
-    setHttpResponseStatusCode(responseStatusCode(d->reply));
-    setHttpResponseStatusCodeNumber(responseStatusCodeNumber(d->reply));
+    setHttpResponseStatusCode(responseStatusCode(networkReply()));
+    setHttpResponseStatusCodeNumber(responseStatusCodeNumber(networkReply()));
     return true;
 }
 
-void NetworkTask::Private::onReplyFinished(quint64 completion)
+// By now, the completion may be one that nobody waits for any more.
+void NetworkTask::Private::onCompleted()
 {
-    if (completion != awaitedCompletion)
+    if (phase != Phase::Exchanging)
         return;
+    const auto* reply = exchange->reply();
     if (reply && reply->error() != QNetworkReply::NoError) {
         qCWarning(networkLog) << NetworkTask::tr("A task \"%1\" failed, error message = \"%2\".")
-                                     .arg(q->name(), reply->errorString());
+                                     .arg(q->name(), withoutPasswords(reply->errorString()));
     }
     q->resetNetworkConnection();
-    if (q->isRunning() && isUnprocessed()) {
+    if (q->isRunning() && !isSentAgain && exchange->isUnprocessed()) {
+        // Whatever the method: once more, over HTTP/1.1, which has no such limits.
         isSentAgain = true;
-        sendRequest();
+        startSending();
         return;
     }
     processNetworkReply();
 }
 
-// With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
-// 6.8). Qt fails those with the first of these errors, and those that still waited for the connection with
-// the second. Whatever their method, they may be sent again: once, and over HTTP/1.1, which has no such
-// limits. After a redirect, or with content that may not be read twice, the errors say less.
-bool NetworkTask::Private::isUnprocessed() const
-{
-    if (isSentAgain || !reply || replyContent || responseStatusCodeNumber(reply) != 0)
-        return false;
-    const auto error = reply->error();
-    if (error != QNetworkReply::ContentReSendError && error != QNetworkReply::ProtocolUnknownError)
-        return false;
-    const auto sent = reply->request();
-    return sent.url().scheme() == QLatin1String("https") && reply->url() == sent.url() &&
-           sent.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool();
-}
-
 void NetworkTask::Private::processNetworkReply()
 {
-    timer->unwatch();
-    if (!q->setNetworkTaskStatusFromReply()) {
-        const QPointer<Private> guard(this);
-        const auto serial = phaseSerial;
+    timer.disable();
+    const bool isReadable = q->setNetworkTaskStatusFromReply();
+    if (isReadable) {
+        judgeContent();
+    } else {
+        const ForeignCall call(calls);
         q->processFailedReply({});
-        // A retry has begun another attempt, which this reply has no say in.
-        if (!guard || !isCurrent(serial))
+        // A retry has begun another attempt, in which this reply has no say.
+        if (!call.isTaskAlive() || !(phase == Phase::Deciding || phase == Phase::Ended))
             return;
-    } else if (isContentShort()) {
-        q->setNetworkResponseError(QNetworkReply::RemoteHostClosedError);
-        q->setNetworkResponseErrorMessage(NetworkTask::tr("Connection closed"));
     }
     if (httpResponseStatusCode != HttpResponseStatusCode::Unauthorized)
         loginsInARow = 0;
-    logReply();
+    if (!logReply())
+        return;
     dumpReply();
     if (!q->isRunning()) {
         qCDebug(networkLog) << "Task" << q->name() << "is not running";
         return;
     }
-    if (handleStatus())
+    if (!isReadable || handleStatus()) // the policy has let the task run on, or a handler has the last word
         return;
     qCDebug(networkLog) << "Unhandled reply";
     q->processUnhandledReply();
 }
 
-// Qt reports some replies that were cut off as complete, when the end of the connection comes together with
-// the last bytes. Where the length is stated and the content was not decoded (Qt then drops the field), they
-// can be told.
-bool NetworkTask::Private::isContentShort() const
+// Finds out about content that is not whole although Qt reports no error.
+void NetworkTask::Private::judgeContent()
 {
-    if (networkResponseError != QNetworkReply::NoError || request.method == NetworkRequest::Method::Head)
-        return false;
-    if (httpResponseStatusCodeNumber == 204 ||
-        httpResponseStatusCodeNumber == 304) // no content, RFC 9110, 6.4.1
-        return false;
-    const auto length = reply->header(QNetworkRequest::ContentLengthHeader);
-    if (!length.isValid() || length.toLongLong() <= replyBytesReceived)
-        return false;
-    return !reply->hasRawHeader("Transfer-Encoding"); // the length means nothing then, RFC 9112, 6.3
+    if (networkResponseError != QNetworkReply::NoError)
+        return;
+    if (exchange->isContentShort() || exchange->isHeadLost()) {
+        q->setNetworkResponseError(QNetworkReply::RemoteHostClosedError);
+        q->setNetworkResponseErrorMessage(NetworkTask::tr("Connection closed"));
+    }
 }
 
 QString NetworkTask::Private::replyErrorText() const
 {
+    const auto* reply = q->networkReply();
+    if (!reply)
+        return {};
     const bool isFoundHere =
         reply->error() == QNetworkReply::NoError && networkResponseError != QNetworkReply::NoError;
-    return isFoundHere ? networkResponseErrorMessage : reply->errorString();
+    return isFoundHere ? networkResponseErrorMessage : withoutPasswords(reply->errorString());
 }
 
-void NetworkTask::Private::logReply()
+// Returns false if the task has gone meanwhile: errorMessage() is a subclass's.
+bool NetworkTask::Private::logReply()
 {
     qCDebug(networkLog) << "Status code:" << httpResponseStatusCode;
-    if (networkResponseError == QNetworkReply::NoError || !networkLog().isWarningEnabled())
-        return;
+    if (networkResponseError == QNetworkReply::NoError)
+        return true;
+    const ForeignCall call(calls);
     const auto message = q->errorMessage();
+    if (!call)
+        return false;
     qCWarning(networkLog).noquote() << "Network error:" << enumKey(networkResponseError)
                                     << (message.isEmpty() ? QString() : QStringLiteral(" : %1").arg(message));
+    return true;
 }
 
 void NetworkTask::Private::dumpReply()
@@ -317,43 +248,39 @@ void NetworkTask::Private::dumpReply()
     qCDebug(networkLog).noquote() << "Server response:" << content;
 }
 
-// Returns whether the status has a handler, which then has been called. The handler may have deleted the
-// task.
+// Returns whether the status has a handler, which then has been called and may have deleted the task.
 bool NetworkTask::Private::handleStatus()
 {
-    const auto handling = [this] {
-        qCDebug(networkLog) << "Handling status code" << enumKey(httpResponseStatusCode);
+    using Code = HttpResponseStatusCode;
+    struct Default
+    {
+        Code code;
+        void (Private::*handle)();
     };
-    if (const auto found = responseHandlers.constFind(httpResponseStatusCode);
-        found != responseHandlers.cend()) {
-        handling();
-        const auto handler = *found; // the handler may replace itself
-        handler();
-        return true;
-    }
-    switch (httpResponseStatusCode) {
-    case HttpResponseStatusCode::OK:
-    case HttpResponseStatusCode::Created:
-        handling();
-        processSuccessfulReply();
-        return true;
-    case HttpResponseStatusCode::BadRequest:
-    case HttpResponseStatusCode::NotFound:
-        handling();
-        processResponseError();
-        return true;
-    case HttpResponseStatusCode::Unauthorized:
-        handling();
-        onAuthenticationRequired();
-        return true;
-    case HttpResponseStatusCode::RequestTimeout:
-    case HttpResponseStatusCode::TooManyRequests:
-        handling();
-        q->processRecoverableError();
-        return true;
-    default:
+    static constexpr std::array defaults{
+        Default{Code::OK, &Private::processSuccessfulReply},
+        Default{Code::Created, &Private::processSuccessfulReply},
+        Default{Code::BadRequest, &Private::processResponseError},
+        Default{Code::Unauthorized, &Private::onAuthenticationRequired},
+        Default{Code::NotFound, &Private::processResponseError},
+        Default{Code::RequestTimeout, &Private::processRecoverableError},
+        Default{Code::TooManyRequests, &Private::processRecoverableError},
+    };
+    const auto code = httpResponseStatusCode;
+    const auto set = responseHandlers.constFind(code);
+    const auto byDefault =
+        std::find_if(defaults.begin(), defaults.end(), [code](const auto& d) { return d.code == code; });
+    const bool isSet = set != responseHandlers.cend();
+    if (!isStatusCode(static_cast<int>(code)) || !(isSet || byDefault != defaults.end()))
         return false;
+    qCDebug(networkLog) << "Handling status code" << enumKey(code);
+    if (isSet) {
+        const auto handler = *set; // it may replace itself
+        handler();
+    } else {
+        (this->*byDefault->handle)();
     }
+    return true;
 }
 
 void NetworkTask::Private::processSuccessfulReply()
@@ -368,16 +295,23 @@ void NetworkTask::Private::processSuccessfulReply()
 
 void NetworkTask::Private::processResponseError()
 {
-    const auto text = reply ? reply->errorString() : NetworkTask::tr("Network error");
+    const auto* reply = q->networkReply();
+    const auto text = reply ? withoutPasswords(reply->errorString()) : NetworkTask::tr("Network error");
     const auto error = networkError(httpResponseStatusCode, text);
     qCWarning(networkLog) << error;
     q->applyResponseErrorPolicy(error);
 }
 
+void NetworkTask::Private::processRecoverableError()
+{
+    qCDebug(networkLog) << "Recoverable error occurred:" << httpResponseStatusCode;
+    q->processFailedReply({});
+}
+
 void NetworkTask::processUnhandledReply()
 {
     if (d->recoverableNetworkErrors.contains(d->networkResponseError)) {
-        processRecoverableError();
+        d->processRecoverableError();
         return;
     }
     setRetriesEnabled(false);
@@ -387,10 +321,10 @@ void NetworkTask::processUnhandledReply()
 void NetworkTask::processFailedReply(const QString& message)
 {
     qCDebug(networkLog) << "Processing failed reply...";
-    const QPointer<Private> guard(d);
-    if (retry() || !guard)
+    const ForeignCall call(d->calls);
+    if (retry() || !call.isTaskAlive())
         return;
-    const auto text = message.isEmpty() && d->reply ? d->replyErrorText() : message;
+    const auto text = message.isEmpty() ? d->replyErrorText() : message;
     auto error = networkError(d->httpResponseStatusCode, text);
     // A success status says nothing about why the reply failed.
     if (!error.hasError())
@@ -425,16 +359,22 @@ void NetworkTask::applyResponseErrorPolicy(const Error& error)
     applyErrorPolicy(responseErrorPolicy(), error);
 }
 
+// Whatever became of the connection to the reply, the task does not wait any longer; unless the reply was
+// complete in time, and only the event loop was late.
 void NetworkTask::Private::onTimeout()
 {
-    const bool isCompletionOnItsWay = awaitedCompletion && reply && reply->isFinished();
-    if (!q->isRunning() || isCompletionOnItsWay)
+    const bool isCompletionNext = phase == Phase::Exchanging && exchange->isCompletionOnItsWay();
+    if (!q->isRunning() || isCompletionNext)
         return;
-    qCWarning(networkLog) << "Network timeout in task" << q->name() << request;
+    const ForeignCall masking(calls);
+    const auto text = networkLog().isWarningEnabled() ? debugText(request) : QByteArray();
+    if (!masking)
+        return;
+    qCWarning(networkLog) << "Network timeout in task" << q->name() << text.constData();
     q->clearNetworkState();
-    const QPointer<Private> guard(this);
+    const ForeignCall aborting(calls);
     q->abort();
-    if (!guard)
+    if (!aborting)
         return;
     q->setHttpResponseStatusCode(HttpResponseStatusCode::RequestTimeout);
     q->processFailedReply(NetworkTask::tr("Network timeout"));
@@ -446,13 +386,10 @@ void NetworkTask::Private::onCanceled()
     q->abort();
 }
 
-// The reply or its manager was destroyed under the task. Qt tells nobody about an exchange that ends like
-// this.
 void NetworkTask::Private::onTransportLost()
 {
-    if (!awaitedCompletion || !q->isRunning())
+    if (phase != Phase::Exchanging || !q->isRunning())
         return;
-    timer->unwatch();
     q->resetNetworkConnection();
     // At once: a reply that has not begun yet would go on with a manager that is gone.
     q->setNetworkReply(nullptr);
@@ -464,37 +401,99 @@ void NetworkTask::Private::onTransportLost()
 
 Error NetworkTask::doFinish()
 {
-    if (hasError() && d->reply && !d->reply->isFinished()) {
-        const QPointer<Private> guard(d);
+    const auto* reply = networkReply();
+    if (hasError() && reply && !reply->isFinished()) {
+        const ForeignCall call(d->calls);
         abort();
-        if (!guard)
+        if (!call.isTaskAlive())
             return Error(ErrorCode::Canceled); // nobody is left to read it
     }
     return Task::doFinish();
 }
 
-// Nothing may follow the end of a task: neither a signal of its reply, nor a completion that is on its way,
-// nor a time-out.
+// Nothing may follow the end of a task, and nothing that it started goes on.
 void NetworkTask::finalize()
 {
+    if (d->phase == Private::Phase::Delayed)
+        qCWarning(networkLog) << "Task is already finished"; // so its request is not sent
     resetNetworkConnection();
-    if (d->reply)
-        d->reply->disconnect();
+    d->enterPhase(Private::Phase::Ended);
+    if (networkReply())
+        networkReply()->disconnect();
     Task::finalize();
 }
 
 void NetworkTask::abort()
 {
-    if (!d->reply)
-        return;
-    const Private::ReplyOnStack mark(d);
-    abortUnlessFailed(d->reply);
+    if (d->exchange)
+        d->exchange->abort();
 }
 
 void NetworkTask::cancel()
 {
-    d->timer->stop();
+    d->timer.stop();
     Task::cancel();
+}
+
+void NetworkTask::resume()
+{
+    if (!d->isWaiting())
+        Task::resume();
+}
+
+bool NetworkTask::retry()
+{
+    return d->isRetryAllowed && d->retry();
+}
+
+// Returns true if the caller must do nothing more: another attempt is on its way, or the task was ended,
+// deleted or given something else to do while it was announced.
+bool NetworkTask::Private::retry()
+{
+    // Access managers are deleted with the application object, and there is no event loop after it.
+    if (!q->canRetry() || q->isFinished() || QCoreApplication::closingDown()) {
+        qCDebug(networkLog) << "Can't retry task" << q->name();
+        return false;
+    }
+    q->clearNetworkState();
+    q->incrementRetries();
+    enterPhase(Phase::Retrying);
+    const ForeignCall call(calls);
+    if (!logAttempt())
+        return true;
+    Q_EMIT q->aboutToRetry();
+    return !call || executeAgain();
+}
+
+// Returns false if the task has gone meanwhile: the masking function is the caller's.
+bool NetworkTask::Private::logAttempt()
+{
+    if (!networkLog().isDebugEnabled())
+        return true;
+    const ForeignCall call(calls);
+    const auto text = debugText(request);
+    if (!call)
+        return false;
+    qCDebug(networkLog) << "Task" << q->name() << text.constData() << "attempt #" << q->retriesCount();
+    return true;
+}
+
+bool NetworkTask::Private::executeAgain()
+{
+    enterPhase(Phase::Idle);
+    q->setPriority(0);
+    q->setIdle();
+    const ForeignCall call(calls);
+    if (const QPointer<TasksQueue> queue = q->queue()) {
+        queue->removeTask(q);
+        if (call && queue)
+            queue->append(q);
+    } else if (!QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection)) {
+        return false;
+    }
+    if (call.isTaskAlive() && phase != Phase::Ended)
+        Q_EMIT q->retried();
+    return true;
 }
 
 } // namespace orv

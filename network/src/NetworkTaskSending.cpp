@@ -1,58 +1,86 @@
+// Building a request, authorizing it and sending it.
+
 #include "NetworkLog_p.h"
 #include "NetworkRequest_p.h"
 #include "NetworkTask_p.h"
+#include "Redaction_p.h"
 
 #include <Settings.h>
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <limits>
+#include <utility>
 
 namespace orv {
 
 namespace {
 
-// Sets a header field as a raw one, the only kind that Qt sends when it is empty. A null value would remove
-// the field, and an empty User-Agent would be replaced by Qt's own; white space is an empty value too (RFC
-// 9110, 5.5).
-void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray& value)
+// RFC 9110, 5.6.2
+bool isToken(const QByteArray& text)
 {
-    if (!value.isEmpty())
-        request.setRawHeader(name, value);
+    const auto isTokenCharacter = [](char c) {
+        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+               (c != '\0' && std::strchr("!#$%&'*+-.^_`|~", c));
+    };
+    return !text.isEmpty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
+}
+
+// Qt up to 6.7 writes names and values as they are, so a line break would begin another field; later versions
+// drop such a field and send the request without it.
+bool isFieldValue(const QByteArray& text)
+{
+    return std::none_of(text.begin(), text.end(), [](char c) {
+        const auto code = static_cast<unsigned char>(c);
+        return (code < 0x20 && c != '\t') || code == 0x7f;
+    });
+}
+
+bool isField(const QByteArray& name, const QByteArray& value)
+{
+    return isToken(name) && isFieldValue(value);
+}
+
+// Says why a field must not be sent, without its value, which may be a secret.
+Error refusalOf(const QByteArray& name)
+{
+    const auto text =
+        isToken(name) ? NetworkTask::tr("The value of the header field \"%1\" contains a control character")
+                      : NetworkTask::tr("\"%1\" is not a valid name of a header field");
+    return Error(ErrorCode::InvalidArgument,
+                 text.arg(QString::fromLatin1(name.toPercentEncoding(" !#$%&'*+^`|~:"))));
+}
+
+// Sets a header field as a raw one. A blank is an empty value (RFC 9110, 5.5) that Qt sends as it is; it
+// leaves out a known field that is empty, or puts its own in the place.
+void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray& value, Error& refusal)
+{
+    if (!isField(name, value))
+        refusal = refusalOf(name);
     else
-        request.setRawHeader(name, name.compare("User-Agent", Qt::CaseInsensitive) == 0 ? " " : "");
+        request.setRawHeader(name, value.isEmpty() ? QByteArrayLiteral(" ") : value);
 }
 
-// Content always goes with its type, be it an empty one. A type among the raw headers stands in for one that
-// is not given, and multipart content brings its own.
-void setContentType(QNetworkRequest& request, const QByteArray& contentType, bool isMultiPart)
-{
-    static const auto name = QByteArrayLiteral("Content-Type");
-    if (!contentType.isEmpty() || !(isMultiPart || request.hasRawHeader(name)))
-        setField(request, name, contentType);
-}
-
-// Qt writes names and values to the wire as they are, so these bytes would begin another field (RFC
-// 9110, 5.5).
-bool breaksFields(const QByteArray& text)
-{
-    return std::any_of(text.begin(), text.end(), [](char c) { return c == '\r' || c == '\n' || c == '\0'; });
-}
-
-// The name of a field that must not be sent, made printable; empty when all of them may.
-QString unsafeField(const QNetworkRequest& request)
+// For a request that a subclass has authorized in its own way.
+Error checkFields(const QNetworkRequest& request)
 {
     const auto names = request.rawHeaderList();
     for (const auto& name : names) {
-        if (breaksFields(name))
-            return QString::fromLatin1(name.toPercentEncoding(" !#$%&'*+^`|~:"));
-        if (breaksFields(request.rawHeader(name)))
-            return QString::fromLatin1(name);
+        if (!isField(name, request.rawHeader(name)))
+            return refusalOf(name);
     }
-    return {};
+    return Error(ErrorCode::None);
+}
+
+bool isPostOrPut(NetworkRequest::Method method)
+{
+    return method == NetworkRequest::Method::Post || method == NetworkRequest::Method::Put;
 }
 
 std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
@@ -62,6 +90,34 @@ std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
     return std::clamp(delay, seconds(0), longest);
 }
 
+// Waits for a delay, or just for the event loop, and then makes a call that may delete it.
+class Delay : public QObject
+{
+public:
+    Delay(std::chrono::milliseconds time, std::function<void()> call)
+        : m_call(std::move(call))
+    {
+        constexpr std::chrono::seconds coarse(2); // as QTimer has it
+        if (time > std::chrono::milliseconds(0))
+            startTimer(time, time < coarse ? Qt::PreciseTimer : Qt::CoarseTimer);
+        else
+            QCoreApplication::postEvent(this, new QEvent(QEvent::User));
+    }
+
+protected:
+    void customEvent(QEvent* /*event*/) override { end(); }
+    void timerEvent(QTimerEvent* /*event*/) override { end(); }
+
+private:
+    void end()
+    {
+        const auto call = m_call;
+        call();
+    }
+
+    const std::function<void()> m_call;
+};
+
 } // namespace
 
 void NetworkTask::exec()
@@ -70,9 +126,17 @@ void NetworkTask::exec()
         qCWarning(networkLog) << "Unable to continue, the task is finished";
         return;
     }
-    const QPointer<Private> guard(d);
+    if (d->isAttemptUnderWay()) {
+        qCWarning(networkLog) << "Unable to start, an attempt is under way";
+        return;
+    }
+    if (d->phase != Private::Phase::Idle) {
+        d->enterPhase(Private::Phase::Idle);
+        clearData();
+    }
+    const ForeignCall call(d->calls);
     setRunning();
-    if (!guard || isFinished())
+    if (!call)
         return;
     setNetworkResponseError(QNetworkReply::NoError);
     setNetworkResponseErrorMessage({});
@@ -89,160 +153,223 @@ void NetworkTask::exec()
 void NetworkTask::Private::scheduleSending()
 {
     const auto delay = waitingTime(q->retryDelay());
-    const auto serial = enterPhase(Phase::Scheduled);
+    enterPhase(Phase::Delayed);
     isSentAgain = false;
-    QTimer::singleShot(delay, this, [this, serial] {
-        if (!isCurrent(serial))
-            return;
-        const QPointer<Private> guard(this);
-        if (q->isPaused())
-            q->resume();
-        if (guard && isCurrent(serial))
-            sendRequest();
-    });
+    pending = std::make_unique<Delay>(delay, [this] { startSending(); });
     if (delay > std::chrono::milliseconds(0))
         q->pause();
 }
 
+// Called when what the task waited for is over.
+void NetworkTask::Private::startSending()
+{
+    enterPhase(Phase::Sending);
+    const ForeignCall call(calls);
+    if (q->isPaused())
+        q->resume();
+    if (call)
+        sendRequest();
+}
+
 void NetworkTask::Private::sendRequest()
 {
-    if (q->isFinished()) {
-        qCWarning(networkLog) << "Task is already finished";
+    Error refusal;
+    auto networkRequest = buildRequest(refusal);
+    if (requiresAuthentication && !q->authenticator())
+        refusal = Error(ErrorCode::AuthenticationFailed, NetworkTask::tr("Authentication failed"));
+    if (refusal.hasError()) {
+        q->finish(refusal);
         return;
     }
-    QNetworkRequest networkRequest(QUrl(request.url, QUrl::TolerantMode));
-    networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                                QNetworkRequest::ManualRedirectPolicy);
-    // While an HTTP/2 server is leaving a connection that is still in use (GOAWAY), Qt 6.4 forgets the
-    // requests made to it: they are neither sent nor failed, and wait for the time-out.
-    networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    if (!request.acceptedContentTypes.isEmpty())
-        setField(networkRequest, QByteArrayLiteral("Accept"), request.acceptedContentTypes);
-    setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent());
-    for (auto header = request.rawHeaders.cbegin(); header != request.rawHeaders.cend(); ++header)
-        setField(networkRequest, header.key(), header.value());
-    if (requiresAuthentication && !q->authenticator()) {
-        q->finish(Error(ErrorCode::AuthenticationFailed, NetworkTask::tr("Authentication failed")));
+    const ForeignCall call(calls);
+    const bool isAuthorized = !requiresAuthentication || authorize(networkRequest);
+    if (!call)
+        return;
+    if (!isAuthorized) {
+        enterPhase(Phase::Deciding); // nobody has asked for a login, so the subclass has to go on
         return;
     }
-    const QPointer<Private> guard(this);
-    if (requiresAuthentication && !q->doAuthenticateRequest(&networkRequest))
-        return;
-    if (!guard || q->isFinished())
-        return;
     for (auto attribute = requestAttributes.cbegin(); attribute != requestAttributes.cend(); ++attribute)
         networkRequest.setAttribute(attribute.key(), attribute.value());
     if (isSentAgain)
         networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    const auto unsafe = breaksFields(request.postDataContentType) ? QStringLiteral("Content-Type")
-                                                                  : unsafeField(networkRequest);
-    if (!unsafe.isEmpty()) {
-        q->finish(Error(
-            ErrorCode::InvalidArgument,
-            NetworkTask::tr("The header field \"%1\" holds a line break or a NUL character").arg(unsafe)));
-        return;
-    }
     executeRequest(networkRequest);
+}
+
+QNetworkRequest NetworkTask::Private::buildRequest(Error& refusal) const
+{
+    QNetworkRequest networkRequest(QUrl(request.url, QUrl::TolerantMode));
+    networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                                QNetworkRequest::ManualRedirectPolicy);
+    // While an HTTP/2 server is closing a connection that is still in use (GOAWAY), Qt 6.4 forgets the
+    // requests made to it: they are neither sent nor failed, and wait for the time-out.
+    networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    if (!request.acceptedContentTypes.isEmpty())
+        setField(networkRequest, QByteArrayLiteral("Accept"), request.acceptedContentTypes, refusal);
+    setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent(), refusal);
+    for (auto field = request.rawHeaders.cbegin(); field != request.rawHeaders.cend(); ++field)
+        setField(networkRequest, field.key(), field.value(), refusal);
+    return networkRequest;
+}
+
+// Returns whether the request may be sent; if not, the task may have left this phase.
+bool NetworkTask::Private::authorize(QNetworkRequest& networkRequest)
+{
+    const ForeignCall call(calls);
+    if (!q->doAuthenticateRequest(&networkRequest) || !call)
+        return false;
+    const auto refusal = checkFields(networkRequest);
+    if (refusal.hasError())
+        q->finish(refusal);
+    return !refusal.hasError();
 }
 
 bool NetworkTask::doAuthenticateRequest(QNetworkRequest* request)
 {
     if (!authenticator() || !request)
         return false;
+    const ForeignCall call(d->calls);
     const auto token = authenticator()->token().toLatin1();
+    if (!call)
+        return false;
+    if (std::exchange(d->isTokenNew, false))
+        qCDebug(networkLog) << "New access token:" << QString::fromLatin1(token);
     if (token.isEmpty()) {
         qCInfo(networkLog) << "No token, auth required";
         d->onAuthenticationRequired();
         return false;
     }
-    request->setRawHeader(QByteArrayLiteral("Authorization"), "Bearer " + token);
-    return true;
+    Error refusal;
+    setField(*request, QByteArrayLiteral("Authorization"), "Bearer " + token, refusal);
+    if (refusal.hasError())
+        finish(refusal);
+    return !refusal.hasError();
 }
 
 void NetworkTask::Private::executeRequest(QNetworkRequest networkRequest)
 {
     qCInfo(networkLog) << "Sending request:" << networkRequest.url() << methodName(request.method)
                        << "acceptedContentTypes:" << request.acceptedContentTypes << "for task" << q->name();
-    const QPointer<Private> guard(this);
-    QHttpMultiPart* content = nullptr;
-    if (request.method != NetworkRequest::Method::Head && request.method != NetworkRequest::Method::Get)
-        content = q->createMultiPart();
-    if (!guard || q->isFinished()) {
-        delete content;
-        return;
-    }
-    SslIgnorantNetworkAccessManager* manager = networkAccessManager;
-    if (!manager)
-        manager = defaultNetworkAccessManager();
-    if (!manager) {
+    if (!manager()) {
         qCWarning(networkLog) << "The network access manager is null";
-        delete content;
+        enterPhase(Phase::Deciding);
         return;
     }
-    if (content)
-        content->setParent(q);
-    QNetworkReply* newReply = dispatch(manager, networkRequest, content);
-    q->setNetworkReply(newReply);
-    replyContent = content;
-    awaitCompletion(manager);
+    const ForeignCall call(calls);
+    auto content = createContent();
+    if (!call)
+        return;
+    const auto refusal = addContentType(networkRequest, content.get());
+    if (refusal.hasError()) {
+        q->finish(refusal);
+        return;
+    }
+    logContent(content.get());
+    if (call)
+        exchangeWith(manager(), networkRequest, std::move(content));
 }
 
-QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* manager,
-                                              QNetworkRequest& networkRequest, QHttpMultiPart* content)
+SslIgnorantNetworkAccessManager* NetworkTask::Private::manager() const
+{
+    return networkAccessManager ? networkAccessManager.data() : defaultNetworkAccessManager();
+}
+
+std::unique_ptr<QHttpMultiPart> NetworkTask::Private::createContent() const
+{
+    const bool mayHaveContent =
+        isPostOrPut(request.method) || request.method == NetworkRequest::Method::Delete;
+    return std::unique_ptr<QHttpMultiPart>(mayHaveContent ? q->createMultiPart() : nullptr);
+}
+
+// Content always goes with its type, be it an empty one. A type among the raw header fields stands in for one
+// that is not given, and multipart content brings its own.
+Error NetworkTask::Private::addContentType(QNetworkRequest& networkRequest,
+                                           const QHttpMultiPart* content) const
+{
+    const auto name = QByteArrayLiteral("Content-Type");
+    const bool isMultiPart = content && request.method != NetworkRequest::Method::Put;
+    if (isMultiPart && !isFieldValue(content->boundary()))
+        return refusalOf(name);
+    Error refusal;
+    const bool isGiven = !request.postDataContentType.isEmpty();
+    const bool isImplied = isMultiPart || networkRequest.hasRawHeader(name);
+    if (isPostOrPut(request.method) && (isGiven || !isImplied))
+        setField(networkRequest, name, request.postDataContentType, refusal);
+    return refusal;
+}
+
+// The masking function is the caller's, and may delete the task.
+void NetworkTask::Private::logContent(const QHttpMultiPart* content) const
+{
+    if (!networkLog().isInfoEnabled())
+        return;
+    const auto sent = request;
+    if (content && sent.method != NetworkRequest::Method::Put) {
+        qCInfo(networkLog) << "Using multipart message:" << content;
+    } else if (!sent.postData.isEmpty() && isPostOrPut(sent.method)) {
+        const auto masked = sent.maskedData().left(2000);
+        qCInfo(networkLog).nospace() << "Using dataContentType " << sent.postDataContentType << " ("
+                                     << sent.postData.size() << "bytes): " << masked << Qt::endl;
+    }
+}
+
+void NetworkTask::Private::exchangeWith(SslIgnorantNetworkAccessManager* sender,
+                                        const QNetworkRequest& networkRequest,
+                                        std::unique_ptr<QHttpMultiPart> content)
+{
+    const ForeignCall call(calls);
+    const QPointer<QHttpMultiPart> sent = content.release();
+    if (sent)
+        sent->setParent(q);
+    const auto method = request.method;
+    auto* reply = dispatch(sender, networkRequest, sent);
+    if (!call) { // ended or deleted by a manager that makes replies itself
+        delete reply;
+        delete sent;
+        return;
+    }
+    const auto previous = std::exchange(exchange, nullptr);
+    q->setNetworkReply(reply);
+    if (previous && previous->reply() == reply) // from a manager that makes replies itself
+        previous->releaseReply();
+    exchange->setSent(method, sent);
+    q->setNetworkConnection(exchange->awaitCompletion(sender));
+    QObject::connect(q, &ErrorCancelable::canceled, exchange.get(), [this] { onCanceled(); });
+    enterPhase(Phase::Exchanging);
+    timer.start(timeoutOfAttempt());
+}
+
+QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* sender,
+                                              const QNetworkRequest& networkRequest,
+                                              QHttpMultiPart* content) const
 {
     switch (request.method) {
     case NetworkRequest::Method::Head:
-        return manager->head(networkRequest);
+        return sender->head(networkRequest);
     case NetworkRequest::Method::Get:
         break;
     case NetworkRequest::Method::Post:
+        return content ? sender->post(networkRequest, content)
+                       : sender->post(networkRequest, request.postData);
     case NetworkRequest::Method::Put:
-        return dispatchContent(manager, networkRequest, content);
+        return sender->put(networkRequest, request.postData);
     case NetworkRequest::Method::Delete:
-        if (content)
-            qCInfo(networkLog) << "Using multipart message:" << content;
-        return manager->deleteResource(networkRequest, content);
+        return sender->deleteResource(networkRequest, content);
     }
-    return manager->get(networkRequest);
+    return sender->get(networkRequest);
 }
 
-QNetworkReply* NetworkTask::Private::dispatchContent(SslIgnorantNetworkAccessManager* manager,
-                                                     QNetworkRequest& networkRequest, QHttpMultiPart* content)
+// The setting counts in place of the task's own time-out, which is truncated to 32 bits.
+int NetworkTask::Private::timeoutOfAttempt() const
 {
-    const bool isPost = request.method == NetworkRequest::Method::Post;
-    if (!request.postData.isEmpty() && !(isPost && content)) {
-        qCInfo(networkLog).nospace() << "Using dataContentType " << request.postDataContentType << " ("
-                                     << request.postData.size()
-                                     << "bytes): " << request.maskedData().left(2000) << Qt::endl;
-    }
-    setContentType(networkRequest, request.postDataContentType, isPost && content);
-    if (!isPost)
-        return manager->put(networkRequest, request.postData);
-    if (!content)
-        return manager->post(networkRequest, request.postData);
-    qCInfo(networkLog) << "Using multipart message:" << content;
-    return manager->post(networkRequest, content);
-}
-
-// The completion comes through the event loop, and one that is on its way stays so after a disconnect: it is
-// only judged if it is the one that is awaited when it arrives.
-void NetworkTask::Private::awaitCompletion(SslIgnorantNetworkAccessManager* manager)
-{
-    const auto completion = ++lastCompletion;
-    q->setNetworkConnection(connect(
-        reply, &QNetworkReply::finished, this, [this, completion] { onReplyFinished(completion); },
-        Qt::QueuedConnection));
-    managerConnection = connect(manager, &QObject::destroyed, this, &Private::onTransportLost);
-    awaitedCompletion = completion;
-    enterPhase(Phase::Exchange);
-    connect(q, &ErrorCancelable::canceled, this, &Private::onCanceled, Qt::UniqueConnection);
-    startTimer();
-}
-
-void NetworkTask::Private::startTimer()
-{
-    const auto milliseconds = static_cast<int>(timeout.count());
-    timer->watch(as::value(QStringLiteral("Network/Timeout"), milliseconds).toInt());
+    const auto own = static_cast<int>(timeout.count());
+    const auto setting = as::value(QStringLiteral("Network/Timeout"), own);
+    bool isNumber = false;
+    const auto milliseconds = setting.toInt(&isNumber);
+    if (isNumber)
+        return milliseconds;
+    qCWarning(networkLog) << "The setting Network/Timeout is not a number:" << setting;
+    return own;
 }
 
 Result<NetworkRequest> NetworkTask::prepareRequest(const PrepareRequestParams& params) const

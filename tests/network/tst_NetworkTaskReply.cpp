@@ -237,7 +237,7 @@ private Q_SLOTS:
         task->cancel();
     }
 
-    void hearsNothingOfItsReplyAfterTheEnd()
+    void abortsItsReplyAndEmitsNothingAfterFinished()
     {
         m_server->addReply(u"/"_s, LoopbackReply(200, QByteArray(500, 'x')).dripped(50, 5ms));
         for (const auto code : {ErrorCode::None, ErrorCode::General}) {
@@ -247,9 +247,9 @@ private Q_SLOTS:
             QVERIFY(readyRead.wait());
             const QPointer<QNetworkReply> reply = task->networkReply();
             task->finish(Error(code));
-            QCOMPARE(reply->isFinished(), code != ErrorCode::None); // what failed is aborted
+            QVERIFY(reply->isFinished());
             readyRead.clear();
-            QTRY_VERIFY(reply->isFinished());
+            QTest::qWait(10); // for what may be on its way
             QVERIFY(readyRead.isEmpty());
             QCOMPARE(task->log(), u"started finished"_s);
         }

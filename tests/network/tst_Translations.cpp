@@ -15,16 +15,16 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("texts");
         QTest::newRow("en_GB") << "Canceled; HTTP connection error: NotFound.; "
-                                  "The header field \"X-A\" holds a line break or a NUL character";
+                                  "The value of the header field \"X-A\" contains a control character";
         QTest::newRow("de_AT") << "Abgebrochen; HTTP-Verbindungsfehler: NotFound.; "
-                                  "Das Header-Feld „X-A“ enthält einen Zeilenumbruch oder ein NUL-Zeichen";
+                                  "Der Wert des Header-Felds „X-A“ enthält ein Steuerzeichen";
         QTest::newRow("es") << "Cancelado; Error de conexión HTTP: NotFound.; "
-                               "El campo de cabecera «X-A» contiene un salto de línea o un carácter NUL";
+                               "El valor del campo de cabecera «X-A» contiene un carácter de control";
         QTest::newRow("fr_CA")
             << "Annulé; Erreur de connexion HTTP\u00a0: NotFound.; "
-               "Le champ d’en-tête «\u00a0X-A\u00a0» contient un saut de ligne ou un caractère NUL";
+               "La valeur du champ d’en-tête «\u00a0X-A\u00a0» contient un caractère de contrôle";
         QTest::newRow("ja_JP") << "キャンセルされました; HTTP 接続エラー: NotFound。; "
-                                  "ヘッダーフィールド「X-A」に改行または NUL 文字が含まれています";
+                                  "ヘッダーフィールド「X-A」の値に制御文字が含まれています";
     }
 
     void translatesErrors()

@@ -1,0 +1,235 @@
+#include "NetworkExchange_p.h"
+
+#include "HttpResponseStatusCodesUtils.h"
+#include "InactivityTimer_p.h"
+
+#include <QCoreApplication>
+#include <QMetaMethod>
+#include <QNetworkAccessManager>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+
+namespace orv {
+
+namespace {
+
+// Disconnects everybody from the reply's public signals. Its other signals carry an abort to Qt's own
+// thread.
+void silence(QNetworkReply* reply)
+{
+    const auto& meta = QNetworkReply::staticMetaObject;
+    for (int i = QIODevice::staticMetaObject.methodOffset(); i < meta.methodCount(); ++i) {
+        if (meta.method(i).methodType() == QMetaMethod::Signal)
+            QObject::disconnect(reply, meta.method(i), nullptr, {});
+    }
+}
+
+// A reply that has failed and is about to say so needs no abort, and Qt would print a warning.
+void abortUnlessFailed(QNetworkReply* reply)
+{
+    if (!reply->isFinished() && reply->error() == QNetworkReply::NoError)
+        reply->abort();
+}
+
+// All content that has arrived, in one allocation of its size. QIODevice::readAll() does not ask for the size
+// and grows its result in steps, and a read that is shorter than QIODevice's buffer allocates that buffer
+// first. The size is known unless Qt decodes the content; it then drops the length that the server stated.
+QByteArray readAvailable(QNetworkReply* reply)
+{
+    const auto size = reply->bytesAvailable();
+    if (size <= 0 || !reply->header(QNetworkRequest::ContentLengthHeader).isValid())
+        return reply->readAll();
+    std::array<char, 16384> buffer; // as large as QIODevice's
+    if (size >= qint64{buffer.size()})
+        return reply->read(size);
+    return QByteArray(buffer.data(), std::max<qint64>(reply->read(buffer.data(), buffer.size()), 0));
+}
+
+} // namespace
+
+NetworkExchange::NetworkExchange(InactivityTimer& timer, ForeignCalls& calls, Listener& listener)
+    : m_timer(timer)
+    , m_calls(calls)
+    , m_listener(listener)
+{
+    connect(timer.timer(), &QTimer::timeout, this, [this] { m_listener.onTimeout(); });
+}
+
+NetworkExchange::~NetworkExchange()
+{
+    if (m_reply)
+        m_reply->disconnect(this);
+    disposeReply(m_reply);
+}
+
+void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStreaming)
+{
+    if (m_reply)
+        m_reply->disconnect(this);
+    if (reply)
+        reply->setParent(parent);
+    m_isStreaming = isStreaming;
+    if (reply != m_reply) {
+        QNetworkReply* previous = m_reply;
+        m_reply = reply;
+        m_bytesReported = m_bytesTaken = 0;
+        disposeReply(previous);
+    }
+    if (reply)
+        connectReply();
+}
+
+void NetworkExchange::connectReply()
+{
+    connect(m_reply, &QNetworkReply::downloadProgress, this, [this](qint64 bytes) {
+        m_timer.extend();
+        m_bytesReported = bytes;
+        m_listener.onProgress(bytes);
+    });
+    const auto operation = m_reply->operation();
+    if (operation != QNetworkAccessManager::GetOperation && operation != QNetworkAccessManager::HeadOperation)
+        connect(m_reply, &QNetworkReply::uploadProgress, this, [this] { m_timer.extend(); });
+    connect(m_reply, &QNetworkReply::readyRead, this, [this] { m_listener.onContentArrived(); });
+    connect(m_reply, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
+    // While a slot keeps this thread busy, Qt's own goes on receiving, and may collect the whole content.
+    constexpr qint64 streamingBufferSize = 1048576;
+    if (m_isStreaming)
+        m_reply->setReadBufferSize(streamingBufferSize);
+}
+
+// Deletes a reply and the content that it may be reading.
+void NetworkExchange::disposeReply(QNetworkReply* reply)
+{
+    QHttpMultiPart* content = m_content;
+    m_content = nullptr;
+    if (reply && m_calls.deleteAfterSignal(reply)) {
+        silence(reply);
+        abortUnlessFailed(reply);
+        reply->setParent(nullptr);
+        if (content)
+            content->setParent(reply);
+        return;
+    }
+    delete reply;
+    delete content;
+}
+
+void NetworkExchange::setSent(NetworkRequest::Method method, QHttpMultiPart* content)
+{
+    m_method = method;
+    m_content = content;
+}
+
+QMetaObject::Connection NetworkExchange::awaitCompletion(QNetworkAccessManager* manager)
+{
+    connect(manager, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
+    if (m_reply->isFinished())
+        announceCompletion();
+    return connect(m_reply, &QNetworkReply::finished, this, &NetworkExchange::announceCompletion);
+}
+
+// Judging a reply may delete it, which Qt forbids inside finished().
+void NetworkExchange::announceCompletion()
+{
+    if (!std::exchange(m_isCompletionOnItsWay, true))
+        QCoreApplication::postEvent(this, new QEvent(QEvent::User));
+}
+
+void NetworkExchange::customEvent(QEvent* /*event*/)
+{
+    m_isCompletionOnItsWay = false;
+    m_listener.onCompleted();
+}
+
+void NetworkExchange::giveUp()
+{
+    m_timer.disable();
+    QCoreApplication::removePostedEvents(this);
+    if (!m_reply)
+        return;
+    m_reply->disconnect(this);
+    if (m_reply->isFinished())
+        return;
+    silence(m_reply);
+    abortUnlessFailed(m_reply);
+}
+
+void NetworkExchange::abort()
+{
+    if (!m_reply)
+        return;
+    const ForeignCall call(m_calls, ForeignCall::From::ReplySignal);
+    abortUnlessFailed(m_reply);
+}
+
+QByteArray NetworkExchange::takeAll()
+{
+    if (!isReadable())
+        return {};
+    auto content = readAvailable(m_reply);
+    m_bytesTaken += content.size();
+    return content;
+}
+
+QByteArray NetworkExchange::take(qint64 maxSize)
+{
+    if (!isReadable())
+        return {};
+    const auto size = std::min(maxSize, m_reply->bytesAvailable());
+    if (size <= 0)
+        return {};
+    auto content = m_reply->read(size);
+    m_bytesTaken += content.size();
+    return content;
+}
+
+// RFC 9110, 6.4.1
+bool NetworkExchange::mayHaveContent() const
+{
+    const bool isHead = m_method == NetworkRequest::Method::Head ||
+                        m_reply->operation() == QNetworkAccessManager::HeadOperation;
+    const auto status = responseStatusCodeNumber(m_reply);
+    return !isHead && status != 204 && status != 304;
+}
+
+// Qt reports some replies that were cut off as complete, when the end of the connection comes together with
+// the last bytes. This can be detected where the length is stated and Qt did not decode the content (it then
+// drops the field). What comes from a cache is whole, and is read without any progress.
+bool NetworkExchange::isContentShort() const
+{
+    const auto length = m_reply->header(QNetworkRequest::ContentLengthHeader);
+    const auto received = std::max(m_bytesReported, m_bytesTaken + m_reply->bytesAvailable());
+    if (!length.isValid() || length.toLongLong() <= received || !mayHaveContent())
+        return false;
+    if (m_reply->attribute(QNetworkRequest::SourceIsFromCacheAttribute).toBool())
+        return false;
+    return !m_reply->hasRawHeader("Transfer-Encoding"); // the length means nothing then, RFC 9112, 6.3
+}
+
+// Qt's HTTP/1 engine drops all fields of a head in which it cannot parse one, or which has more than a
+// hundred, and keeps the status. It then knows neither length nor coding of the content and takes whatever
+// arrives for the whole. A server that sends no field at all cannot be told from that.
+bool NetworkExchange::isHeadLost() const
+{
+    return m_reply->rawHeaderPairs().isEmpty() && m_reply->inherits("QNetworkReplyHttpImpl") &&
+           !m_reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool() && mayHaveContent();
+}
+
+// With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
+// 6.8). Qt fails those with the first of these errors, and those that still waited for the connection with
+// the second. After a redirect, or with content that may not be read twice, the errors say less.
+bool NetworkExchange::isUnprocessed() const
+{
+    if (!m_reply || m_content || responseStatusCodeNumber(m_reply) != 0)
+        return false;
+    const auto error = m_reply->error();
+    if (error != QNetworkReply::ContentReSendError && error != QNetworkReply::ProtocolUnknownError)
+        return false;
+    const auto sent = m_reply->request();
+    return sent.url().scheme() == QLatin1String("https") && m_reply->url() == sent.url() &&
+           sent.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool();
+}
+
+} // namespace orv

@@ -1,0 +1,105 @@
+#pragma once
+
+#include "ForeignCall_p.h"
+#include "NetworkRequest.h"
+
+#include <QHttpMultiPart>
+#include <QNetworkReply>
+#include <QPointer>
+
+namespace orv {
+
+class InactivityTimer;
+
+/// One request on its way and the reply to it: what belongs to a single attempt of a task.
+///
+/// It owns the reply and the multipart content, and is the context of every connection to them, so that
+/// nothing of an attempt reaches the task once its exchange has been given up or deleted. The reply stays
+/// readable until the exchange is deleted. A Listener hears what happens, and may delete the exchange in
+/// every call but onProgress().
+class NetworkExchange : public QObject
+{
+public:
+    class Listener
+    {
+    public:
+        /// The reply has finished, and completion was awaited. Called once, from the event loop.
+        virtual void onCompleted() = 0;
+        /// The reply has new content. Called inside the reply's readyRead().
+        virtual void onContentArrived() = 0;
+        /// @p bytes of content have been received so far.
+        virtual void onProgress(qint64 bytes) = 0;
+        /// Nothing has happened for as long as the timer allows.
+        virtual void onTimeout() = 0;
+        /// The reply or its manager was destroyed by somebody else. Qt does not report such an end.
+        virtual void onTransportLost() = 0;
+
+    protected:
+        ~Listener() = default;
+    };
+
+    /// An exchange without a reply.
+    NetworkExchange(InactivityTimer& timer, ForeignCalls& calls, Listener& listener);
+    /// Deletes reply and content: at once, or once Qt is out of the reply's signals.
+    ~NetworkExchange() override;
+
+    QNetworkReply* reply() const { return m_reply; }
+    /// Takes ownership of @p reply, in place of the one before, and makes it a child of @p parent. With
+    /// @p isStreaming, Qt holds only so much of the content while nobody takes it. Completion is awaited no
+    /// longer, even if the reply is the same.
+    void setReply(QNetworkReply* reply, QObject* parent, bool isStreaming);
+    bool isStreaming() const { return m_isStreaming; }
+    /// Leaves the reply to the caller.
+    void releaseReply() { m_reply = nullptr; }
+
+    /// What the request was sent with; takes ownership of @p content.
+    void setSent(NetworkRequest::Method method, QHttpMultiPart* content);
+    bool hasMultiPartContent() const { return m_content; }
+
+    /// Reports onCompleted() when the reply has finished, also if it has already. Returns the connection on
+    /// which this depends until then.
+    QMetaObject::Connection awaitCompletion(QNetworkAccessManager* manager);
+    /// Whether the reply has finished and onCompleted() is the next thing to come.
+    bool isCompletionOnItsWay() const { return m_isCompletionOnItsWay; }
+
+    /// Gives up the attempt: aborts the reply unless it has finished, and reports nothing more.
+    void giveUp();
+    /// Aborts the reply unless it has finished or is about to say that it failed.
+    void abort();
+
+    /// Takes all content that has arrived.
+    QByteArray takeAll();
+    /// Takes up to @p maxSize bytes of the content that has arrived.
+    QByteArray take(qint64 maxSize);
+
+    /// Whether the reply can have content: it is no answer to HEAD, and its status allows it.
+    bool mayHaveContent() const;
+    /// Whether less content has arrived than the reply states.
+    bool isContentShort() const;
+    /// Whether Qt has dropped the reply's fields because it could not parse one of them.
+    bool isHeadLost() const;
+    /// Whether an HTTP/2 server has said that it did not process the request.
+    bool isUnprocessed() const;
+
+protected:
+    void customEvent(QEvent* event) override;
+
+private:
+    bool isReadable() const { return m_reply && m_reply->isOpen() && m_reply->isReadable(); }
+    void connectReply();
+    void disposeReply(QNetworkReply* reply);
+    void announceCompletion();
+
+    QPointer<QNetworkReply> m_reply;
+    QPointer<QHttpMultiPart> m_content;
+    InactivityTimer& m_timer;
+    ForeignCalls& m_calls;
+    Listener& m_listener;
+    NetworkRequest::Method m_method = NetworkRequest::Method::Get;
+    qint64 m_bytesReported = 0; // by the reply's progress
+    qint64 m_bytesTaken = 0;
+    bool m_isStreaming = false;
+    bool m_isCompletionOnItsWay = false;
+};
+
+} // namespace orv
