@@ -2,10 +2,44 @@
 
 #include "NetworkConstants.h"
 
+#include <QPointer>
+#include <QTimer>
+
+#include <utility>
+
 namespace orv {
 
-InactivityTimer::InactivityTimer(QObject* parent)
-    : m_timer(new QTimer(parent))
+namespace {
+
+// Calls back without a connection, which would cost each exchange more than the timer itself.
+class CallingTimer : public QTimer
+{
+public:
+    CallingTimer(QObject* parent, std::function<void()> onTimeout)
+        : QTimer(parent)
+        , m_onTimeout(std::move(onTimeout))
+    {
+    }
+
+protected:
+    void timerEvent(QTimerEvent* event) override
+    {
+        const QPointer<CallingTimer> self(this);
+        QTimer::timerEvent(event);
+        if (!self)
+            return;
+        const auto onTimeout = m_onTimeout;
+        onTimeout();
+    }
+
+private:
+    const std::function<void()> m_onTimeout;
+};
+
+} // namespace
+
+InactivityTimer::InactivityTimer(QObject* parent, std::function<void()> onTimeout)
+    : m_timer(new CallingTimer(parent, std::move(onTimeout)))
 {
     m_timer->setSingleShot(true);
     m_timer->setInterval(network::DEFAULT_TIMEOUT);

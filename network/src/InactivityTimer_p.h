@@ -1,7 +1,11 @@
 #pragma once
 
 #include <QElapsedTimer>
-#include <QTimer>
+
+#include <functional>
+
+class QObject;
+class QTimer;
 
 namespace orv {
 
@@ -12,14 +16,12 @@ namespace orv {
 class InactivityTimer
 {
 public:
-    /// Makes a stopped timer with the default time-out, as a child of @p parent.
-    explicit InactivityTimer(QObject* parent);
+    /// Makes a stopped timer with the default time-out, as a child of @p parent. @p onTimeout is called after
+    /// the timer's timeout(), and may delete this object.
+    InactivityTimer(QObject* parent, std::function<void()> onTimeout);
     ~InactivityTimer();
     InactivityTimer(const InactivityTimer&) = delete;
     InactivityTimer& operator=(const InactivityTimer&) = delete;
-
-    /// The timer, to connect to its timeout().
-    QTimer* timer() const { return m_timer; }
 
     /// Starts with an interval of @p limit milliseconds; does not start if it is negative.
     void start(int limit);

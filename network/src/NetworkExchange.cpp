@@ -54,13 +54,11 @@ NetworkExchange::NetworkExchange(InactivityTimer& timer, ForeignCalls& calls, Li
     , m_calls(calls)
     , m_listener(listener)
 {
-    connect(timer.timer(), &QTimer::timeout, this, [this] { m_listener.onTimeout(); });
 }
 
 NetworkExchange::~NetworkExchange()
 {
-    if (m_reply)
-        m_reply->disconnect(this);
+    QObject::disconnect(m_replyDestroyed);
     disposeReply(m_reply);
 }
 
@@ -92,7 +90,7 @@ void NetworkExchange::connectReply()
     if (operation != QNetworkAccessManager::GetOperation && operation != QNetworkAccessManager::HeadOperation)
         connect(m_reply, &QNetworkReply::uploadProgress, this, [this] { m_timer.extend(); });
     connect(m_reply, &QNetworkReply::readyRead, this, [this] { m_listener.onContentArrived(); });
-    connect(m_reply, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
+    m_replyDestroyed = connect(m_reply, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
     // While a slot keeps this thread busy, Qt's own goes on receiving, and may collect the whole content.
     constexpr qint64 streamingBufferSize = 1048576;
     if (m_isStreaming)
@@ -147,11 +145,9 @@ void NetworkExchange::giveUp()
 {
     m_timer.disable();
     QCoreApplication::removePostedEvents(this);
-    if (!m_reply)
+    if (!m_reply || m_reply->isFinished()) // a finished one emits nothing more
         return;
     m_reply->disconnect(this);
-    if (m_reply->isFinished())
-        return;
     silence(m_reply);
     abortUnlessFailed(m_reply);
 }

@@ -29,8 +29,6 @@ public:
         virtual void onContentArrived() = 0;
         /// @p bytes of content have been received so far.
         virtual void onProgress(qint64 bytes) = 0;
-        /// Nothing has happened for as long as the timer allows.
-        virtual void onTimeout() = 0;
         /// The reply or its manager was destroyed by somebody else. Qt does not report such an end.
         virtual void onTransportLost() = 0;
 
@@ -92,6 +90,7 @@ private:
 
     QPointer<QNetworkReply> m_reply;
     QPointer<QHttpMultiPart> m_content;
+    QMetaObject::Connection m_replyDestroyed;
     InactivityTimer& m_timer;
     ForeignCalls& m_calls;
     Listener& m_listener;

@@ -59,7 +59,7 @@ private:
 NetworkTask::Private::Private(NetworkTask* task)
     : q(task)
     , recoverableNetworkErrors(DEFAULT_RECOVERABLE_NETWORK_ERRORS)
-    , timer(task)
+    , timer(task, [this] { onTimeout(); })
 {
 }
 

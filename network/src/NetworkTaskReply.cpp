@@ -364,7 +364,8 @@ void NetworkTask::applyResponseErrorPolicy(const Error& error)
 void NetworkTask::Private::onTimeout()
 {
     const bool isCompletionNext = phase == Phase::Exchanging && exchange->isCompletionOnItsWay();
-    if (!q->isRunning() || isCompletionNext)
+    const bool mayTimeOut = phase == Phase::Exchanging || phase == Phase::Deciding;
+    if (!q->isRunning() || !mayTimeOut || isCompletionNext)
         return;
     const ForeignCall masking(calls);
     const auto text = networkLog().isWarningEnabled() ? debugText(request) : QByteArray();

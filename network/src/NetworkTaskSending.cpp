@@ -13,9 +13,11 @@
 #include <QJsonObject>
 
 #include <algorithm>
-#include <cstring>
+#include <array>
+#include <cstddef>
 #include <functional>
 #include <limits>
+#include <string_view>
 #include <utility>
 
 namespace orv {
@@ -23,13 +25,25 @@ namespace orv {
 namespace {
 
 // RFC 9110, 5.6.2
+constexpr bool isTokenCharacter(unsigned char c)
+{
+    constexpr std::string_view others = "!#$%&'*+-.^_`|~";
+    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
+           others.find(static_cast<char>(c)) != std::string_view::npos;
+}
+
+constexpr auto tokenCharacters = [] {
+    std::array<bool, 256> table{};
+    for (std::size_t c = 0; c < table.size(); ++c)
+        table.at(c) = isTokenCharacter(static_cast<unsigned char>(c));
+    return table;
+}();
+
 bool isToken(const QByteArray& text)
 {
-    const auto isTokenCharacter = [](char c) {
-        return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-               (c != '\0' && std::strchr("!#$%&'*+-.^_`|~", c));
-    };
-    return !text.isEmpty() && std::all_of(text.begin(), text.end(), isTokenCharacter);
+    return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](char c) {
+        return tokenCharacters[static_cast<unsigned char>(c)];
+    });
 }
 
 // Qt up to 6.7 writes names and values as they are, so a line break would begin another field; later versions

@@ -62,7 +62,7 @@ public:
     void onCompleted() override;
     void onContentArrived() override;
     void onProgress(qint64 bytes) override { bytesReceived = bytes; }
-    void onTimeout() override;
+    void onTimeout();
     void onTransportLost() override;
     void onCanceled();
     void readAvailableData();
