@@ -1,0 +1,381 @@
+#include "NetworkTestSupport.h"
+
+#include <FileDownloadTask.h>
+#include <NetworkQueue.h>
+
+#include <QFile>
+#include <QNetworkDiskCache>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+
+#include <memory>
+
+using namespace Qt::StringLiterals;
+using namespace orv;
+using namespace std::chrono_literals;
+using Code = HttpResponseStatusCode;
+
+// clazy:excludeall=lambda-in-connect
+namespace {
+
+const QByteArray OLD = QByteArray(1000, 'o');
+
+// A whole reply from memory, which may have finished before anybody can connect to it.
+class MemoryReply : public FakeReply
+{
+public:
+    MemoryReply(const QByteArray& content, bool isFinished)
+        : FakeReply(200)
+        , m_content(content)
+    {
+        setRawHeader("Content-Length", QByteArray::number(content.size()));
+        setOpenMode(QIODevice::ReadOnly);
+        setFinished(isFinished);
+        if (!isFinished)
+            QTimer::singleShot(0, this, [this] {
+                setFinished(true);
+                Q_EMIT finished();
+            });
+    }
+
+    qint64 bytesAvailable() const override { return m_content.size() + QNetworkReply::bytesAvailable(); }
+
+protected:
+    qint64 readData(char* buffer, qint64 maxSize) override
+    {
+        const auto size = std::min<qint64>(maxSize, m_content.size());
+        std::copy_n(m_content.cbegin(), size, buffer);
+        m_content.remove(0, size);
+        return size;
+    }
+
+private:
+    QByteArray m_content;
+};
+
+} // namespace
+
+/// An attempt that was given up does nothing more, and one that is under way is the only one.
+class tst_NetworkTaskAttempts : public QObject
+{
+    Q_OBJECT
+
+private:
+    std::unique_ptr<TestTask> makeTask(const QString& path = u"/"_s)
+    {
+        auto task = std::make_unique<TestTask>(m_server.url(path));
+        task->setMaxRetriesCount(0);
+        task->setDelayPolicy(Retriable::DelayPolicy::None);
+        return task;
+    }
+
+    // A path where the first reply takes long to arrive, and the second is "new".
+    QString addSlowReply()
+    {
+        const auto path = u"/%1"_s.arg(++m_paths);
+        m_server.addReply(path, LoopbackReply(200, OLD).dripped(50, 5ms));
+        m_server.addReply(path, LoopbackReply(200, "new"));
+        return path;
+    }
+
+    std::unique_ptr<TestTask> makeReceivingTask()
+    {
+        auto task = makeTask(addSlowReply());
+        task->change([](auto& request) { request.streaming = true; });
+        task->exec();
+        [&] { QTRY_VERIFY(!task->data().isEmpty()); }();
+        return task;
+    }
+
+private Q_SLOTS:
+    void initTestCase() { QVERIFY(!m_server.listen().hasError()); }
+
+    void abandonsItsReplyForALogin_data() { addRows("streaming", {"collected", "streamed"}); }
+    void abandonsItsReplyForALogin()
+    {
+        QFETCH(QString, streaming);
+        TestAuthenticator authenticator;
+        authenticator.currentToken = u"old"_s;
+        auto task = makeTask(addSlowReply());
+        task->change([&](auto& request) { request.streaming = streaming == "streamed"_L1; });
+        task->setAuthenticator(&authenticator);
+        task->setTimeout(60ms);
+        int readyReads = 0;
+        connect(task.get(), &NetworkTask::readyRead, this, [&] {
+            if (++readyReads == 1)
+                task->handleUnauthorizedError();
+        });
+        task->exec();
+        QTRY_VERIFY(task->isPaused());
+        QVERIFY(task->networkReply()->isFinished()); // aborted
+        QTest::qWait(200);                           // neither the reply nor the time-out goes on
+        QCOMPARE(readyReads, 1);
+        QVERIFY(task->data().isEmpty());
+        QVERIFY(task->isPaused());
+        authenticator.succeed("new");
+        QTRY_VERIFY(task->isFinished());
+        QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
+        QCOMPARE(task->data(), "new"_ba);
+    }
+
+    void abandonsItsReplyForARetry()
+    {
+        auto task = makeTask(addSlowReply());
+        task->change([](auto& request) { request.streaming = true; });
+        task->setMaxRetriesCount(1);
+        QSignalSpy aboutToRetry(task.get(), &NetworkTask::aboutToRetry);
+        connect(task.get(), &NetworkTask::readyRead, this, [&] { task->retry(); });
+        QVERIFY(task->succeeds());
+        QCOMPARE(task->data(), "new"_ba);
+        QCOMPARE(aboutToRetry.size(), 1);
+    }
+
+    void runsOneAttemptAtATime_data() { addRows("phase", {"scheduled", "delayed", "sent", "receiving"}); }
+    void runsOneAttemptAtATime()
+    {
+        QFETCH(QString, phase);
+        const auto path = addSlowReply();
+        auto task = makeTask(path);
+        task->setDelay(phase == "delayed"_L1 ? 1 : 0);
+        task->exec();
+        if (phase == "sent"_L1)
+            QTRY_VERIFY(task->networkReply());
+        if (phase == "receiving"_L1)
+            QTRY_VERIFY(task->bytesReceived() > 0);
+        {
+            LogCatcher log("orv.network.warning=true");
+            task->exec();
+            QCOMPARE(log.lines, QStringList{u"1|orv.network|Unable to start, an attempt is under way"_s});
+        }
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(task->data(), OLD);
+        QCOMPARE(m_server.requests(path).size(), 1);
+        QCOMPARE(task->log(), u"started finished"_s);
+    }
+
+    void startsAgainFromAHandlerWithoutOldContent_data() { addRows("streaming", {"collected", "streamed"}); }
+    void startsAgainFromAHandlerWithoutOldContent()
+    {
+        QFETCH(QString, streaming);
+        const auto path = u"/again-"_s + streaming;
+        m_server.addReply(path, LoopbackReply(403, "DENIED"));
+        m_server.addReply(path, LoopbackReply(404, "MISSING"));
+        m_server.addReply(path, LoopbackReply(200, "FINE"));
+        auto task = makeTask(path);
+        task->change([&](auto& request) { request.streaming = streaming == "streamed"_L1; });
+        task->setResponseHandler({Code::Forbidden, Code::NotFound}, [&] {
+            QVERIFY(!task->data().isEmpty());
+            task->exec();
+            QCOMPARE(task->httpResponseStatusCode(), Code::OK);
+        });
+        QVERIFY(task->succeeds());
+        QCOMPARE(task->data(), "FINE"_ba);
+        QCOMPARE(task->log(), u"started finished"_s);
+    }
+
+    void timesOutWhateverBecomesOfTheConnection_data()
+    {
+        addRows("action",
+                {"same reply", "another reply", "no reply", "disconnected", "disconnected at the end"});
+    }
+    void timesOutWhateverBecomesOfTheConnection()
+    {
+        QFETCH(QString, action);
+        auto task = makeTask(addSlowReply());
+        task->setTimeout(300ms);
+        task->exec();
+        QTRY_VERIFY(task->networkReply());
+        const auto lose = [&] { disconnect(*task->networkConnection()); };
+        if (action == "same reply"_L1)
+            task->setNetworkReply(task->networkReply());
+        else if (action == "another reply"_L1)
+            task->setNetworkReply(new FakeReply(200));
+        else if (action == "no reply"_L1)
+            task->setNetworkReply(nullptr);
+        else if (action == "disconnected"_L1)
+            lose();
+        else
+            connect(task->networkReply(), &QNetworkReply::readChannelFinished, this, lose);
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(task->error().errorDetails().toInt(), 2408);
+        QCOMPARE(task->log(), u"started finished"_s);
+    }
+
+    void abortsItsReplyWhenItEnds_data()
+    {
+        addRows("end", {"success", "error", "canceled", "cleared", "file download, error",
+                        "file download, cleared", "file download, success"});
+    }
+    void abortsItsReplyWhenItEnds()
+    {
+        QFETCH(QString, end);
+        const QTemporaryDir home;
+        const auto url = m_server.url(addSlowReply());
+        std::unique_ptr<NetworkTask> task;
+        if (end.startsWith("file"_L1))
+            task = std::make_unique<FileDownloadTask>(url, home.filePath(u"file"_s));
+        else
+            task = std::make_unique<TestTask>(url);
+        NetworkQueue queue;
+        queue.append(task.get());
+        QTRY_VERIFY(task->bytesReceived() > 0);
+        const QPointer<QNetworkReply> reply = task->networkReply();
+        if (end.endsWith("cleared"_L1))
+            queue.clear(TasksQueue::ClearPolicy::PendingAndRunning, Error(ErrorCode::General));
+        else if (end == "canceled"_L1)
+            task->cancel();
+        else
+            task->finish(Error(end.endsWith("success"_L1) ? ErrorCode::None : ErrorCode::General));
+        QVERIFY(task->isFinished());
+        QVERIFY(reply->isFinished());
+        const auto received = task->bytesReceived();
+        QTest::qWait(30);
+        QCOMPARE(task->bytesReceived(), received);
+    }
+
+    void keepsWhatItHasReceivedWhenItEnds()
+    {
+        auto task = makeReceivingTask();
+        const auto data = task->data();
+        task->finish(Error());
+        QCOMPARE(task->data(), data);
+    }
+
+    void asksForNoLoginUnlessItRuns()
+    {
+        TestAuthenticator authenticator;
+        authenticator.currentToken = u"token"_s;
+        m_server.addReply(u"/fine"_s, LoopbackReply(200, "fine"));
+        auto task = makeTask(u"/fine"_s);
+        task->setAuthenticator(&authenticator);
+        QVERIFY(task->succeeds());
+        LogCatcher log("orv.network.warning=true");
+        task->handleUnauthorizedError();
+        TestTask().handleUnauthorizedError();
+        QCOMPARE(log.lines.size(), 2);
+        QCOMPARE(authenticator.logins, 0);
+        QCOMPARE(task->httpResponseStatusCode(), Code::OK);
+        QCOMPARE(task->data(), "fine"_ba);
+    }
+
+    void staysRunningWhenAnUnreadableReplyIsIgnored()
+    {
+        FakeManager manager([] {
+            auto* reply = new FakeReply(200);
+            reply->complete(0, QIODevice::NotOpen);
+            return reply;
+        });
+        auto task = makeTask();
+        task->setNetworkAccessManager(&manager);
+        task->setReplyErrorPolicy(NetworkTask::Ignore);
+        task->exec();
+        QTRY_VERIFY(task->networkReply() && task->networkReply()->isFinished());
+        QCoreApplication::processEvents();
+        QVERIFY(task->isRunning());
+        task->cancel();
+    }
+
+    void judgesByTheRequestThatWasSent()
+    {
+        const auto path = u"/sent"_s;
+        m_server.addReply(path, LoopbackReply(200, "content").delayed(50ms));
+        auto task = makeTask(path);
+        task->change([](auto& request) { request.method = NetworkRequest::Method::Head; });
+        task->setMaxRetriesCount(1);
+        task->exec();
+        QTRY_VERIFY(task->networkReply());
+        task->change([](auto& request) {
+            request.method = NetworkRequest::Method::Get;
+            request.streaming = true;
+        });
+        QTRY_VERIFY(task->isFinished());
+        QVERIFY(!task->hasError());
+        QCOMPARE(m_server.requests(path).size(), 1);
+    }
+
+    void takesContentFromACacheForWhole()
+    {
+        const QTemporaryDir home;
+        const auto path = u"/cached"_s;
+        m_server.addReply(path, LoopbackReply(200, OLD).withField("Cache-Control", "max-age=1000"));
+        SslIgnorantNetworkAccessManager manager;
+        auto* cache = new QNetworkDiskCache(&manager);
+        cache->setCacheDirectory(home.filePath(u"cache"_s));
+        manager.setCache(cache);
+        for (int i = 0; i < 2; ++i) {
+            auto task = makeTask(path);
+            FileDownloadTask download(m_server.url(path), home.filePath(u"file"_s));
+            for (NetworkTask* each :
+                 {static_cast<NetworkTask*>(task.get()), static_cast<NetworkTask*>(&download)}) {
+                each->setNetworkAccessManager(&manager);
+                each->exec();
+                QTRY_VERIFY(each->isFinished());
+                QVERIFY2(!each->hasError(), qPrintable(each->error().errorMessage()));
+            }
+            QCOMPARE(task->data(), OLD);
+        }
+        QCOMPARE(m_server.requests(path).size(), 1);
+        QCOMPARE(QFile(home.filePath(u"file"_s)).size(), OLD.size());
+    }
+
+    void takesRepliesFromMemory_data() { addRows("when", {"finished later", "finished already"}); }
+    void takesRepliesFromMemory()
+    {
+        QFETCH(QString, when);
+        FakeManager manager([&] { return new MemoryReply(OLD, when == "finished already"_L1); });
+        auto task = makeTask();
+        task->setNetworkAccessManager(&manager);
+        QVERIFY(task->run());
+        QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
+        QCOMPARE(task->data(), OLD);
+    }
+
+    void cannotBeResumedWhileItWaits_data() { addRows("wait", {"delay", "login"}); }
+    void cannotBeResumedWhileItWaits()
+    {
+        QFETCH(QString, wait);
+        m_server.addReply(u"/other"_s, LoopbackReply(200));
+        TestAuthenticator authenticator;
+        auto task = makeTask();
+        auto other = makeTask(u"/other"_s);
+        if (wait == "delay"_L1)
+            task->setDelay(100);
+        else
+            task->setAuthenticator(&authenticator);
+        NetworkQueue queue; // one slot
+        queue.append(task.get());
+        QTRY_VERIFY(task->isPaused());
+        task->resume();
+        QVERIFY(task->isPaused());
+        queue.append(other.get());
+        QTRY_VERIFY(other->isFinished());
+        task->cancel();
+    }
+
+    // main() has deleted an application object whose default manager was in use.
+    void sendsThroughTheDefaultManagerOfALaterApplication()
+    {
+        m_server.addReply(u"/later"_s, LoopbackReply(200));
+        QVERIFY(NetworkTask::defaultNetworkAccessManager());
+        QCOMPARE(NetworkTask::defaultNetworkAccessManager()->parent(), QCoreApplication::instance());
+        QVERIFY(makeTask(u"/later"_s)->succeeds());
+    }
+
+private:
+    LoopbackServer m_server;
+    int m_paths = 0;
+};
+
+int main(int argc, char** argv)
+{
+    {
+        const QCoreApplication earlier(argc, argv);
+        NetworkTask::defaultNetworkAccessManager();
+    }
+    const bool isGone = !NetworkTask::defaultNetworkAccessManager();
+    const QCoreApplication application(argc, argv);
+    tst_NetworkTaskAttempts test;
+    return isGone ? QTest::qExec(&test, argc, argv) : 1;
+}
+
+#include "tst_NetworkTaskAttempts.moc"
