@@ -6,6 +6,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <optional>
 
 using namespace orv;
 using namespace std::chrono_literals;
@@ -39,11 +40,41 @@ protected:
     }
 };
 
+class CallingTask : public TestTask
+{
+public:
+    using TestTask::TestTask;
+
+    QString errorMessage() const override
+    {
+        const auto call = whenAskedForAMessage; // may delete the task
+        call();
+        return {};
+    }
+
+    std::function<void()> whenAskedForAMessage;
+};
+
+class CallingQueue : public NetworkQueue
+{
+public:
+    std::function<void(Task*)> whenDequeued;
+
+protected:
+    Task* dequeueTask() override
+    {
+        auto* task = NetworkQueue::dequeueTask();
+        const auto call = whenDequeued; // may delete the task, or the queue
+        call(task);
+        return task;
+    }
+};
+
 } // namespace
 
-/// Anything may be deleted, and anything called, in every signal, handler and phase of a task that takes the
-/// longest road: refused as too busy, then for its token, whose renewal fails once, then answered piece by
-/// piece.
+/// Anything may be deleted, and anything called, in every signal, handler and phase of a task that goes
+/// through all of them: refused as too busy, then for its token, whose renewal fails once, then answered
+/// piece by piece.
 class tst_Lifetime : public QObject
 {
     Q_OBJECT
@@ -62,14 +93,16 @@ private Q_SLOTS:
         QTest::addColumn<bool>("isQueued");
         const auto ownPlaces =
             QByteArray("idle|scheduled|sent|awaiting login|started|aboutToRetry|retried|readyRead|"
-                       "canceled|finished|destroyed|createMultiPart|handler|token|authenticate|"
-                       "authenticating|authenticated|error|reply finished|reply uploadProgress|"
-                       "reply downloadProgress")
+                       "canceled|finished|destroyed|createMultiPart|maskingFunction|errorMessage|handler|"
+                       "token|empty token|authenticate|authenticating|authenticated|error|reply finished|"
+                       "reply uploadProgress|reply downloadProgress")
                 .split('|');
-        const auto queuePlaces = QByteArray("delayed|taskStarted|taskFinished|emptied").split('|');
+        const auto queuePlaces =
+            QByteArray("delayed|dequeueTask|taskStarted|taskFinished|emptied").split('|');
         const auto actions =
             QByteArray("delete|deleteLater|cancel|finish|exec|delete authenticator|delete manager|"
-                       "drop the reply|start another|nested loop|change authenticator")
+                       "drop the reply|attach the reply again|lose the connection|abort|retry|log in|resume|"
+                       "start another|nested loop|change authenticator")
                 .split('|');
         const auto queueActions = QByteArray("delete queue|clear queue|append again").split('|');
         for (const bool isQueued : {false, true}) {
@@ -112,7 +145,7 @@ private Q_SLOTS:
         QVERIFY(runUntil([this] { return isOver(m_other.get()); }));
         QVERIFY(runUntil([this] { return !m_queue || m_queue->isEmpty(); }));
         QVERIFY(runUntil([this] { return !m_third || isOver(m_third.get()); }));
-        const QList<QPointer<TestTask>> tasks{m_task, m_other.get(), m_third.get()};
+        const QList<QPointer<TestTask>> tasks{m_task.data(), m_other.get(), m_third.get()};
         for (const auto& task : tasks) {
             if (task)
                 task->cancel(); // what was left behind by its queue
@@ -131,6 +164,7 @@ private Q_SLOTS:
 
     void cleanup()
     {
+        m_log.reset();
         delete m_task;
         m_other.reset();
         m_third.reset();
@@ -155,17 +189,27 @@ private:
         m_server.addReply(path, LoopbackReply(200, QByteArray(400, 'x')).dripped(200, 1ms));
         m_manager = std::make_unique<SslIgnorantNetworkAccessManager>();
         m_authenticator = std::make_unique<LateAuthenticator>();
-        m_authenticator->currentToken = QStringLiteral("old");
-        m_queue = std::make_unique<NetworkQueue>();
+        if (place != "empty token")
+            m_authenticator->currentToken = QStringLiteral("old");
+        m_queue = std::make_unique<CallingQueue>();
         m_queueManager = m_queue->networkAccessManager();
         m_queue->setAuthenticator(m_authenticator.get());
         m_other = std::make_unique<TestTask>(m_server.url(QStringLiteral("/other")));
-        m_task = new TestTask(m_server.url(path), NetworkRequest::Method::Post);
-        m_task->change([=](NetworkRequest& request) { request.streaming = isQueued; });
+        m_task = new CallingTask(m_server.url(path), NetworkRequest::Method::Post);
+        m_task->change([=, this](NetworkRequest& request) {
+            request.streaming = isQueued;
+            request.setMaskingFunction([this](const QByteArray& content) {
+                actIn("maskingFunction");
+                return content;
+            });
+        });
         m_task->setAuthenticator(m_authenticator.get());
         m_task->setNetworkAccessManager(m_manager.get());
         m_task->setDelayPolicy(Retriable::DelayPolicy::None);
-        m_task->setTimeout(2s);
+        m_task->setTimeout(action == "lose the connection" || action == "attach the reply again" ? 300ms
+                                                                                                 : 2s);
+        if (place == "maskingFunction")
+            m_log.emplace("orv.network=true");
         if (place == "delayed")
             m_task->setDelay(1);
     }
@@ -186,7 +230,15 @@ private:
         on(m_authenticator.get(), &AbstractAuthenticator::authenticated, "authenticated");
         on(m_authenticator.get(), &AbstractAuthenticator::error, "error");
         m_authenticator->duringLogin = [this] { actIn("authenticate"); };
-        m_authenticator->whenAskedForTheToken = [this] { actIn("token"); };
+        m_authenticator->whenAskedForTheToken = [this] {
+            actIn("token");
+            actIn("empty token");
+        };
+        m_task->whenAskedForAMessage = [this] { actIn("errorMessage"); };
+        m_queue->whenDequeued = [this](Task* task) {
+            if (task == m_task)
+                actIn("dequeueTask");
+        };
         m_task->multiPartFactory = [this] {
             actIn("createMultiPart");
             QTimer::singleShot(0, this, [this] { connectReply(); });
@@ -260,6 +312,16 @@ private:
             {"change authenticator", [this] { changeAuthenticator(); }},
             {"delete manager", [this] { m_manager.reset(); }},
             {"drop the reply", [this] { m_task->setNetworkReply(nullptr); }},
+            {"attach the reply again", [this] { m_task->setNetworkReply(m_task->networkReply()); }},
+            {"lose the connection",
+             [this] {
+                 if (const auto connection = m_task->networkConnection())
+                     disconnect(*connection);
+             }},
+            {"abort", [this] { m_task->abort(); }},
+            {"retry", [this] { m_task->retry(); }},
+            {"log in", [this] { m_task->handleUnauthorizedError(); }},
+            {"resume", [this] { m_task->resume(); }},
             {"start another", [this] { startAnother(); }},
             {"nested loop", [] { QTest::qWait(15); }},
             {"delete queue", [this] { m_queue.reset(); }},
@@ -298,10 +360,11 @@ private:
     QByteArray m_place;
     QByteArray m_action;
     bool m_hasActed = false;
-    QPointer<TestTask> m_task;
+    std::optional<LogCatcher> m_log;
+    QPointer<CallingTask> m_task;
     std::unique_ptr<TestTask> m_other;
     std::unique_ptr<TestTask> m_third;
-    std::unique_ptr<NetworkQueue> m_queue;
+    std::unique_ptr<CallingQueue> m_queue;
     QPointer<SslIgnorantNetworkAccessManager> m_queueManager;
     std::unique_ptr<LateAuthenticator> m_authenticator;
     std::unique_ptr<LateAuthenticator> m_replacement;
