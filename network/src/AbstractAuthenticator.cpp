@@ -3,6 +3,7 @@
 #include "NetworkLog_p.h"
 
 #include <QPointer>
+#include <QScopeGuard>
 
 namespace orv {
 
@@ -11,6 +12,7 @@ class AbstractAuthenticator::Private
 public:
     State state = State::Idle;
     orv::Error error;
+    quint64 lastLogin = 0; // the number of the login that was started last
 };
 
 AbstractAuthenticator::AbstractAuthenticator(QObject* parent)
@@ -46,9 +48,19 @@ void AbstractAuthenticator::onAuthenticationRequired()
         return;
     qCDebug(networkLog) << "Authentication required";
     const QPointer<AbstractAuthenticator> self(this);
-    if (!authenticate() || !self)
-        return;
+    // A login that ended inside authenticate() may have been followed by another one there.
+    const auto isUnderWay = [&self, login = ++d->lastLogin] {
+        return self && self->state() == State::Authenticating && self->d->lastLogin == login;
+    };
+    auto restoreState = qScopeGuard([&isUnderWay, this, before = state()] {
+        if (isUnderWay())
+            setState(before);
+    });
+    // Before the call, since authenticate() may run an event loop in which other tasks ask for a login too.
     setState(State::Authenticating);
+    if (!authenticate() || !isUnderWay())
+        return;
+    restoreState.dismiss();
     Q_EMIT authenticating();
 }
 

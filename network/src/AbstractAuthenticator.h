@@ -18,9 +18,9 @@ namespace orv {
 /// onAuthenticationRequired(), which starts one login for all of them, and wait for authenticated() or
 /// error().
 ///
-/// A derived class starts its login in authenticate() and ends it later, from the event loop: on success it
-/// sets State::Authenticated and emits authenticated(), on failure it calls setError(), sets State::Failed
-/// and emits error(). While the state stays State::Authenticating no further login is started.
+/// A derived class starts its login in authenticate() and usually ends it later, from the event loop: on
+/// success it sets State::Authenticated and emits authenticated(), on failure it calls setError(), sets
+/// State::Failed and emits error(). While the state stays State::Authenticating no further login is started.
 /// @code
 /// bool LoginForm::authenticate()
 /// {
@@ -84,8 +84,11 @@ public Q_SLOTS:
     virtual void cancel();
 
 protected:
-    /// Starts a login and returns true, or returns false when there is nothing to start. Must not end the
-    /// login before it returns.
+    /// Starts a login and returns true, or returns false when none can be started.
+    ///
+    /// state() is Authenticating during the call, so an event loop that runs in it, a modal dialog's for
+    /// example, starts no second login. After false the state is put back as it was, unless this function has
+    /// set another one. A login may also end inside the call. Deleting the authenticator in it is safe.
     virtual bool authenticate() = 0;
 
     /// Sets the state, and tells nobody.
@@ -94,7 +97,8 @@ protected:
     void setError(const orv::Error& error);
 
 Q_SIGNALS:
-    /// A login has started. Once for each, after the state is set. Deleting the sender is safe.
+    /// A login has started: emitted once for each, after authenticate() has returned, with the state
+    /// Authenticating. Not emitted for a login that ended inside authenticate(). Deleting the sender is safe.
     void authenticating();
     /// A token is there. Emitted by derived classes, once for each login that succeeds and after setState();
     /// resets the count of retries. The tasks that wait go on inside the emit. Deleting the sender is safe.

@@ -7,6 +7,9 @@
 #include <QDebug>
 #include <QUrl>
 
+#include <algorithm>
+#include <limits>
+
 namespace orv {
 
 namespace NetworkErrorConstants {
@@ -17,11 +20,25 @@ const int UNKNOWN_ERROR_CODE = 65535;
 
 namespace {
 
+constexpr int highestStatus = 999;
+
 bool isSuccess(HttpResponseStatusCode code)
 {
     static const QList<HttpResponseStatusCode> successes{HttpResponseStatusCode::OK,
                                                          HttpResponseStatusCode::Created};
     return successes.contains(code);
+}
+
+int saturatedSum(int number, int offset)
+{
+    return static_cast<int>(std::min<qint64>(qint64(number) + offset, std::numeric_limits<int>::max()));
+}
+
+// A server may send any number as its status; one that no status can be would be read back as something else.
+int statusErrorNumber(HttpResponseStatusCode code)
+{
+    const auto number = static_cast<int>(code);
+    return httpErrorCode(number >= 0 && number <= highestStatus ? code : HttpResponseStatusCode::Unknown);
 }
 
 } // namespace
@@ -44,19 +61,19 @@ QString httpResponseStatusCodeName(HttpResponseStatusCode code)
 
 int httpErrorCode(HttpResponseStatusCode code)
 {
-    return static_cast<int>(code) + NetworkErrorConstants::HTTP_ERROR_OFFSET;
+    return saturatedSum(static_cast<int>(code), NetworkErrorConstants::HTTP_ERROR_OFFSET);
 }
 
 int networkErrorCode(QNetworkReply::NetworkError error)
 {
-    return static_cast<int>(error) + NetworkErrorConstants::NETWORK_ERROR_OFFSET;
+    return saturatedSum(static_cast<int>(error), NetworkErrorConstants::NETWORK_ERROR_OFFSET);
 }
 
 HttpResponseStatusCode httpResponseStatusCode(const Error& error)
 {
     const int number = error.errorDetails().toInt();
     const bool isHttp = number >= NetworkErrorConstants::HTTP_ERROR_OFFSET &&
-                        number <= NetworkErrorConstants::HTTP_ERROR_OFFSET + 999;
+                        number <= NetworkErrorConstants::HTTP_ERROR_OFFSET + highestStatus;
     return isHttp ? static_cast<HttpResponseStatusCode>(number - NetworkErrorConstants::HTTP_ERROR_OFFSET)
                   : HttpResponseStatusCode::OK;
 }
@@ -84,7 +101,7 @@ Error forcedNetworkError(HttpResponseStatusCode code, const QString& message)
                               : QObject::tr("HTTP connection error: %1.").arg(enumKey(code));
     }
     return Error(isLoginTimeout ? ErrorCode::SessionTimedOut : ErrorCode::Network, text)
-        .setErrorDetails(httpErrorCode(code));
+        .setErrorDetails(statusErrorNumber(code));
 }
 
 Error networkError(QNetworkReply::NetworkError error, const QString& message)

@@ -61,9 +61,9 @@ ORV_NETWORK_EXPORT HttpResponseStatusCode responseStatusCode(QNetworkReply* repl
 /// The key of @p code in words, for example "Too Many Requests"; empty for a value without a key.
 ORV_NETWORK_EXPORT QString httpResponseStatusCodeName(HttpResponseStatusCode code);
 
-/// The error number of an HTTP status.
+/// The error number of an HTTP status: @p code plus HTTP_ERROR_OFFSET, at most the largest int.
 ORV_NETWORK_EXPORT int httpErrorCode(HttpResponseStatusCode code);
-/// The error number of a transport error.
+/// The error number of a transport error: @p error plus NETWORK_ERROR_OFFSET, at most the largest int.
 ORV_NETWORK_EXPORT int networkErrorCode(QNetworkReply::NetworkError error);
 /// The HTTP status in the details of @p error; OK where there is none, as in a transport error or a success.
 ORV_NETWORK_EXPORT HttpResponseStatusCode httpResponseStatusCode(const Error& error);
@@ -74,8 +74,9 @@ ORV_NETWORK_EXPORT QNetworkReply::NetworkError networkError(const Error& error);
 /// Success for 200 and 201, otherwise forcedNetworkError().
 ORV_NETWORK_EXPORT Error networkError(HttpResponseStatusCode code, const QString& message);
 /// The error of an HTTP status, even of a success: ErrorCode::SessionTimedOut for 440, otherwise
-/// ErrorCode::Network, with httpErrorCode() in the details. An empty @p message is replaced by a text that
-/// names the status.
+/// ErrorCode::Network, with httpErrorCode() in the details; a number that no status can be, below 0 or above
+/// 999, counts as HttpResponseStatusCode::Unknown there. An empty @p message is replaced by a text that names
+/// the status.
 ORV_NETWORK_EXPORT Error forcedNetworkError(HttpResponseStatusCode code, const QString& message);
 /// Success for NoError, otherwise an error of code ErrorCode::Network with networkErrorCode() in the details.
 /// An empty @p message is replaced by a text that names the transport error.

@@ -1,10 +1,13 @@
 #include "BaseTask.h"
 
 #include "BaseTask_p.h"
+#include "TasksLog_p.h"
 #include "TasksQueue.h"
 
+#include <QDebug>
 #include <QPointer>
 
+#include <exception>
 #include <utility>
 
 namespace orv {
@@ -16,6 +19,43 @@ void BaseTask::Private::setState(State newState)
     state = newState;
     if (queue)
         queue->onTaskStateChanged(q);
+}
+
+// A task whose doFinish() throws would otherwise never end: finish() acts only once.
+Error BaseTask::Private::judgeEnd()
+{
+    try {
+        return q->doFinish();
+    } catch (...) {
+        return errorOfCurrentException();
+    }
+}
+
+// The outcome is final by now, so all that is left to do with an exception is to report it.
+void BaseTask::Private::releaseResources()
+{
+    try {
+        q->finalize();
+    } catch (...) {
+        qCWarning(tasksLog) << "Exception while a task was finalized:" << errorOfCurrentException();
+    }
+}
+
+void BaseTask::Private::announceEnd()
+{
+    const QPointer<BaseTask> self(q);
+    std::exception_ptr thrownBySlot;
+    try {
+        Q_EMIT q->finished();
+    } catch (...) {
+        thrownBySlot = std::current_exception();
+    }
+    if (self && isAutoDelete)
+        q->deleteLater();
+    if (self && queue)
+        queue->onTaskFinished(link.task);
+    if (thrownBySlot)
+        std::rethrow_exception(thrownBySlot);
 }
 
 BaseTask::BaseTask(QObject* parent)
@@ -53,7 +93,7 @@ bool BaseTask::isFinished() const
 
 void BaseTask::setAutoDelete(bool autoDelete)
 {
-    d->autoDelete = autoDelete;
+    d->isAutoDelete = autoDelete;
 }
 
 void BaseTask::setRunning()
@@ -76,25 +116,18 @@ void BaseTask::finish(Error error)
 {
     if (!d->mayChange())
         return;
-    d->finishing = true;
+    d->isFinishing = true;
     const QPointer<BaseTask> self(this);
 
     setError(std::move(error));
-    Error verdict = doFinish();
+    Error verdict = d->judgeEnd();
     if (!self)
         return;
     setError(std::move(verdict));
     d->setState(Private::State::Finished);
-    finalize();
-    if (!self)
-        return;
-    Q_EMIT finished();
-    if (!self)
-        return;
-    if (d->autoDelete)
-        deleteLater();
-    if (d->queue)
-        d->queue->onTaskFinished(d->link.task);
+    d->releaseResources();
+    if (self)
+        d->announceEnd();
 }
 
 TasksQueue* BaseTask::queue() const
@@ -104,14 +137,21 @@ TasksQueue* BaseTask::queue() const
 
 void BaseTask::cancel()
 {
-    if (!d->mayChange() || d->cancelling)
+    if (!d->mayChange() || d->isCanceling)
         return;
-    d->cancelling = true;
+    d->isCanceling = true;
     setCanceled(true);
     const QPointer<BaseTask> self(this);
-    Q_EMIT canceled();
+    std::exception_ptr thrownBySlot;
+    try {
+        Q_EMIT canceled();
+    } catch (...) {
+        thrownBySlot = std::current_exception();
+    }
     if (self)
         finish(Error(ErrorCode::Canceled, tr("Canceled")));
+    if (thrownBySlot)
+        std::rethrow_exception(thrownBySlot);
 }
 
 void BaseTask::pause()

@@ -37,6 +37,9 @@ struct TaskLink
     Task* task = nullptr; // null in a ring's head
 };
 
+/// The exception that is being handled, as the error that a task ends with. For use in a catch block.
+Error errorOfCurrentException();
+
 class BaseTask::Private
 {
 public:
@@ -47,15 +50,18 @@ public:
     {
     }
 
-    bool mayChange() const { return state != State::Finished && !finishing; }
+    bool mayChange() const { return state != State::Finished && !isFinishing; }
     void setState(State newState);
+    Error judgeEnd();
+    void releaseResources();
+    void announceEnd();
 
     BaseTask* const q;
     QString name;
     State state = State::Idle;
-    bool finishing = false;  // finish() has been called
-    bool cancelling = false; // cancel() has been called
-    bool autoDelete = false;
+    bool isFinishing = false; // finish() has been called
+    bool isCanceling = false; // cancel() has been called
+    bool isAutoDelete = false;
 
     // What the queue keeps about the task; written by TasksQueue only.
     TasksQueue* queue = nullptr;

@@ -1,22 +1,28 @@
 #include "Task.h"
 
 #include "BaseTask_p.h"
+#include "TasksLog_p.h"
 #include "TasksQueue.h"
 
+#include <QDebug>
 #include <QPointer>
 
 #include <exception>
 
 namespace orv {
 
-namespace {
-
-Error unexpectedException(const QString& what)
+Error errorOfCurrentException()
 {
-    return Error(ErrorCode::General, what).ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
+    QString text;
+    try {
+        throw;
+    } catch (const std::exception& exception) {
+        text = QString::fromUtf8(exception.what());
+    } catch (...) {
+        text = Task::tr("Unknown exception");
+    }
+    return Error(ErrorCode::General, text).ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
 }
-
-} // namespace
 
 Task::Task(QObject* parent)
     : BaseTask(parent)
@@ -41,6 +47,8 @@ void Task::finalize()
 
 void Task::exec()
 {
+    if (isFinished())
+        qCWarning(tasksLog) << "Unable to continue, the task is finished";
     if (isFinished() || isRunning())
         return;
     const QPointer<Task> self(this);
@@ -67,10 +75,8 @@ QCoro::Task<> Task::run(Task* task)
     Error outcome;
     try {
         outcome = co_await task->co_doExec();
-    } catch (const std::exception& exception) {
-        outcome = unexpectedException(QString::fromUtf8(exception.what()));
     } catch (...) {
-        outcome = unexpectedException(tr("Unknown exception"));
+        outcome = errorOfCurrentException();
     }
     if (self)
         self->finish(outcome);

@@ -32,7 +32,9 @@ public:
     void release(Task* task);
     void setHoldsSlot(BaseTask::Private* task, bool holdsSlot);
     QList<QPointer<Task>> tasks(ClearPolicy policy) const;
+    bool isInActiveList(const Task* task) const;
     void schedule();
+    void start(Task* task);
     void dispatch();
 
     TasksQueue* const q;
@@ -43,8 +45,8 @@ public:
     int usedSlots = 0;
     int maxRunningTasks = 1;
     int maxPriority = std::numeric_limits<int>::max();
-    bool dispatchScheduled = false;
-    bool emptiedIsDue = false;
+    bool isDispatchScheduled = false;
+    bool isEmptiedDue = false;
 };
 
 void TasksQueue::Private::adopt(Task* task)
@@ -95,33 +97,53 @@ QList<QPointer<Task>> TasksQueue::Private::tasks(ClearPolicy policy) const
 
 void TasksQueue::Private::schedule()
 {
-    if (dispatchScheduled)
+    if (isDispatchScheduled)
         return;
-    dispatchScheduled = true;
+    isDispatchScheduled = true;
     QMetaObject::invokeMethod(
         q, [this] { dispatch(); }, Qt::QueuedConnection);
+}
+
+// What a subclass's dequeueTask() returns may be a task that it has deleted: the pointer is only compared
+// here. The task that the base has just handed out is the last one.
+bool TasksQueue::Private::isInActiveList(const Task* task) const
+{
+    for (const TaskLink* link = active.previous; link != &active; link = link->previous) {
+        if (link->task == task)
+            return true;
+    }
+    return false;
+}
+
+// A task that was run from outside while it was pending goes on as it is.
+void TasksQueue::Private::start(Task* task)
+{
+    setHoldsSlot(of(task), !task->isPaused());
+    if (!task->isRunning())
+        q->exec(task);
 }
 
 // Starts as many tasks as there are free slots. Where some are done at once, more follow, since a turn of the
 // event loop costs more than such a task; but only for a moment, since everything else waits meanwhile.
 void TasksQueue::Private::dispatch()
 {
-    dispatchScheduled = false;
+    isDispatchScheduled = false;
     const QPointer<TasksQueue> self(q);
     const QDeadlineTimer moment(1);
     int due = maxRunningTasks - usedSlots;
     for (; usedSlots < maxRunningTasks && (due > 0 || !moment.hasExpired()); --due) {
         Task* task = q->dequeueTask();
+        if (!self)
+            return;
         if (!task)
             break;
-        setHoldsSlot(of(task), true);
-        if (!task->isRunning()) // else somebody has run it while it was pending
-            q->exec(task);
+        if (isInActiveList(task))
+            start(task);
         if (!self)
             return;
     }
-    if (emptiedIsDue && q->isEmpty()) {
-        emptiedIsDue = false;
+    if (isEmptiedDue && q->isEmpty()) {
+        isEmptiedDue = false;
         Q_EMIT q->emptied();
     }
 }
@@ -134,7 +156,7 @@ TasksQueue::TasksQueue(QObject* parent)
 
 TasksQueue::~TasksQueue()
 {
-    d->dispatchScheduled = true; // nothing is to be scheduled on a dying object
+    d->isDispatchScheduled = true; // nothing is to be scheduled on a dying object
     while (d->active.isLinked())
         d->release(d->active.next->task);
     for (auto& [priority, head] : d->pending) {
@@ -208,7 +230,7 @@ void TasksQueue::enqueueTask(Task* task, EnqueueMode mode)
     t->link.linkBefore(mode == EnqueueMode::Back ? head : *head.next);
     t->isPending = true;
     ++d->pendingCount;
-    d->emptiedIsDue = true;
+    d->isEmptiedDue = true;
     d->schedule();
 }
 

@@ -2,9 +2,21 @@
 
 #include <QSignalSpy>
 
+#include <stdexcept>
+
 using namespace Qt::StringLiterals;
 using namespace orv;
 using State = AbstractAuthenticator::State;
+
+namespace {
+
+class StatefulAuthenticator : public TestAuthenticator
+{
+public:
+    using AbstractAuthenticator::setState;
+};
+
+} // namespace
 
 class tst_AbstractAuthenticator : public QObject
 {
@@ -24,15 +36,61 @@ private Q_SLOTS:
         QCOMPARE(authenticator.retriesCount(), 0);
     }
 
-    void changesNothingWhenNoLoginStarts()
+    // authenticate() may run an event loop, as a modal dialog does, in which anything can happen.
+    void startsALoginWhateverHappensInAuthenticate_data()
     {
-        TestAuthenticator authenticator;
-        authenticator.startsLogins = false;
-        QSignalSpy authenticating(&authenticator, &AbstractAuthenticator::authenticating);
-        authenticator.onAuthenticationRequired();
-        QCOMPARE(authenticator.logins, 1);
-        QCOMPARE(authenticating.size(), 0);
-        QCOMPARE(authenticator.state(), State::Idle);
+        const auto row = addColumns<QString, bool, State, int>({"action", "isStarted", "state", "signals"});
+        row("nothing", {}, true, State::Authenticating, 1);
+        row("asked again", u"ask"_s, true, State::Authenticating, 1);
+        row("refused", {}, false, State::Failed, 0);
+        row("asked again, then refused", u"ask"_s, false, State::Failed, 0);
+        row("succeeded", u"succeed"_s, true, State::Authenticated, 0);
+        row("canceled, then refused", u"cancel"_s, false, State::Idle, 0);
+        row("failed, then retried", u"retry"_s, true, State::Authenticating, 1);
+        row("deleted", u"delete"_s, true, State::Idle, 0);
+        row("threw", u"throw"_s, true, State::Failed, 0);
+    }
+    void startsALoginWhateverHappensInAuthenticate()
+    {
+        QFETCH(QString, action);
+        QFETCH(bool, isStarted);
+        QPointer<StatefulAuthenticator> authenticator = new StatefulAuthenticator;
+        authenticator->setState(State::Failed);
+        authenticator->startsLogins = isStarted;
+        QSignalSpy authenticating(authenticator, &AbstractAuthenticator::authenticating);
+        const QHash<QString, std::function<void()>> actions{
+            {u"ask"_s,
+             [&] {
+                 authenticator->onAuthenticationRequired();
+                 authenticator->retryAuthentication();
+             }},
+            {u"retry"_s,
+             [&] {
+                 authenticator->setState(State::Failed);
+                 authenticator->retryAuthentication();
+             }},
+            {u"succeed"_s, [&] { authenticator->succeed("token"); }},
+            {u"cancel"_s, [&] { authenticator->setState(State::Idle); }},
+            {u"delete"_s, [&] { delete authenticator; }},
+            {u"throw"_s, [] { throw std::runtime_error("thrown"); }},
+        };
+        authenticator->duringLogin = [&] {
+            QCOMPARE(authenticator->state(), State::Authenticating);
+            if (const auto act = actions.value(action); act && authenticator->logins == 1)
+                act();
+        };
+        try {
+            authenticator->onAuthenticationRequired();
+        } catch (const std::runtime_error&) {
+            QCOMPARE(action, u"throw"_s);
+        }
+        QTEST(int(authenticating.size()), "signals");
+        if (action == "delete"_L1)
+            return;
+        QTEST(authenticator->state(), "state");
+        QCOMPARE(authenticator->logins, action == "retry"_L1 ? 2 : 1);
+        QCOMPARE(authenticator->retriesCount(), authenticator->logins - 1);
+        delete authenticator;
     }
 
     void countsRetriesUntilALoginSucceeds()

@@ -3,7 +3,9 @@
 #include <Task.h>
 #include <TasksQueue.h>
 
+#include <QLoggingCategory>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QTest>
 
 #include <coroutine>
@@ -92,6 +94,8 @@ class tst_Task : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void cleanup() { QLoggingCategory::setFilterRules({}); }
+
     void endsInOrder()
     {
         RecordingTask task;
@@ -191,14 +195,67 @@ private Q_SLOTS:
         QCOMPARE(canceled.error().errorCode(), ErrorCode::Canceled);
     }
 
-    void turnsExceptionsIntoErrors()
+    void warnsInsteadOfRunningAgain()
     {
-        RecordingTask task;
-        task.reactions[u"doExec"_s] = [] { throw std::runtime_error("thrown"); };
+        QTest::failOnWarning(QRegularExpression(u"."_s));
+        Task task;
+        task.setRunning();
         task.exec();
-        QVERIFY(task.isFinished());
-        QCOMPARE(task.error().errorCode(), ErrorCode::General);
-        QCOMPARE(task.error().errorMessage(), u"thrown"_s);
+        QVERIFY(!task.isFinished()); // neither run nor warned about
+        task.finish(Error());
+        task.exec(); // silent until the application enables the category
+        QLoggingCategory::setFilterRules(u"orv.tasks.warning=true"_s);
+        QTest::ignoreMessage(QtWarningMsg, "Unable to continue, the task is finished");
+        task.exec();
+    }
+
+    // Whichever step throws, the task ends, announces it once and leaves its queue.
+    void endsAlthoughAStepThrows_data()
+    {
+        const auto row =
+            addColumns<QString, bool, ErrorCode, QString>({"step", "isRethrown", "code", "text"});
+        row("doExec", u"doExec"_s, false, ErrorCode::General, u"thrown"_s);
+        row("doFinish", u"doFinish"_s, false, ErrorCode::General, u"thrown"_s);
+        row("finalize", u"finalize"_s, false, ErrorCode::FileAccess, u"outcome"_s);
+        row("finished", u"finished"_s, true, ErrorCode::FileAccess, u"outcome"_s);
+        row("canceled", u"canceled"_s, true, ErrorCode::Canceled, u"Canceled"_s);
+    }
+    void endsAlthoughAStepThrows()
+    {
+        QFETCH(QString, step);
+        QFETCH(bool, isRethrown);
+        TasksQueue queue;
+        RecordingTask task;
+        task.outcome = Error(ErrorCode::FileAccess, "outcome");
+        queue.append(&task);
+        task.reactions[step] = [] { throw std::runtime_error("thrown"); };
+        QLoggingCategory::setFilterRules(u"orv.tasks.warning=true"_s);
+        if (step == "finalize"_L1) // reported nowhere else
+            QTest::ignoreMessage(QtWarningMsg, QRegularExpression(u"finalized: .*thrown"_s));
+        bool isThrown = false;
+        try {
+            step == "canceled"_L1 ? task.cancel()
+            : step == "doExec"_L1 ? task.exec()
+                                  : task.finish(task.outcome);
+        } catch (const std::runtime_error&) {
+            isThrown = true;
+        }
+        QCOMPARE(isThrown, isRethrown);
+        QVERIFY(task.isFinished() && queue.isEmpty());
+        QVERIFY2(task.log().endsWith(u"doFinish finalize finished"_s), qPrintable(task.log()));
+        QTEST(task.error().errorCode(), "code");
+        QTEST(task.error().errorMessage(), "text");
+    }
+
+    void endsWithGeneralAfterAnExceptionOfAnyType()
+    {
+        for (const auto& step : {u"doExec"_s, u"doFinish"_s}) {
+            RecordingTask task;
+            task.reactions[step] = [] { throw 1; };
+            task.exec();
+            QCOMPARE(task.error().errorCode(), ErrorCode::General);
+            QCOMPARE(task.error().errorMessage(), u"Unknown exception"_s);
+        }
     }
 };
 

@@ -7,6 +7,8 @@
 #include <QTest>
 
 #include <functional>
+#include <memory>
+#include <utility>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -54,6 +56,20 @@ public:
     QStringList events;
 };
 
+// Passes the first task that it takes through a function of the test.
+class MeddlingQueue : public Queue
+{
+public:
+    Task* dequeueTask() override
+    {
+        Task* task = Queue::dequeueTask();
+        const auto change = std::exchange(meddle, {}); // outlives the queue
+        return change ? change(task) : task;
+    }
+
+    std::function<Task*(Task*)> meddle;
+};
+
 } // namespace
 
 class tst_TasksQueue : public QObject
@@ -96,6 +112,14 @@ private Q_SLOTS:
         queue.setMaxRunningTasks(-3); // counts as 1
         c.finish(Error());
         QCOMPARE(queue.log(), u"+a +b -b -a +c -c emptied"_s);
+
+        OpenTask waiting("waiting"), next("next");
+        queue.events.clear();
+        queue.append(&waiting);
+        queue.append(&next);
+        waiting.exec();
+        waiting.pause(); // before its turn comes
+        QCOMPARE(queue.log(), u"+next"_s);
     }
 
     void refusesWhatItCannotRun()
@@ -113,7 +137,7 @@ private Q_SLOTS:
         QCOMPARE(a.queue(), &queue);
         QVERIFY(other.isEmpty());
         QCOMPARE(queue.pendingTasksCount(), 1);
-        a.exec(); // by somebody else, while it is pending
+        a.exec(); // from outside, while it is pending
         QCOMPARE(queue.log(), QString());
         a.cancel();
         QCOMPARE(queue.log(), u"-a emptied"_s);
@@ -134,6 +158,33 @@ private Q_SLOTS:
         queue.clear(TasksQueue::ClearPolicy::PendingAndRunning, Error());
         QVERIFY(a.isFinished() && late.isFinished() && !a.hasError());
         QCOMPARE(queue.log(), u"+a -b -c -late -a emptied"_s);
+    }
+
+    void survivesWhatDequeueTaskDoes_data()
+    {
+        addRows("action", {"delete queue", "delete task", "delete task, return null", "return foreign task"});
+    }
+    void survivesWhatDequeueTaskDoes()
+    {
+        QFETCH(QString, action);
+        QPointer<MeddlingQueue> queue = new MeddlingQueue;
+        auto first = std::make_unique<OpenTask>("first");
+        OpenTask second("second"), foreign("foreign");
+        queue->meddle = [&](Task* task) {
+            if (action == "delete queue"_L1)
+                delete queue;
+            if (action.startsWith(u"delete task"_s))
+                first.reset();
+            return action.endsWith(u"null"_s)           ? nullptr
+                   : action.endsWith(u"foreign task"_s) ? &foreign
+                                                        : task;
+        };
+        queue->append(first.get());
+        queue->append(&second);
+        QTRY_VERIFY(!queue || second.isRunning());
+        QVERIFY(!foreign.isRunning());
+        delete queue;
+        QVERIFY(!second.queue());
     }
 
     // What a slot may do to the queue that is calling it, in each of its signals and in those of its tasks.
