@@ -87,6 +87,17 @@ configure()
     (cd "$root" && cmake --preset "$1")
 }
 
+# build_for_tools TARGET... builds these optimised, in a directory that no preset uses: what is configured in
+# build/release is up to those who install from there.
+tools_build_dir=$root/build/tools
+build_for_tools()
+{
+    say "Configuring build/tools"
+    (cd "$root" && cmake --preset release -B "$tools_build_dir")
+    say "Building $*"
+    cmake --build "$tools_build_dir" --target "$@"
+}
+
 # build PRESET [TARGET...]
 build()
 {
