@@ -7,19 +7,19 @@ include(GNUInstallDirs)
 set(ORV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/OrvNetwork)
 set(ORV_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/orv_network)
 
-# orv_install_library(<target> ALIAS <Name> DESCRIPTION <text> HEADERS ... LINK ... LINK_PRIVATE ...)
+# orv_install_library(<target> ALIAS <Name> DESCRIPTION <text> LINK ... LINK_PRIVATE ...)
 #
 # For find_package(), <Name> is a component with a file of targets of its own; for pkg-config, <target> is a package.
 function(orv_install_library target)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "HEADERS;LINK;LINK_PRIVATE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "LINK;LINK_PRIVATE")
     set_target_properties(${target} PROPERTIES
         INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>") # the libraries are installed side by side
     install(TARGETS ${target} EXPORT Orv${arg_ALIAS}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime
-        INCLUDES DESTINATION ${ORV_INCLUDE_DIR})
-    install(FILES ${arg_HEADERS} DESTINATION ${ORV_INCLUDE_DIR} COMPONENT Development)
+        FILE_SET HEADERS DESTINATION ${ORV_INCLUDE_DIR} COMPONENT Development
+        INCLUDES DESTINATION ${ORV_INCLUDE_DIR}) # for applications whose CMake does not know file sets (before 3.23)
     install(EXPORT Orv${arg_ALIAS}Targets NAMESPACE Orv:: DESTINATION ${ORV_CMAKE_DIR} COMPONENT Development)
 
     list(FILTER arg_LINK_PRIVATE INCLUDE REGEX "^Orv::") # the others are of no concern to those who link it

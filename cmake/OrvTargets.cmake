@@ -23,25 +23,28 @@ endfunction()
 
 # orv_add_library(<target> ALIAS <Name> DESCRIPTION <text> SOURCES ... HEADERS ... [LINK ...] [LINK_PRIVATE ...])
 #
-# A shared library <target> with the alias Orv::<Name>. HEADERS are the public ones: they are installed, and are
-# included by their file name alone from the build tree and from an install alike.
+# A shared library <target> with the alias Orv::<Name>. HEADERS are the public ones in src: they are installed, and are
+# included by their file name alone, from the build tree as from an install. With ORV_CLANG_TIDY set to a command,
+# libraries are checked by it; programs are not, since that is slow.
 function(orv_add_library target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "SOURCES;HEADERS;LINK;LINK_PRIVATE")
-    add_library(${target} SHARED ${arg_SOURCES} ${arg_HEADERS})
+    add_library(${target} SHARED ${arg_SOURCES})
     add_library(Orv::${arg_ALIAS} ALIAS ${target})
     orv_configure_target(${target})
     generate_export_header(${target})
-    target_include_directories(${target} PUBLIC
-        $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/src>
-        $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>)
+    target_sources(${target} PUBLIC FILE_SET HEADERS
+        BASE_DIRS src ${CMAKE_CURRENT_BINARY_DIR} # where those who link the library look for headers, too
+        FILES ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE ${arg_LINK_PRIVATE})
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${arg_ALIAS}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${ORV_ABI_VERSION})
+    if(ORV_CLANG_TIDY)
+        set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY "${ORV_CLANG_TIDY}")
+    endif()
     if(ORV_INSTALL)
         orv_install_library(${target} ALIAS ${arg_ALIAS} DESCRIPTION ${arg_DESCRIPTION}
-            HEADERS ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h
             LINK ${arg_LINK} LINK_PRIVATE ${arg_LINK_PRIVATE})
     endif()
 endfunction()
