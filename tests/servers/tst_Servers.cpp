@@ -27,22 +27,22 @@ struct Scenario
     QString path = u"/text"_s;
     QByteArray content = "Hello from a server.\n";
     int count = 60;
-    int inParallel = 0; ///< How many run at once through a queue; 0 for all of them without one.
+    int inParallel = 0; ///< How many run at once through a queue; 0 for all of them, without a queue.
     NetworkRequest::Method method = NetworkRequest::Method::Get;
     bool isHttp2 = false;
     int leastRetries = 0;
-    std::pair<QByteArray, QByteArray> header = {}; ///< What each reply must hold.
+    std::pair<QByteArray, QByteArray> header = {}; ///< A field that each reply must have.
 };
 
-/// Lets a task use HTTP/2 on connections that the server ends (GOAWAY). What begins while such a connection
-/// is still in use, Qt forgets: only the time-out ends it.
+/// Lets a task use HTTP/2 although the server closes connections (GOAWAY). Qt loses requests that are started
+/// while such a connection is still in use, so only the time-out ends them.
 void surviveGoAway(NetworkTask& task)
 {
     task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
     task.setTimeout(1000);
 }
 
-/// Tasks that share a manager, and how often each of them has ended.
+/// Tasks that share a manager, and a count of their ends.
 class Crowd
 {
 public:
@@ -67,17 +67,17 @@ public:
         return task;
     }
 
-    /// Waits until each task has ended; false if one does not, or ends twice.
+    /// Waits until all tasks have ended; false if one does not end, or ends twice.
     bool end()
     {
         const auto hasEnded = [](const auto& task) { return task->isFinished(); };
         const auto haveEnded = [&] { return std::all_of(tasks.begin(), tasks.end(), hasEnded); };
         const bool isDone = QTest::qWaitFor(haveEnded, 20000);
-        QCoreApplication::processEvents(); // what might follow
+        QCoreApplication::processEvents(); // for a second end
         return isDone && m_ends == tasks.size();
     }
 
-    /// What the tasks ended with that have not got one of @p contents.
+    /// The errors of the tasks that did not receive one of @p contents.
     QByteArray losses(const QByteArrayList& contents) const
     {
         QByteArray losses;
@@ -95,7 +95,7 @@ private:
     std::size_t m_ends = 0;
 
 public:
-    std::vector<std::unique_ptr<NetworkTask>> tasks; ///< They go first.
+    std::vector<std::unique_ptr<NetworkTask>> tasks; ///< Last, so that they are destroyed first.
 };
 
 } // namespace
@@ -106,7 +106,7 @@ Q_DECLARE_METATYPE(Scenario)
     if (!(server)->missingProgram().isEmpty())                                                               \
     QSKIP(qPrintable((server)->missingProgram() + u" is not installed"_s))
 
-/// The library, alone and in the program orv-fetch, against servers that others have written.
+/// The library, on its own and in the program orv-fetch, against nginx and lighttpd.
 class tst_Servers : public QObject
 {
     Q_OBJECT
@@ -237,7 +237,7 @@ private Q_SLOTS:
         QCOMPARE(isOverHttp2, scenario.isHttp2);
     }
 
-    void outlivesAReload_data()
+    void survivesAReloadOfTheServer_data()
     {
         QTest::addColumn<RealServer::Kind>("kind");
         QTest::addColumn<RealServer::Port>("port");
@@ -248,7 +248,7 @@ private Q_SLOTS:
     }
 
     // Tasks are added in the middle of a body, while the server is about to leave the connection.
-    void outlivesAReload()
+    void survivesAReloadOfTheServer()
     {
         QFETCH(const RealServer::Kind, kind);
         QFETCH(const RealServer::Port, port);
