@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <numeric>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -30,7 +29,6 @@ struct Scenario
     int inParallel = 0; ///< How many run at once through a queue; 0 for all of them, without a queue.
     NetworkRequest::Method method = NetworkRequest::Method::Get;
     bool isHttp2 = false;
-    int leastRetries = 0;
     std::pair<QByteArray, QByteArray> header = {}; ///< A field that each reply must have.
 };
 
@@ -40,6 +38,9 @@ void surviveGoAway(NetworkTask& task)
 {
     task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
     task.setTimeout(1000);
+    // A busy machine may need longer.
+    QObject::connect(&task, &NetworkTask::aboutToRetry, &task,
+                     [&task] { task.setTimeout(task.timeout() * 2); });
 }
 
 /// Tasks that share a manager, and a count of their ends.
@@ -72,7 +73,7 @@ public:
     {
         const auto hasEnded = [](const auto& task) { return task->isFinished(); };
         const auto haveEnded = [&] { return std::all_of(tasks.begin(), tasks.end(), hasEnded); };
-        const bool isDone = QTest::qWaitFor(haveEnded, 20000);
+        const bool isDone = QTest::qWaitFor(haveEnded, 120000);
         QCoreApplication::processEvents(); // for a second end
         return isDone && m_ends == tasks.size();
     }
@@ -200,7 +201,6 @@ private Q_SLOTS:
                                      .content = m_servers[RealServer::Lighttpd]->content(),
                                      .count = 6,
                                      .header = {"Transfer-Encoding", "chunked"}});
-        addRow("a limited rate", {.path = u"/limited"_s, .count = 2, .inParallel = 2, .leastRetries = 1});
     }
 
     void losesNoTask()
@@ -218,16 +218,12 @@ private Q_SLOTS:
                 task.setRequest(request);
                 surviveGoAway(task);
                 task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
-                if (scenario.leastRetries == 0)
-                    task.setDelayPolicy(Retriable::DelayPolicy::None);
+                task.setDelayPolicy(Retriable::DelayPolicy::None);
             });
         }
         QVERIFY(crowd.end());
         const auto losses = crowd.losses({scenario.content});
         QVERIFY2(losses.isEmpty(), losses.constData());
-        const auto countRetries = [](int sum, const auto& task) { return sum + task->retriesCount(); };
-        const int retries = std::accumulate(crowd.tasks.begin(), crowd.tasks.end(), 0, countRetries);
-        QVERIFY2(retries >= scenario.leastRetries, QByteArray::number(retries).constData());
         bool isOverHttp2 = false;
         for (const auto& task : crowd.tasks) {
             const auto* const reply = task->networkReply();
@@ -235,6 +231,24 @@ private Q_SLOTS:
             QCOMPARE(reply->rawHeader(scenario.header.first), scenario.header.second);
         }
         QCOMPARE(isOverHttp2, scenario.isHttp2);
+    }
+
+    void retriesRequestsThatExceedTheRateLimit()
+    {
+        const auto& server = m_servers.at(RealServer::Nginx);
+        REQUIRE(server);
+        bool isRefused = false;
+        const auto noteRetries = [&](NetworkTask& task) {
+            connect(&task, &NetworkTask::aboutToRetry, this, [&] { isRefused = true; });
+        };
+        // On a busy machine, two requests may arrive so far apart that neither is refused.
+        while (!isRefused) {
+            Crowd crowd;
+            for (int i = 0; i < 2; ++i)
+                crowd.add(server->url(RealServer::Plain, u"/limited"_s), noteRetries);
+            QVERIFY(crowd.end());
+            QCOMPARE(crowd.losses({"Hello from a server.\n"}), QByteArray());
+        }
     }
 
     void survivesAReloadOfTheServer_data()
@@ -247,7 +261,7 @@ private Q_SLOTS:
         QTest::newRow("lighttpd, HTTP/2") << RealServer::Lighttpd << RealServer::Tls;
     }
 
-    // Tasks are added in the middle of a body, while the server is about to leave the connection.
+    // Tasks are added while content is being received on a connection that the server is about to close.
     void survivesAReloadOfTheServer()
     {
         QFETCH(const RealServer::Kind, kind);
@@ -257,13 +271,12 @@ private Q_SLOTS:
 
         Crowd crowd;
         auto& first = crowd.add(server->url(port, u"/slow"_s), surviveGoAway);
-        QTRY_VERIFY(first.networkReply() && first.networkReply()->bytesAvailable() > 0);
+        QVERIFY(QSignalSpy(&first, &NetworkTask::readyRead).wait(20000));
         QVERIFY(server->reload());
-        for (int i = 0; i < 10; ++i) {
-            QTest::qWait(20);
+        do {
             crowd.add(server->url(port, u"/text"_s), surviveGoAway);
-        }
-        QVERIFY(!first.isFinished());
+            QTest::qWait(20);
+        } while (!first.isFinished());
         QVERIFY(crowd.end());
         const auto losses = crowd.losses({server->content(), "Hello from a server.\n"});
         QVERIFY2(losses.isEmpty(), losses.constData());
