@@ -4,19 +4,19 @@
 
 namespace benchmark {
 
-/// What can be measured, by name.
+/// A benchmark, which the command line selects by name.
 struct Benchmark
 {
     QString name;
     QString summary;
-    int count; ///< How often the work is done in a round, unless the command line says otherwise.
+    int count; ///< How often the work is done in each round, by default.
     int rounds;
     void (*run)(Session& session);
 };
 
 const QList<Benchmark>& benchmarks();
 
-// Each measures in a Session, as its summary says.
+// The benchmarks; benchmarks() has a summary of each.
 void measureDirect(Session& session);
 void measureQueued(Session& session);
 void measureGets(Session& session);

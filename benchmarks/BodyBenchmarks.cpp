@@ -11,7 +11,7 @@ namespace {
 
 constexpr int STEP = 16 * 1024;
 
-// As much content, in four pieces: what takes longer than they do in one is not linear.
+// The same amount of content in four pieces. If one piece takes longer, the work is not linear in the size.
 Contender inQuarters(const Contender& contender)
 {
     return {contender.name + u", in quarters"_s, [run = contender.run](int count) {

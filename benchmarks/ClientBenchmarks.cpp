@@ -25,7 +25,7 @@ void measureClients(Session& session)
     const auto times = session.times(contenders, session.count());
     session.record({u"Small GETs, 6 at a time"_s, u"ns per GET"_s, {}}, times.wall);
     session.record({u"The same, of the processors"_s, u"ns per GET"_s, {}}, times.cpu);
-    const int countedGets = std::max(session.count() / 50, 1); // which are that much slower when counted
+    const int countedGets = std::max(session.count() / 50, 1); // callgrind is about that much slower
     session.record({u"The same, counted"_s, u"instructions per GET"_s, {}},
                    session.instructions(contenders, countedGets));
 }

@@ -20,7 +20,7 @@ namespace {
 using orv::NetworkQueue;
 using orv::NetworkTask;
 
-// What a task sends, so that the same goes over the wire.
+// The same request as a task sends.
 QNetworkRequest bareRequest(const QString& url)
 {
     QNetworkRequest request{QUrl(url)};
@@ -87,7 +87,7 @@ void runNextTask(const QString& url, Countdown& countdown)
     task->exec();
 }
 
-// Gets content of so many MB; what becomes of it as it comes is up to a function.
+// Gets content of a given size in MB and passes it to a function as it arrives.
 class BareBody
 {
 public:

@@ -4,30 +4,30 @@
 
 namespace benchmark {
 
-// Ways of getting the same small reply again and again.
+// Ways of requesting the same small reply many times.
 
-/// As a program without this library does it, with so many requests at a time.
+/// As a program without this library does it, with @p parallel requests at a time.
 Contender bareGets(Server& server, int parallel);
-/// The same with Qt's transfer time-out, which watches a request as a task does.
+/// Like bareGets(), but with Qt's transfer time-out, which monitors a request as a task does.
 Contender watchedBareGets(Server& server, int parallel);
-/// Tasks that are executed one after the other.
+/// Tasks executed one after the other.
 Contender directGets(Server& server);
-/// Tasks that are all handed to a queue.
+/// Tasks that are all appended to a queue at the beginning.
 Contender queuedGets(Server& server, int slots);
 
-// Ways of getting content of so many MB, once for each run, so that what is measured is for one MB.
+// Ways of getting content of a given size in MB, once per run, so that the figures are per MB.
 
-/// readAll() when the reply is complete.
+/// Calls readAll() when the reply is complete.
 Contender bareBody(Server& server);
-/// Takes what there is to read whenever there is some, in steps of @p step bytes; 0 for readAll().
+/// Reads data as it arrives, in steps of @p step bytes; 0 for readAll().
 Contender bareStream(Server& server, int step = 0);
-/// data() of the finished task.
+/// Takes data() of the finished task.
 Contender directBody(Server& server);
-/// A streaming task; its data is taken whenever there is some.
+/// Takes data() of a streaming task as it arrives.
 Contender streamedBody(Server& server);
-/// read() of a task that does not stream, in steps of @p step bytes; 0 for whatever there is.
+/// Calls read() of a task that does not stream, in steps of @p step bytes; 0 for all available data.
 Contender readBody(Server& server, int step);
-/// data() and chopFirstBytes() of a streaming task, in steps of @p step bytes.
+/// Calls data() and chopFirstBytes() of a streaming task, in steps of @p step bytes.
 Contender choppedBody(Server& server, int step);
 
 } // namespace benchmark

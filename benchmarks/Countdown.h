@@ -7,7 +7,7 @@
 
 namespace benchmark {
 
-/// Runs an event loop until something has been done a number of times, or has failed.
+/// Runs an event loop until an operation has been done a number of times or has failed.
 class Countdown
 {
 public:
@@ -17,7 +17,7 @@ public:
     {
     }
 
-    /// Whether there is another one to start, which then counts as started.
+    /// Whether another operation is to be started; if so, it counts as started.
     bool take() { return m_toStart-- > 0; }
 
     void finish(bool isAsExpected)

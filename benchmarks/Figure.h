@@ -9,7 +9,7 @@ class QJsonObject;
 
 namespace benchmark {
 
-/// What one contender was measured at, round by round.
+/// The measurements of one contender, round by round.
 struct Series
 {
     QString name;
@@ -18,13 +18,12 @@ struct Series
     double median() const;
 };
 
-/// What is measured, and what it may come to.
+/// What is measured, and the limit for it.
 struct Figure
 {
     QString text;
     QString unit;
-    /// The most that the last series may be: a multiple of the first one, or a value where it is the only
-    /// one.
+    /// The limit for the last series: a multiple of the first one, or a value if it is the only one.
     std::optional<double> limit;
 };
 
@@ -34,13 +33,13 @@ class Measurement
 public:
     Measurement(QString benchmark, Figure figure, QList<Series> series);
 
-    /// A few lines for people.
+    /// A few lines of readable text.
     QString table() const;
-    /// The same and all rounds, for programs.
+    /// The same figures and all rounds, in machine-readable form.
     QJsonObject toJson() const;
 
 private:
-    /// The median of what @p series is in multiples of the baseline, compared round by round.
+    /// The median over the rounds of the ratio of @p series to the baseline.
     double ratio(const Series& series) const;
     double judged() const;
     bool isMet() const;

@@ -2,7 +2,7 @@
 
 namespace benchmark {
 
-/// Bytes that the process has allocated and not freed. Throws Unavailable where the system does not tell.
+/// How many bytes the process has allocated and not freed. Throws Unavailable if the system cannot report it.
 double allocatedBytes();
 
 } // namespace benchmark

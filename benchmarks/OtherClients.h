@@ -4,13 +4,13 @@
 
 namespace benchmark {
 
-// What else a program could use on this machine, for the same requests as those in Clients.h.
+// Other HTTP clients, with the same requests as those in Clients.h.
 
-/// libcurl's multi interface with its own loop; an easy handle for each request at a time, used again.
+/// libcurl's multi interface with its own loop; one easy handle for each parallel request, which is reused.
 Contender curlGets(Server& server, int parallel);
 Contender curlStream(Server& server);
 
-/// cpp-httplib, which blocks: a thread with a client of its own for each request at a time.
+/// cpp-httplib, which blocks; one thread with its own client for each parallel request.
 Contender httplibGets(Server& server, int parallel);
 Contender httplibStream(Server& server);
 

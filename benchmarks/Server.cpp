@@ -25,7 +25,7 @@ constexpr auto SMALL_CONTENT = R"({"id":4711,"name":"Ann","roles":["reader","wri
 QString nginx()
 {
     const auto found = QStandardPaths::findExecutable(u"nginx"_s);
-    // Debian keeps it where only the administrator looks.
+    // Debian installs it in a directory that is in the PATH of the administrator only.
     return found.isEmpty() ? QStandardPaths::findExecutable(u"nginx"_s, {u"/usr/sbin"_s}) : found;
 }
 
@@ -50,10 +50,10 @@ Server::Server()
     if (nginx().isEmpty())
         throw Unavailable("nginx is missing");
 #ifdef Q_OS_LINUX
-    // Where this process dies before it comes to its end, so does the server.
+    // If this process crashes, the server is terminated too.
     m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
 #endif
-    // Somebody else may take the port between its choice and its use.
+    // Another process may take the port before nginx does.
     for (int attempt = 0; attempt < 5; ++attempt) {
         if (start())
             return;
@@ -111,7 +111,7 @@ bool Server::start()
     file.close();
     m_process.start(nginx(),
                     {u"-p"_s, m_directory.path(), u"-c"_s, file.fileName(), u"-e"_s, u"error.log"_s});
-    // If another program has the port, nginx ends by itself, and whoever answers is not ours.
+    // If another process has taken the port, nginx exits, and it is that process which answers.
     for (int i = 0; i < 500 && !m_process.waitForFinished(10); ++i) {
         if (isOpen(port) && m_process.state() == QProcess::Running) {
             m_url = u"http://127.0.0.1:%1"_s.arg(port);
@@ -123,7 +123,8 @@ bool Server::start()
     return false;
 }
 
-// One process, so that ending it leaves no worker behind; connections stay open for as long as a run takes.
+// A single process, so that terminating it leaves no workers behind. Connections stay open during a whole
+// run.
 QByteArray Server::configuration(quint16 port) const
 {
     static const auto pattern = u"daemon off;\n"

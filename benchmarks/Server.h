@@ -8,23 +8,24 @@
 
 namespace benchmark {
 
-/// nginx as the peer of every client: so fast that what is measured is the client, and a process of its own.
+/// nginx as the server for all clients: so fast that the client is what is measured, and in a separate
+/// process.
 class Server
 {
 public:
-    /// Starts a server on a port that the system picks. Throws Unavailable where there is none to start.
+    /// Starts a server on a port that the system picks. Throws Unavailable if there is no nginx.
     Server();
-    /// Refers to the server of another process.
+    /// Refers to a server that another process has started.
     explicit Server(const QString& url);
     ~Server();
 
     const QString& url() const { return m_url; }
     quint16 port() const;
-    /// A reply as services give them: a small JSON object.
+    /// The path of a small JSON object, a typical reply of a service.
     static QString smallPath();
     static qsizetype smallSize();
     QString smallUrl() const { return m_url + smallPath(); }
-    /// Content of so many MB (of 1,048,576 bytes).
+    /// The path of content of the given size in MB (of 1,048,576 bytes).
     QString bodyPath(int megabytes);
 
 private:

@@ -25,7 +25,7 @@ namespace benchmark {
 
 namespace {
 
-// Connections, caches and pools are full after this many.
+// After this many operations, connections are open and caches and pools filled.
 int warmUpCount(int count)
 {
     return std::clamp(count / 10, 1, 1000);
@@ -129,7 +129,7 @@ QList<Series> Session::instructions(const QList<Contender>& contenders, int coun
     return series;
 }
 
-// The same benchmark, with the same server, under callgrind.
+// Runs the same benchmark, with the same server, under callgrind.
 void Session::countElsewhere()
 {
     const auto valgrind = QStandardPaths::findExecutable(u"valgrind"_s);

@@ -11,14 +11,14 @@
 
 namespace benchmark {
 
-/// What this machine lacks for a measurement.
+/// Thrown if this machine lacks something that a measurement needs.
 class Unavailable : public std::runtime_error
 {
 public:
     using std::runtime_error::runtime_error;
 };
 
-/// One way of doing something many times over. What surrounds it is not measured.
+/// One way of doing an operation many times. Its preparation is not measured.
 struct Contender
 {
     QString name;
@@ -32,34 +32,34 @@ struct Settings
     QString benchmark; ///< Its name on the command line.
     int count = 0;     ///< How often the work is done in each round.
     int rounds = 0;
-    bool isCounting = false; ///< This process runs under callgrind, on behalf of another one.
-    QString serverUrl;       ///< The server of that other process.
+    bool isCounting = false; ///< This process runs under callgrind, started by another one.
+    QString serverUrl;       ///< The server that the other process has started.
 };
 
-/// One run of a benchmark: measures contenders against each other and keeps the figures.
+/// One run of a benchmark: measures contenders against each other and records the figures.
 ///
-/// Contenders take turns, in an order that is reversed from round to round, so that whatever else the machine
-/// does meets all of them. Instructions are counted in a second process that runs the same benchmark under
-/// callgrind and dumps its counters around each turn, so that start-up does not count; times are not taken
-/// there.
+/// Contenders take turns, in an order that is reversed in each round, so that other load on the machine
+/// affects all of them alike. Instructions are counted in a second process, which runs the same benchmark
+/// under callgrind without measuring times. It dumps the counters around each turn, so that the start-up is
+/// not included.
 class Session
 {
 public:
     struct Times
     {
-        QList<Series> wall; ///< Nanoseconds for one of the count.
-        QList<Series> cpu;  ///< The same, of all threads.
+        QList<Series> wall; ///< Elapsed time per operation, in nanoseconds.
+        QList<Series> cpu;  ///< Processor time of all threads per operation, in nanoseconds.
     };
 
     explicit Session(Settings settings);
     ~Session();
 
     int count() const { return m_settings.count; }
-    /// The server, which is started at first use.
+    /// The server. It is started by the first call.
     Server& server();
 
     Times times(const QList<Contender>& contenders, int count);
-    /// User-space instructions of all threads, for one of @p count.
+    /// User-space instructions of all threads per operation, from runs with @p count operations.
     QList<Series> instructions(const QList<Contender>& contenders, int count);
     void record(const Figure& figure, const QList<Series>& series);
 
@@ -76,7 +76,7 @@ private:
     const Settings m_settings;
     std::unique_ptr<Server> m_server;
     QList<Measurement> m_measurements;
-    int m_comparisons = 0; // how often instructions() was called
+    int m_comparisons = 0; // number of calls of instructions()
     bool m_isCounted = false;
     QMap<QString, QList<double>> m_counts; // by label
 };

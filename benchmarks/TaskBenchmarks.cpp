@@ -24,7 +24,7 @@ using orv::NetworkTask;
 using orv::Task;
 using orv::TasksQueue;
 
-// The parts that anybody would need who does the same by hand.
+// The objects that a program without this library would need for the same purpose.
 struct Parts
 {
     std::unique_ptr<QNetworkRequest> request = std::make_unique<QNetworkRequest>();
@@ -155,18 +155,18 @@ void measureGrowth(Session& session)
         Series memory{name, {}};
         for (int i = 0; i < pieces; ++i) {
             gets.run(piece);
-            // The last tasks are deleted from the event loop.
+            // The last tasks are deleted by the event loop.
             QCoreApplication::processEvents();
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
             memory.rounds.append(allocatedBytes());
         }
         return memory;
     };
-    memoryAfter({}); // until all caches are full
+    memoryAfter({}); // fills all caches
     const auto before = memoryAfter(u"first tasks"_s);
     const auto after = memoryAfter(u"as many again"_s);
     session.record({u"Memory of the process"_s, u"bytes"_s, {}}, {before, after});
-    // What allocators keep varies by some KB. A task that left anything behind would leave 16 bytes.
+    // The memory that allocators keep varies by some KB. A leak would be at least 16 bytes per task.
     session.record({u"Growth with finished tasks"_s, u"bytes per task"_s, 1.0},
                    {{u"NetworkTask in a NetworkQueue"_s,
                      {(after.median() - before.median()) / static_cast<double>(piece * pieces)}}});

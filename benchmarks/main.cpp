@@ -16,7 +16,7 @@ using benchmark::Benchmark;
 using benchmark::Session;
 using benchmark::Settings;
 
-// Tells ctest to skip.
+// The exit code for ctest to skip the test.
 constexpr int UNAVAILABLE = 77;
 
 QString overview()

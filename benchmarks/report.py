@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Keeps what orv-benchmark measures, and shows it.
+"""Stores and presents the results of orv-benchmark.
 
-report.py add RESULTS          takes lines of JSON from the standard input into the file RESULTS
-report.py draw RESULTS DOCS    draws DOCS/benchmarks/*.svg, and writes the tables of DOCS/benchmarks.md
+report.py add RESULTS          adds lines of JSON from the standard input to the file RESULTS
+report.py draw RESULTS DOCS    draws DOCS/benchmarks/*.svg and writes the tables of DOCS/benchmarks.md
 """
 
 import json
@@ -76,7 +76,7 @@ def number(value):
 
 
 def unit_and_scale(unit):
-    """Nanoseconds are for programs; people read microseconds once there are thousands of them."""
+    """Converts nanoseconds to microseconds, which are easier to read."""
     return (unit.replace("ns ", "µs ", 1), 1e-3) if unit.startswith("ns per ") else (unit, 1)
 
 
@@ -152,7 +152,7 @@ class Plot:
 
 
 def draw_ratios(results, path):
-    """A row for each ratio: every round as a dot, the median as a bar, the mark as a line."""
+    """Draws a row for each ratio: every round as a dot, the median as a bar, the limit as a line."""
     rows = [m for m in results["measurements"] if "limit" in m and len(m["series"]) > 1]
     left, width, row_height, top = 370, 420, 26, 62
     highest = max(max(m["limit"] for m in rows), max(m["measured"] for m in rows)) * 1.05
@@ -173,7 +173,7 @@ def draw_ratios(results, path):
 
 
 def draw_queue(results, path):
-    """What a task costs over the length of its queue, on a scale that starts at 0."""
+    """Draws the cost of a task over the length of its queue, on a scale that starts at 0."""
     lengths, queued, bare = [], [], []
     for m in of(results, "queue"):
         if m["unit"] == "instructions per task" and "in a queue of" in m["figure"]:

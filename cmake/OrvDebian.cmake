@@ -1,4 +1,4 @@
-# Debian packages: "cpack" in a build directory, or tools/package for those that are laid out as Debian wants it.
+# Debian packages: run "cpack" in a build directory, or tools/package to follow Debian's file layout.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME orv-network)
@@ -17,7 +17,7 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_RELEASE 1)
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
 
-# The libraries that ours depend on, and what those depend on that are built against ours.
+# Dependencies of our libraries, and the shlibs file for packages that are built against them.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
 set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS_POLICY ">=")
@@ -35,25 +35,24 @@ set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA ${PROJECT_BINARY_DIR}/triggers)
 set(CPACK_COMPONENT_RUNTIME_DESCRIPTION "shared libraries
 OrvNetwork gives desktop applications an object for each HTTP(S) exchange,
 which ends exactly once: with its content, or with an error that says what
-happened. It repeats requests, waits for logins and runs queues of tasks.
+happened. It retries requests, waits for logins and runs queues of tasks.
 .
-This package holds the libraries that applications run with.")
+This package contains the shared libraries.")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME liborv-network-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_DEPENDS "qt6-base-dev (>= ${ORV_QT_VERSION}), qcoro-qt6-dev (>= 0.8)")
 set(CPACK_COMPONENT_DEVELOPMENT_DEPENDS Runtime)
 set(CPACK_COMPONENT_DEVELOPMENT_DESCRIPTION "development files
-Headers, and packages for CMake (OrvNetwork) and pkg-config (orv_network), of
-the libraries for tasks over HTTP(S), and of the loopback server to test such
-tasks with.")
+Headers and the CMake (OrvNetwork) and pkg-config (orv_network) files of the
+libraries for tasks over HTTP(S), and of the loopback server for tests of such
+tasks.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME orv-network-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION web)
 set(CPACK_COMPONENT_TOOLS_DEPENDS Runtime)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "command-line tools
-orv-fetch fetches URLs over HTTP or HTTPS, with retries, logins and several
-downloads at a time. orv-loopback-service is a service on this machine to try
-it with.")
+orv-fetch fetches URLs over HTTP or HTTPS, with retries, logins and parallel
+downloads. orv-loopback-service is a local service to try it with.")
 
 include(CPack)

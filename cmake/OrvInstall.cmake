@@ -1,4 +1,4 @@
-# What an install consists of: shared libraries with headers, CMake and pkg-config packages, and tools.
+# Install rules: shared libraries with headers, CMake and pkg-config packages, and tools.
 
 include_guard(GLOBAL)
 include(CMakePackageConfigHelpers)
@@ -7,28 +7,28 @@ include(GNUInstallDirs)
 set(ORV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/OrvNetwork)
 set(ORV_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/orv_network)
 
-# orv_install_library(<target> ALIAS <Name> DESCRIPTION <text> HEADERS ... LINK ... LINK_PRIVATE ...)
+# orv_install_library(<target> ALIAS <Name> DESCRIPTION <text> LINK ... LINK_PRIVATE ...)
 #
-# For find_package(), <Name> is a component with a file of targets of its own; for pkg-config, <target> is a package.
+# For find_package(), <Name> is a component with its own targets file; for pkg-config, <target> is a package.
 function(orv_install_library target)
-    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "HEADERS;LINK;LINK_PRIVATE")
+    cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "LINK;LINK_PRIVATE")
     set_target_properties(${target} PROPERTIES
         INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>") # the libraries are installed side by side
     install(TARGETS ${target} EXPORT Orv${arg_ALIAS}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime
-        INCLUDES DESTINATION ${ORV_INCLUDE_DIR})
-    install(FILES ${arg_HEADERS} DESTINATION ${ORV_INCLUDE_DIR} COMPONENT Development)
+        FILE_SET HEADERS DESTINATION ${ORV_INCLUDE_DIR} COMPONENT Development
+        INCLUDES DESTINATION ${ORV_INCLUDE_DIR}) # for applications whose CMake does not know file sets (before 3.23)
     install(EXPORT Orv${arg_ALIAS}Targets NAMESPACE Orv:: DESTINATION ${ORV_CMAKE_DIR} COMPONENT Development)
 
-    list(FILTER arg_LINK_PRIVATE INCLUDE REGEX "^Orv::") # the others are of no concern to those who link it
+    list(FILTER arg_LINK_PRIVATE INCLUDE REGEX "^Orv::") # users of the library do not need the others
     set_property(GLOBAL APPEND PROPERTY ORV_COMPONENTS ${arg_ALIAS})
     set_property(GLOBAL PROPERTY ORV_${arg_ALIAS}_NEEDS ${arg_LINK} ${arg_LINK_PRIVATE})
     orv_install_pkgconfig(${target} DESCRIPTION ${arg_DESCRIPTION} LINK ${arg_LINK} LINK_PRIVATE ${arg_LINK_PRIVATE})
 endfunction()
 
-# orv_install_program(<target>): one of the tools, which finds the libraries wherever both are moved to.
+# orv_install_program(<target>): one of the tools. It finds the libraries by a relative path, so an install can be moved.
 function(orv_install_program target)
     file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
     set_target_properties(${target} PROPERTIES
@@ -50,7 +50,7 @@ function(orv_install_pkgconfig target)
         DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT Development)
 endfunction()
 
-# How pkg-config knows the CMake targets ARGN: by the names of packages, or by flags where there is no package.
+# Translates the CMake targets ARGN for pkg-config: into package names, or into flags where there is no package.
 function(orv_pkgconfig_names requires cflags)
     foreach(item IN LISTS ARGN)
         if(item MATCHES "^Orv::")
@@ -67,7 +67,7 @@ function(orv_pkgconfig_names requires cflags)
     set(${cflags} "${flags}" PARENT_SCOPE)
 endfunction()
 
-# The package that find_package(OrvNetwork) finds, once all libraries are declared.
+# The package for find_package(OrvNetwork). To be called after all libraries have been declared.
 function(orv_install_cmake_package)
     get_property(components GLOBAL PROPERTY ORV_COMPONENTS)
     foreach(component IN LISTS components)

@@ -1,9 +1,9 @@
-# How this project declares its targets, so that every library, program and test is made the same way.
+# Functions that declare the libraries, programs and tests of this project in a uniform way.
 
 include_guard(GLOBAL)
 include(GenerateExportHeader)
 
-# Compiler settings of our own code; nothing of this reaches the users of the libraries.
+# Compiler settings for our own code, which do not affect users of the libraries.
 function(orv_configure_target target)
     target_compile_features(${target} PUBLIC cxx_std_20)
     target_compile_definitions(${target} PRIVATE
@@ -23,32 +23,35 @@ endfunction()
 
 # orv_add_library(<target> ALIAS <Name> DESCRIPTION <text> SOURCES ... HEADERS ... [LINK ...] [LINK_PRIVATE ...])
 #
-# A shared library <target> with the alias Orv::<Name>. HEADERS are the public ones: they are installed, and are
-# included by their file name alone from the build tree and from an install alike.
+# A shared library <target> with the alias Orv::<Name>. HEADERS are the public ones in src: they are installed, and are
+# included by their file name alone, from the build tree as from an install. With ORV_CLANG_TIDY set to a command,
+# they are checked by it while they are compiled; programs are not, since clang-tidy is slow.
 function(orv_add_library target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "SOURCES;HEADERS;LINK;LINK_PRIVATE")
-    add_library(${target} SHARED ${arg_SOURCES} ${arg_HEADERS})
+    add_library(${target} SHARED ${arg_SOURCES})
     add_library(Orv::${arg_ALIAS} ALIAS ${target})
     orv_configure_target(${target})
     generate_export_header(${target})
-    target_include_directories(${target} PUBLIC
-        $<BUILD_INTERFACE:${CMAKE_CURRENT_SOURCE_DIR}/src>
-        $<BUILD_INTERFACE:${CMAKE_CURRENT_BINARY_DIR}>)
+    target_sources(${target} PUBLIC FILE_SET HEADERS
+        BASE_DIRS src ${CMAKE_CURRENT_BINARY_DIR} # also added to the include directories of users
+        FILES ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h)
     target_link_libraries(${target} PUBLIC ${arg_LINK} PRIVATE ${arg_LINK_PRIVATE})
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${arg_ALIAS}
         VERSION ${PROJECT_VERSION}
         SOVERSION ${ORV_ABI_VERSION})
+    if(ORV_CLANG_TIDY)
+        set_target_properties(${target} PROPERTIES CXX_CLANG_TIDY "${ORV_CLANG_TIDY}")
+    endif()
     if(ORV_INSTALL)
         orv_install_library(${target} ALIAS ${arg_ALIAS} DESCRIPTION ${arg_DESCRIPTION}
-            HEADERS ${arg_HEADERS} ${CMAKE_CURRENT_BINARY_DIR}/${target}_export.h
             LINK ${arg_LINK} LINK_PRIVATE ${arg_LINK_PRIVATE})
     endif()
 endfunction()
 
 # orv_add_program(<target> [INSTALLED] SOURCES ... LINK ...)
 #
-# With INSTALLED it is one of the tools that an install has.
+# With INSTALLED it is installed as one of the tools.
 function(orv_add_program target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "INSTALLED" "" "SOURCES;LINK")
     add_executable(${target} ${arg_SOURCES})
@@ -59,9 +62,9 @@ function(orv_add_program target)
     endif()
 endfunction()
 
-# orv_add_test(<name> LABEL <room> [TIMEOUT <seconds>] LINK ... [SOURCES ...])
+# orv_add_test(<name> LABEL <label> [TIMEOUT <seconds>] LINK ... [SOURCES ...])
 #
-# The test program tests/<room>/<name>.cpp, one ctest entry with the room as its label.
+# The test program tests/<label>/<name>.cpp, with one ctest entry <label>.<name>.
 function(orv_add_test name)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "LABEL;TIMEOUT" "LINK;SOURCES")
     orv_add_program(${name} SOURCES ${name}.cpp ${arg_SOURCES} LINK Qt6::Test ${arg_LINK})

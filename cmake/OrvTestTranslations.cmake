@@ -1,5 +1,5 @@
-# Updates copies of the catalogues in "arguments" (FOLDER... -ts FILE...), and fails when one of them then holds a text that
-# is not translated, one that is in the sources no more, or a translation with other placeholders than its text.
+# Updates copies of the catalogues in "arguments" (FOLDER... -ts FILE...), and fails if one of them then contains a text
+# that is not translated, a text that is no longer in the sources, or a translation with different placeholders.
 
 list(FIND arguments -ts position)
 list(SUBLIST arguments 0 ${position} folders)
@@ -11,7 +11,7 @@ file(COPY ${catalogues} DESTINATION ${scratch})
 file(GLOB copies ${scratch}/*.ts)
 execute_process(COMMAND ${lupdate} ${folders} -ts ${copies} COMMAND_ERROR_IS_FATAL ANY)
 
-# The placeholders of a text, in an order that does not depend on the language.
+# The placeholders of a text, sorted, since their order depends on the language.
 function(find_placeholders text result)
     string(REGEX MATCHALL "%[0-9n]" found "${text}")
     list(SORT found)
@@ -20,11 +20,11 @@ endfunction()
 
 foreach(copy IN LISTS copies)
     file(READ ${copy} content)
-    string(REPLACE ";" " " content "${content}") # which separates the elements of a list
+    string(REPLACE ";" " " content "${content}") # semicolons would split list elements
     string(REGEX MATCHALL
         "<source>[^<]*</source>[ \n]*<translation[^>]*>([ \n]*<numerusform>)?[^<]*<" messages "${content}")
     if(NOT messages)
-        message(SEND_ERROR "${copy} holds nothing")
+        message(SEND_ERROR "${copy} contains no text")
     endif()
     foreach(message IN LISTS messages)
         string(REGEX MATCH "^<source>(.*)</source>[ \n]*<translation([^>]*)>(.*)<$" message "${message}")

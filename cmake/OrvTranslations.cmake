@@ -1,9 +1,9 @@
-# Catalogues of translated texts: translations/<name>_<language>.ts, compiled into the target that they belong to.
+# Catalogues of translated texts, translations/<name>_<language>.ts, compiled into the targets they belong to.
 
 include_guard(GLOBAL)
 
 set(ORV_LANGUAGES de es fr ja)
-set(ORV_LUPDATE_OPTIONS -silent -locations none) # without line numbers, so that a catalogue changes with the texts alone
+set(ORV_LUPDATE_OPTIONS -silent -locations none) # without line numbers, so that catalogues only change if texts do
 
 find_package(Qt6 QUIET OPTIONAL_COMPONENTS LinguistTools)
 if(NOT TARGET Qt6::lrelease)
@@ -12,8 +12,8 @@ endif()
 
 # orv_add_translations(<target> NAME <name> FOLDERS <folder>...)
 #
-# Makes the translations of the texts in FOLDERS resources of <target>, :/<name>/translations/<name>_<language>.qm. The
-# target update-translations, of this project alone, brings the catalogues up to date with the sources.
+# Adds the translations of the texts in FOLDERS to <target> as resources, :/<name>/translations/<name>_<language>.qm. The
+# target update-translations updates the catalogues from the sources; it exists only if this project is the top level.
 function(orv_add_translations target)
     if(NOT TARGET Qt6::lrelease)
         return()
@@ -21,7 +21,7 @@ function(orv_add_translations target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "NAME" "FOLDERS")
     list(TRANSFORM ORV_LANGUAGES REPLACE "(.+)" "${PROJECT_SOURCE_DIR}/translations/${arg_NAME}_\\1.ts"
         OUTPUT_VARIABLE catalogues)
-    # Empty: who prefers English and has another language next shall get the texts of the sources.
+    # Empty, so that users who prefer English to another language get the source texts.
     set(english ${CMAKE_CURRENT_BINARY_DIR}/${arg_NAME}_en.ts)
     file(CONFIGURE OUTPUT ${english} CONTENT "<TS version=\"2.1\" language=\"en\"></TS>\n")
     qt_add_translation(compiled ${english} ${catalogues}) # unlike qt_add_lrelease() it adds no targets
@@ -30,7 +30,7 @@ function(orv_add_translations target)
         BASE ${CMAKE_CURRENT_BINARY_DIR}
         FILES ${compiled})
 
-    if(NOT PROJECT_IS_TOP_LEVEL) # the other project may have targets of these names
+    if(NOT PROJECT_IS_TOP_LEVEL) # the parent project may have targets with these names
         return()
     endif()
     list(TRANSFORM arg_FOLDERS PREPEND ${PROJECT_SOURCE_DIR}/)
@@ -45,7 +45,7 @@ function(orv_add_translations target)
     set_property(GLOBAL PROPERTY ORV_CATALOGUES_${arg_NAME} ${arg_FOLDERS} -ts ${catalogues})
 endfunction()
 
-# A test for each set of catalogues, which fails when a text is not translated, or is gone from the sources.
+# Adds a test for each set of catalogues, which fails if a text is not translated or no longer in the sources.
 function(orv_test_translations)
     get_property(names GLOBAL PROPERTY ORV_CATALOGUES)
     foreach(name IN LISTS names)

@@ -1,11 +1,11 @@
-# Compares the code that readers see with the code that is compiled, or puts the one into the place of the other.
+# Compares the code that readers see with the code that is compiled, or replaces the former by the latter.
 #
 #   awk -v mode=check -f docs/snippets.awk SOURCE... DOCUMENT...
 #   awk -v mode=fill  -f docs/snippets.awk SOURCE... DOCUMENT      prints the document
 #
-# Sources are the files below docs/snippets. Their regions lie between two lines "//! [name]" each. In a guide, a block
-# of code follows the line "<!-- snippet: source#name -->", or "<!-- snippet: source -->" for the whole of a source. In
-# a header, the text between @code and @endcode is that of the region with the name of the header.
+# Sources are the files below docs/snippets. A region is enclosed by two lines "//! [name]". In a guide, a block of code
+# follows the line "<!-- snippet: source#name -->", or "<!-- snippet: source -->" for a whole source file. In a header,
+# the text between @code and @endcode is the region with the name of the header.
 
 function fail(text)
 {
@@ -47,7 +47,7 @@ function end_block(prefix,    count, i, lines)
         for (i = 1; i <= count; i++)
             print lines[i] == "" ? substr(prefix, 1, length(prefix) - 1) : prefix lines[i]
     } else if (shown != code[wanted])
-        fail("this code differs from the snippet " wanted "; tools/docs --fill mends it")
+        fail("this code differs from the snippet " wanted "; run tools/docs --fill")
 }
 
 FNR == 1 {
@@ -65,7 +65,7 @@ FNR == 1 {
         sub(/.*\//, "", name)
 }
 
-# Regions do not nest. A header's may be in any source, so they have no other name.
+# Regions do not nest. The region of a header may be in any source, so its name is that of the header alone.
 is_source && /^ *\/\/! \[.*\]$/ {
     tag = $0
     gsub(/^ *\/\/! \[|\]$/, "", tag)

@@ -3,7 +3,7 @@
 #include <QDir>
 #include <QFile>
 
-// What the tests do with whole files.
+// Reads and writes whole files.
 
 inline bool writeFile(const QString& path, const QByteArray& bytes)
 {
@@ -17,7 +17,7 @@ inline QByteArray readFile(const QString& path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("(unreadable)");
 }
 
-/// Names, in order, also of hidden ones.
+/// The sorted names of all files, including hidden ones.
 inline QStringList filesIn(const QString& path)
 {
     return QDir(path).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot);

@@ -4,10 +4,9 @@
 
 #include <cstddef>
 
-// How the tests write down tables.
+// Functions for test data in tables.
 
-/// Adds the columns of a table, and returns a function that adds a row: its name, and a value for each
-/// column.
+/// Adds columns and returns a function that adds a row: its name, and a value for each column.
 template <typename... Columns>
 auto addColumns(const char* const (&names)[sizeof...(Columns)])
 {
@@ -19,7 +18,7 @@ auto addColumns(const char* const (&names)[sizeof...(Columns)])
     };
 }
 
-/// A table with one column of words, which are the names of the rows too.
+/// Adds one column of words, and a row for each word, which is also its name.
 inline void addRows(const char* column, std::initializer_list<const char*> words)
 {
     const auto row = addColumns<QString>({column});
@@ -27,7 +26,7 @@ inline void addRows(const char* column, std::initializer_list<const char*> words
         row(word, QString::fromLatin1(word));
 }
 
-/// A row for each action in each place.
+/// Adds a row for each combination of a place and an action.
 inline void addRowsForActions(std::initializer_list<const char*> places,
                               std::initializer_list<const char*> actions)
 {

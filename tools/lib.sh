@@ -1,10 +1,10 @@
 # shellcheck shell=bash disable=SC2034
-# What the tools share. Sourced by them, with "set -euo pipefail" on.
+# Functions that the tools share. To be sourced with "set -euo pipefail" on.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
 build_packages=(cmake ninja-build g++ qt6-base-dev qt6-tools-dev qt6-l10n-tools qcoro-qt6-dev)
-packaging_packages=(dpkg-dev file pkg-config) # to make packages, and to use them
+packaging_packages=(dpkg-dev file pkg-config) # to build packages and to use them
 
 say()
 {
@@ -39,7 +39,7 @@ missing_packages()
     done
 }
 
-# install_packages NAME... installs what is missing from Debian's packages.
+# install_packages NAME... installs those Debian packages that are missing.
 install_packages()
 {
     command -v dpkg-query >/dev/null || fail "needs Debian 12, or these packages: $*"
@@ -54,8 +54,8 @@ install_packages()
         </dev/null >/dev/null
 }
 
-# install_idle_service NAME SERVICE installs the package NAME without starting what it brings along: the tests start
-# their own, on ports of their own.
+# install_idle_service NAME SERVICE installs the package NAME without starting its service: the tests start servers of
+# their own, on free ports.
 install_idle_service()
 {
     if [ -z "$(missing_packages "$1")" ]; then
@@ -85,6 +85,17 @@ configure()
 {
     say "Configuring $1"
     (cd "$root" && cmake --preset "$1")
+}
+
+# build_for_tools TARGET... builds optimised targets in a directory that no preset uses, since build/release belongs to
+# the user, who may have turned off what a tool needs.
+tools_build_dir=$root/build/tools
+build_for_tools()
+{
+    say "Configuring build/tools"
+    (cd "$root" && cmake --preset release -B "$tools_build_dir")
+    say "Building $*"
+    cmake --build "$tools_build_dir" --target "$@"
 }
 
 # build PRESET [TARGET...]

@@ -155,7 +155,7 @@
         <translation>Die Verbindung ist nicht verschlüsselt: Andere können Ihre Eingaben mitlesen.</translation>
     </message>
     <message>
-        <source>Certificates are not verified: this may be somebody else.</source>
+        <source>Certificates are not verified: this may be a different server.</source>
         <translation>Zertifikate werden nicht geprüft: Die Gegenstelle könnte jemand anderes sein.</translation>
     </message>
     <message>
@@ -246,7 +246,7 @@
         <translation>&amp;Auswählen …</translation>
     </message>
     <message>
-        <source>For test and in-house servers: nobody vouches for who they are.</source>
+        <source>For test and in-house servers: their identity is not verified.</source>
         <translation>Für Test- und interne Server: Niemand bürgt für ihre Identität.</translation>
     </message>
     <message>

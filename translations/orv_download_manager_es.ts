@@ -155,7 +155,7 @@
         <translation>La conexión no está cifrada: otros podrían leer lo que escriba.</translation>
     </message>
     <message>
-        <source>Certificates are not verified: this may be somebody else.</source>
+        <source>Certificates are not verified: this may be a different server.</source>
         <translation>No se verifican los certificados: podría tratarse de otro servidor.</translation>
     </message>
     <message>
@@ -246,7 +246,7 @@
         <translation>&amp;Elegir…</translation>
     </message>
     <message>
-        <source>For test and in-house servers: nobody vouches for who they are.</source>
+        <source>For test and in-house servers: their identity is not verified.</source>
         <translation>Para servidores de prueba e internos: nadie responde de su identidad.</translation>
     </message>
     <message>

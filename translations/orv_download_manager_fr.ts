@@ -155,7 +155,7 @@
         <translation>La connexion n’est pas chiffrée&#xa0;: d’autres peuvent lire ce que vous saisissez.</translation>
     </message>
     <message>
-        <source>Certificates are not verified: this may be somebody else.</source>
+        <source>Certificates are not verified: this may be a different server.</source>
         <translation>Les certificats ne sont pas vérifiés&#xa0;: il peut s’agir d’un autre serveur.</translation>
     </message>
     <message>
@@ -246,7 +246,7 @@
         <translation>C&amp;hoisir…</translation>
     </message>
     <message>
-        <source>For test and in-house servers: nobody vouches for who they are.</source>
+        <source>For test and in-house servers: their identity is not verified.</source>
         <translation>Pour les serveurs de test et internes&#xa0;: personne ne garantit leur identité.</translation>
     </message>
     <message>

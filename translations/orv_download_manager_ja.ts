@@ -154,7 +154,7 @@
         <translation>接続は暗号化されていません。入力内容が第三者に読み取られるおそれがあります。</translation>
     </message>
     <message>
-        <source>Certificates are not verified: this may be somebody else.</source>
+        <source>Certificates are not verified: this may be a different server.</source>
         <translation>証明書は検証されません。別のサーバーである可能性があります。</translation>
     </message>
     <message>
@@ -245,7 +245,7 @@
         <translation>選択(&amp;H)…</translation>
     </message>
     <message>
-        <source>For test and in-house servers: nobody vouches for who they are.</source>
+        <source>For test and in-house servers: their identity is not verified.</source>
         <translation>テスト用および社内サーバー向け: 身元は誰にも保証されません。</translation>
     </message>
     <message>

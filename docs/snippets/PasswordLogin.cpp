@@ -19,7 +19,7 @@ PasswordLogin::PasswordLogin(QString url, QString name, QString password, QObjec
 //! [authenticate]
 bool PasswordLogin::authenticate()
 {
-    m_token.clear(); // whoever asks for a login has no use for the token that is there
+    m_token.clear(); // a login is requested only if there is no token or it has been refused
     const QJsonObject credentials{{u"user"_s, m_name}, {u"password"_s, m_password}};
     orv::NetworkRequest request(m_url, orv::NetworkRequest::jsonContentType,
                                 orv::NetworkRequest::Method::Post);
@@ -28,7 +28,7 @@ bool PasswordLogin::authenticate()
     request.setMaskingFunction([](const QByteArray&) { return QByteArray("******"); });
 
     m_task = new orv::NetworkTask(request, orv::NetworkTask::Priority::High, this);
-    m_task->setRetriesEnabled(false); // tasks ask for another login, see fail()
+    m_task->setRetriesEnabled(false); // the waiting tasks request another login, see fail()
     connect(m_task, &orv::NetworkTask::finished, this, &PasswordLogin::onAnswer);
     m_task->exec();
     return true;

@@ -6,7 +6,7 @@
 
 #include <QPointer>
 
-/// Logs in with a name and a password, and keeps the token that the server gives for them.
+/// Logs in with a user name and a password, and keeps the token that the server issues for them.
 class PasswordLogin : public orv::AbstractAuthenticator
 {
     Q_OBJECT

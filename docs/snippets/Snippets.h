@@ -11,10 +11,10 @@
 
 #include <memory>
 
-/// Runs the snippets of the guides against a server of their own. Each source is one guide's.
+/// Runs the snippets of the guides against a loopback server. There is one source file for each guide.
 ///
-/// A snippet sees the members of this class as those of the application's window, and m_url as the address of
-/// the server.
+/// For a snippet, the members of this class stand for those of the application's window, and m_url is the URL
+/// of the server.
 class Snippets : public QObject
 {
     Q_OBJECT
@@ -84,11 +84,11 @@ private Q_SLOTS:
 private:
     void use(const QByteArray& content) { m_shown = content; }
     void showError(const QString& text) { m_errors.append(text); }
-    /// Waits until @p task has finished. Whether it did so without an error.
+    /// Waits until @p task has finished, and returns whether it has no error.
     bool succeeds(orv::NetworkTask* task);
 
     std::unique_ptr<orv::LoopbackServer> m_server;
-    QString m_url; // of the server, without a slash at its end
+    QString m_url; // of the server, without a trailing slash
     QByteArray m_shown;
     QStringList m_errors;
 };

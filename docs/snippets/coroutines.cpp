@@ -30,7 +30,7 @@ QCoro::Task<> showUsers(QString server, QPointer<QObject> window, std::function<
 {
     const orv::Result<QByteArray> users = co_await fetch(server + u"/users"_s);
     if (!window)
-        co_return; // closed meanwhile
+        co_return; // the window was closed meanwhile
     show(users.hasError() ? users.error().errorMessage() : QString::fromUtf8(users.value()));
 }
 //! [use]

@@ -55,7 +55,7 @@ void Snippets::downloadWithProgress()
     auto* timer = new QTimer(task);
     connect(timer, &QTimer::timeout, this, [task, showProgress] {
         if (!task->networkReply())
-            return; // no attempt has begun
+            return; // no attempt has been started yet
         const auto total = task->networkReply()->header(QNetworkRequest::ContentLengthHeader);
         showProgress(task->bytesReceived(), total.isValid() ? total.toLongLong() : -1);
     });

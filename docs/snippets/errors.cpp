@@ -14,7 +14,7 @@ struct Outcome
     LoopbackReply reply;
     ErrorCode code;
     int number;
-    QString message; // its end
+    QString message; // the end of the message
 };
 
 } // namespace
@@ -82,7 +82,7 @@ void Snippets::errorBranches()
     switch (task->error().errorCode()) {
     case orv::ErrorCode::None:
     case orv::ErrorCode::Canceled:
-        break; // nothing to tell
+        break; // nothing to report
     case orv::ErrorCode::SessionTimedOut:
     case orv::ErrorCode::AuthenticationFailed:
         show(tr("Please log in again."));
@@ -102,7 +102,7 @@ void Snippets::errorBranches()
     QCOMPARE(shown, u"The server is not running."_s);
 
     //! [numbers]
-    const auto status = orv::httpResponseStatusCode(task->error()); // OK where the error has none
+    const auto status = orv::httpResponseStatusCode(task->error()); // OK if the error has none
     const auto transport = task->networkResponseError();
     const int number = task->error().errorDetails().toInt();
     //! [numbers]

@@ -10,7 +10,7 @@ void Snippets::firstRequest()
     const auto run = [this](const QString& path) {
         auto program = std::make_unique<QProcess>();
         auto environment = QProcessEnvironment::systemEnvironment();
-        environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0"_s); // Qt's thread is still at it when it ends
+        environment.insert(u"ASAN_OPTIONS"_s, u"detect_leaks=0"_s); // Qt's network thread still runs at exit
         program->setProcessEnvironment(environment);
         program->start(QStringLiteral(FIRST_REQUEST), {m_url + path});
         [&] { QTRY_COMPARE_WITH_TIMEOUT(program->state(), QProcess::NotRunning, 20000); }();

@@ -1,4 +1,4 @@
-// The examples in the comments of the headers: each region has the name of its header.
+// The examples in the doc comments of the headers. Each region has the name of its header.
 
 #include "Snippets.h"
 
@@ -240,7 +240,7 @@ QByteArray tokenOfSecond(const std::function<void(QString)>& send)
         server.addReply(QStringLiteral("/users"), LoopbackReply::json({{QStringLiteral("count"), 2}}));
         if (server.listen().hasError())
             return;
-        send(server.url(QStringLiteral("/users"))); // and again, since the first answer is 503
+        send(server.url(QStringLiteral("/users"))); // and again after the 503
         const QByteArray token = server.requests().constLast().field("Authorization");
         //! [LoopbackServer.h]
         seen = token;

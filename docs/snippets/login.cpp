@@ -9,7 +9,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Gives a new token for each login, and takes those named in `valid` only.
+// Issues a new token for each login, and accepts only the token `valid`.
 orv::LoopbackReply answer(const orv::LoopbackRequest& request, int* logins, const QByteArray& valid)
 {
     if (request.path == u"/login"_s) {
@@ -38,7 +38,7 @@ void Snippets::logIn()
     task->exec();
     //! [task]
 
-    QVERIFY(succeeds(task)); // one login without a token, and one when that token was refused
+    QVERIFY(succeeds(task)); // one login without a token, and one after that token was refused
     QCOMPARE(logins, 2);
     QCOMPARE(login->state(), orv::AbstractAuthenticator::State::Authenticated);
     delete task;

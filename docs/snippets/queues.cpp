@@ -21,7 +21,7 @@ void Snippets::queueRunsByPriority()
     }
     auto* task = new orv::NetworkTask(picture, orv::NetworkTask::Priority::High, this);
     task->setAutoDelete(true);
-    queue.append(task); // goes first, although it came last
+    queue.append(task); // runs first, although it was appended last
     //! [priorities]
 
     QTRY_COMPARE(emptied.size(), 1);

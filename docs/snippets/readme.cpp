@@ -21,7 +21,7 @@ void Snippets::readme()
 
     //! [task]
     auto* task = new orv::NetworkTask(url);
-    task->setAuthenticator(&login); // waits for a token when one is missing or refused
+    task->setAuthenticator(&login); // waits for a token if it is missing or refused
     connect(task, &orv::NetworkTask::finished, this, [this, task] {
         if (task->hasError())
             showError(task->error().errorMessage());

@@ -18,7 +18,7 @@ public:
         : SslIgnorantNetworkAccessManager(SslMode::Verify, parent)
         , m_configuration(QSslConfiguration::defaultConfiguration())
     {
-        m_configuration.setCaCertificates({certificate}); // this one and no other
+        m_configuration.setCaCertificates({certificate}); // trust only this one
     }
 
 protected:
@@ -35,7 +35,7 @@ private:
 };
 //! [pinned]
 
-/// Speaks https, with a certificate that nobody vouches for.
+/// An https server with a self-signed certificate.
 class InHouseServer : public orv::LoopbackServer
 {
 public:
@@ -53,7 +53,7 @@ void Snippets::selfSignedIgnored()
     InHouseServer server;
     QVERIFY(!server.listen().hasError());
     orv::SslIgnorantNetworkAccessManager
-        verifying; // Qt prints a warning if TLS connections outlive the program
+        verifying; // Qt prints a warning if TLS connections outlive the application object
     orv::NetworkTask refused(server.url(u"/hello"_s));
     refused.setNetworkAccessManager(&verifying);
     refused.exec();

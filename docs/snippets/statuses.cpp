@@ -14,7 +14,7 @@ public:
     using NetworkTask::NetworkTask;
 
 protected:
-    // Called for each status that has no handler.
+    // Called for a status without a handler.
     void processUnhandledReply() override
     {
         const int status = httpResponseStatusCodeNumber();
@@ -44,7 +44,7 @@ void Snippets::statusHandlers()
     //! [handlers]
     task->setResponseHandler(orv::HttpResponseStatusCode(204), [task] { task->finish(orv::Error()); });
     task->setResponseHandler(orv::HttpResponseStatusCode(409), [task] {
-        task->finish(orv::Error(orv::ErrorCode::Network, 2409, tr("Somebody else has changed this user")));
+        task->finish(orv::Error(orv::ErrorCode::Network, 2409, tr("Someone else has changed this user")));
     });
     //! [handlers]
 
@@ -53,7 +53,7 @@ void Snippets::statusHandlers()
 
     const auto second = remove();
     const auto conflict = [task = second.get()] {
-        task->finish(orv::Error(orv::ErrorCode::Network, 2409, tr("Somebody else has changed this user")));
+        task->finish(orv::Error(orv::ErrorCode::Network, 2409, tr("Someone else has changed this user")));
     };
     second->setResponseHandler(orv::HttpResponseStatusCode(409), conflict);
     second->exec();
@@ -63,7 +63,7 @@ void Snippets::statusHandlers()
     const auto unhandled = remove();
     m_server->addReply(u"/users/7"_s, orv::LoopbackReply(204));
     unhandled->exec();
-    QVERIFY(!succeeds(unhandled.get())); // 204 alone is no success
+    QVERIFY(!succeeds(unhandled.get())); // by default, 204 is not a success
     QCOMPARE(unhandled->error().errorDetails().toInt(), 2204);
 }
 

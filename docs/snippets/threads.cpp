@@ -16,7 +16,7 @@ class Fetcher : public QObject
     Q_OBJECT
 
 public:
-    // To be called on the thread that the object has been moved to.
+    // Must be called on the thread that this object lives on.
     void fetch(const QString& url)
     {
         auto* task = new orv::NetworkTask(url, orv::NetworkTask::Priority::Normal, this);
@@ -31,7 +31,7 @@ Q_SIGNALS:
     void fetched(const QByteArray& content, const QString& error);
 
 private:
-    // Children move to another thread with their parent.
+    // Children, so that they move to the other thread together with this object.
     orv::SslIgnorantNetworkAccessManager m_manager{orv::SslIgnorantNetworkAccessManager::SslMode::Verify,
                                                    this};
     orv::TasksQueue m_queue{this};

@@ -128,7 +128,7 @@ void Snippets::uploadMultipart()
     QFile file(directory.filePath(u"photo.jpg"_s));
     QVERIFY(file.open(QIODevice::WriteOnly) && file.write("pixels") == 6);
     file.close();
-    m_server->addReply(u"/photos"_s, orv::LoopbackReply(429)); // each attempt reads the file from its start
+    m_server->addReply(u"/photos"_s, orv::LoopbackReply(429)); // each attempt sends the whole file
     m_server->addReply(u"/photos"_s, orv::LoopbackReply(201));
     PhotoTask task(m_url + u"/photos"_s, file.fileName(), this);
     task.setDelayPolicy(orv::Retriable::DelayPolicy::None);

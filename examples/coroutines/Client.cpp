@@ -31,8 +31,7 @@ Client::Client(QString url, QObject* parent)
 
 Client::~Client() = default;
 
-// The tasks are children of the client, so they and it are there after a success, and may both be gone after
-// an error.
+// The tasks are children of the client: after a success both still exist, after an error neither may.
 QCoro::Task<Result<QByteArray>> Client::get(QString path)
 {
     auto* task = new NetworkTask(m_url + path, NetworkTask::Normal, this);

@@ -13,25 +13,25 @@
 
 namespace shop {
 
-/// Asks a shop what it has. Every request is a coroutine that runs at once and gives its result when it is
-/// awaited.
+/// Queries the stock of a shop. Each request is a coroutine that starts when it is called and returns its
+/// result when it is awaited.
 ///
-/// The client owns its tasks: destroying it ends all that is under way with ErrorCode::Canceled.
+/// The client owns its tasks: when it is destroyed, requests in progress end with ErrorCode::Canceled.
 class Client : public QObject
 {
     Q_OBJECT
 
 public:
-    /// @p url is the address of the shop, without a slash at its end.
+    /// @p url is the address of the shop, without a trailing slash.
     explicit Client(QString url, QObject* parent = nullptr);
     ~Client() override;
 
     /// The names of all items.
     QCoro::Task<orv::Result<QStringList>> list();
-    /// How many there are of an item.
+    /// How many of the item @p name are in stock.
     QCoro::Task<orv::Result<int>> stock(QString name);
 
-    /// Ends all that is under way, with @p reason.
+    /// Ends all requests in progress with @p reason.
     void cancel(const orv::Error& reason);
 
 Q_SIGNALS:

@@ -38,7 +38,7 @@ Login::Login(QString url, QObject* parent)
 
 Login::~Login() = default;
 
-// The coroutine begins here and goes on when its task ends, which is never before this returns.
+// The coroutine starts here and resumes when its task has finished, which is never before this returns.
 bool Login::authenticate()
 {
     logIn();
@@ -52,7 +52,7 @@ QCoro::Task<> Login::logIn()
     task->setAutoDelete(true);
     orv::Error result = co_await awaitTask(task);
     if (!self)
-        co_return; // the task was destroyed with its owner
+        co_return; // the task was destroyed together with its owner
     m_token.clear();
     if (!result.hasError()) {
         m_token = QJsonDocument::fromJson(task->data()).object().value("token"_L1).toString();

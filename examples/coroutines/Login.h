@@ -6,7 +6,7 @@
 
 namespace shop {
 
-/// Logs in with a coroutine: posts a name and a password, and takes the token from the answer.
+/// Logs in with a coroutine: posts a user name and a password, and reads the token from the response.
 class Login : public orv::AbstractAuthenticator
 {
     Q_OBJECT

@@ -4,8 +4,8 @@
 
 namespace shop {
 
-/// A shop in this process, for when there is no other: it asks for a login, has four items and lists two
-/// more, one that is missing (404) and one that it takes ten seconds to count.
+/// A shop in this process, used if the command line names none. It requires a login and lists six items: four
+/// that it answers for quickly, one that does not exist (404) and one that takes ten seconds.
 class Server : public orv::LoopbackServer
 {
     Q_OBJECT

@@ -9,7 +9,7 @@
 
 #include <memory>
 
-/// What awaitTask() returns; made to be awaited at once.
+/// The awaitable returned by awaitTask(); to be awaited immediately.
 class TaskEnd
 {
 public:
@@ -18,7 +18,7 @@ public:
     {
     }
 
-    /// Starts the task if nobody else has or will.
+    /// Starts the task if it is idle and in no queue.
     bool await_ready()
     {
         if (m_task && !m_task->isRunning() && !m_task->isFinished() && !m_task->queue())
@@ -28,8 +28,8 @@ public:
 
     void await_suspend(std::coroutine_handle<> coroutine)
     {
-        // Without the context there are no connections, so nothing resumes a coroutine that goes on already,
-        // or one that has been destroyed.
+        // Resetting the context removes both connections, so that a coroutine is not resumed a second time,
+        // nor after it has been destroyed.
         const auto goOn = [this, coroutine] {
             m_context.reset();
             coroutine.resume();
@@ -51,7 +51,7 @@ private:
     std::unique_ptr<QObject> m_context;
 };
 
-/// Waits in a coroutine until @p task has ended, and gives the error that it ended with.
+/// Suspends a coroutine until @p task has finished, and returns the task's error.
 /// @code
 /// auto* task = new orv::NetworkTask(url, orv::NetworkTask::Normal, this);
 /// task->setAutoDelete(true);
@@ -61,16 +61,16 @@ private:
 /// co_return task->data();
 /// @endcode
 ///
-/// A task that is idle and in no queue is started; any other is waited for as it is. A finished one does not
+/// A task that is idle and in no queue is started; any other is left as it is. A finished task does not
 /// suspend the coroutine.
 ///
-/// The coroutine goes on exactly once. It does so inside of finished(), so a task that deletes itself is
-/// still there until the next suspension; or, if somebody deletes the task first, inside of its destructor,
-/// with ErrorCode::Canceled. After an error, look whether the task and its owner still exist. Destroying a
-/// coroutine that waits is safe, and leaves the task alone.
+/// The coroutine is resumed exactly once: during finished(), so that a task with auto-delete exists until the
+/// next suspension, or in the destructor of a task that is deleted earlier, with ErrorCode::Canceled. After
+/// an error, check whether the task and its owner still exist. Destroying a suspended coroutine is safe and
+/// does not affect the task.
 ///
-/// A task that neither ends nor dies keeps its coroutine waiting: give tasks an owner, and in the owner's
-/// destructor they and the coroutines come to their end. Task and coroutine are of one thread.
+/// A task that neither finishes nor is destroyed keeps its coroutine suspended. Give each task an owner,
+/// whose destructor then resumes the coroutine. Task and coroutine must be on one thread.
 inline TaskEnd awaitTask(orv::Task* task)
 {
     return TaskEnd(task);

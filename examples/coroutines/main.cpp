@@ -25,9 +25,14 @@ void say(const QString& text)
     std::fflush(stdout);
 }
 
-/// Asks for the list, then for all that is on it at once, and gives up what takes longer than @p limit
-/// milliseconds. The client may be destroyed meanwhile: it is used while there was no error only. Returns how
-/// many items failed, or -1 without a list.
+void cancelByUser(Client* client)
+{
+    client->cancel(Error(ErrorCode::Canceled, "canceled by the user"));
+}
+
+/// Requests the list, then the stock of all its items in parallel, and cancels what takes longer than @p
+/// limit milliseconds. Returns how many items failed, or -1 if there is no list. The client may be destroyed
+/// in the meantime, which shows as an error, so it is not used after one.
 QCoro::Task<int> takeStock(Client* client, int limit)
 {
     const auto names = co_await client->list();
@@ -46,7 +51,7 @@ QCoro::Task<int> takeStock(Client* client, int limit)
 
     int failures = 0;
     auto name = names.value().cbegin();
-    for (auto& stock : stocks) { // they are all under way: the order in which they are awaited costs nothing
+    for (auto& stock : stocks) { // all are in progress, so the order of awaiting does not matter
         const auto result = co_await stock;
         failures += result.hasError() ? 1 : 0;
         say(u"%1 %2"_s.arg(*name++, -10)
@@ -60,7 +65,7 @@ struct Options
 {
     QCommandLineOption limit{u"limit"_s, u"Time for all items, 1000 if left out."_s, u"ms"_s, u"1000"_s};
     QCommandLineOption cancelAfter{u"cancel-after"_s, u"Cancel, as Ctrl+C does."_s, u"ms"_s};
-    QCommandLineOption destroyAfter{u"destroy-after"_s, u"Destroy the client with all it does."_s, u"ms"_s};
+    QCommandLineOption destroyAfter{u"destroy-after"_s, u"Destroy the client and its requests."_s, u"ms"_s};
     QCommandLineParser parser;
 
     explicit Options(const QCoreApplication& application)
@@ -73,37 +78,50 @@ struct Options
     }
 };
 
+// The URL from the command line; without one, starts @p server and returns its URL.
+orv::Result<QString> shopUrl(const Options& options, shop::Server& server)
+{
+    const auto arguments = options.parser.positionalArguments();
+    if (!arguments.isEmpty())
+        return arguments.constFirst();
+    const auto error = server.listen();
+    if (error.hasError())
+        return error;
+    return server.url({});
+}
+
+// Schedules --cancel-after and --destroy-after.
+void scheduleEnds(const Options& options, std::unique_ptr<Client>& client)
+{
+    const auto& parser = options.parser;
+    if (parser.isSet(options.cancelAfter))
+        QTimer::singleShot(parser.value(options.cancelAfter).toInt(), client.get(),
+                           [raw = client.get()] { cancelByUser(raw); });
+    if (parser.isSet(options.destroyAfter))
+        QTimer::singleShot(parser.value(options.destroyAfter).toInt(), client.get(),
+                           [&client] { client.reset(); });
+}
+
 } // namespace
 
 int main(int argc, char* argv[])
 {
     const QCoreApplication application(argc, argv);
     const Options options(application);
-    const auto& parser = options.parser;
-
     shop::Server server;
-    QString url = parser.positionalArguments().value(0);
-    if (url.isEmpty()) {
-        const auto error = server.listen();
-        if (error.hasError()) {
-            say(error.errorMessage());
-            return 1;
-        }
-        url = server.url({});
+    const auto url = shopUrl(options, server);
+    if (url.hasError()) {
+        say(url.error().errorMessage());
+        return 1;
     }
 
-    auto client = std::make_unique<Client>(url);
+    auto client = std::make_unique<Client>(url.value());
     QObject::connect(client.get(), &Client::loggedIn, [] { say(u"Logged in"_s); });
-    const auto cancel = [raw = client.get()] {
-        raw->cancel(Error(ErrorCode::Canceled, "canceled by the user"));
-    };
     const fetch::Interruption interruption;
-    QObject::connect(&interruption, &fetch::Interruption::requested, client.get(), cancel);
-    if (parser.isSet(options.cancelAfter))
-        QTimer::singleShot(parser.value(options.cancelAfter).toInt(), client.get(), cancel);
-    if (parser.isSet(options.destroyAfter))
-        QTimer::singleShot(parser.value(options.destroyAfter).toInt(), client.get(),
-                           [&client] { client.reset(); });
+    QObject::connect(&interruption, &fetch::Interruption::requested, client.get(),
+                     [raw = client.get()] { cancelByUser(raw); });
+    scheduleEnds(options, client);
 
-    return QCoro::waitFor(takeStock(client.get(), parser.value(options.limit).toInt())) == 0 ? 0 : 2;
+    const int limit = options.parser.value(options.limit).toInt();
+    return QCoro::waitFor(takeStock(client.get(), limit)) == 0 ? 0 : 2;
 }

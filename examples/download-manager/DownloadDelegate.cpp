@@ -62,7 +62,7 @@ void fillRounded(QPainter* painter, const QRect& rect, const QColor& color)
     painter->drawRoundedRect(rect, rect.height() / 2.0, rect.height() / 2.0);
 }
 
-// What is filled of a bar: from the left, or a piece in the middle where the size is not known.
+// The filled part of a bar: from the left, or in the middle if the size is unknown.
 QRect filledPart(const QRect& bar, int percent)
 {
     if (percent < 0)
@@ -89,7 +89,7 @@ void paintProgress(QPainter* painter, const QStyleOptionViewItem& option, const 
     painter->setRenderHint(QPainter::Antialiasing);
     painter->setPen(Qt::NoPen);
     fillRounded(painter, bar, track);
-    // On the selection, which may have any colour, only the text's is sure to be seen.
+    // The selection may have any colour; only the text colour is certain to stand out.
     if (const auto filled = filledPart(bar, percent); filled.width() > 0)
         fillRounded(painter, filled, isSelected ? textColor : barColor(stateOf(index), option.palette));
     painter->setPen(textColor);
@@ -117,7 +117,7 @@ void DownloadDelegate::initStyleOption(QStyleOptionViewItem* option, const QMode
 {
     QStyledItemDelegate::initStyleOption(option, index);
     option->state &= ~QStyle::State_HasFocus;
-    // The end of a file's name tells as much as its beginning.
+    // The end of a file name is as informative as its beginning.
     option->textElideMode = index.column() == DownloadModel::Name ? Qt::ElideMiddle : Qt::ElideRight;
     if (index.column() != DownloadModel::Status)
         return;

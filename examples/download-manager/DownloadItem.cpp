@@ -19,8 +19,8 @@ int statusOf(const QNetworkReply* reply)
     return reply ? reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt() : 0;
 }
 
-// What the last reply says, in a few words. Qt's own texts repeat the whole URL, but only they tell why a
-// reply that began well has failed.
+// A short description of the last reply. Qt's texts are not used for error statuses since they repeat the
+// whole URL; for a success status, only they say why the reply has failed.
 QString describe(const QNetworkReply* reply, const QString& otherwise)
 {
     const int status = statusOf(reply);
@@ -119,14 +119,14 @@ void DownloadItem::onWaitChanged()
     }
 }
 
-// Each attempt has a reply of its own, and this is the first that is heard of it.
+// Each attempt has its own reply; readyRead() is the first signal at which it exists.
 void DownloadItem::onReadyRead()
 {
     connect(m_task->networkReply(), &QNetworkReply::downloadProgress, this, &DownloadItem::onProgress,
             Qt::UniqueConnection);
 }
 
-// The content of an error reply is no progress.
+// The content of an error reply does not count as progress.
 void DownloadItem::onProgress(qint64 received, qint64 total)
 {
     const int status = m_task ? statusOf(m_task->networkReply()) : 0;
@@ -138,7 +138,7 @@ void DownloadItem::onProgress(qint64 received, qint64 total)
     Q_EMIT changed();
 }
 
-// From here until the task waits for its delay, it stands in the queue again.
+// The task is in the queue again from here until its delay starts.
 void DownloadItem::onAboutToRetry()
 {
     m_failedAttempt = describe(m_task->networkReply(), tr("No connection, or no answer in time"));
@@ -149,7 +149,7 @@ void DownloadItem::onAboutToRetry()
 
 void DownloadItem::onFinished()
 {
-    // A finished task holds on to the content that it has saved.
+    // Deleted, since a finished task keeps the content that it has saved in memory.
     auto* task = m_task.release();
     task->deleteLater();
     const auto error = task->error();

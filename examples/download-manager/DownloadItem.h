@@ -18,7 +18,7 @@ class NetworkQueue;
 
 namespace downloads {
 
-/// One download as its user sees it: it lasts, while a task of its own does the work of each start.
+/// One download as the user sees it. It outlives its tasks: each start() creates a new one.
 class DownloadItem : public QObject
 {
     Q_OBJECT
@@ -39,28 +39,28 @@ public:
     ~DownloadItem() override;
 
     QUrl url() const { return m_url; }
-    /// The file to be written.
+    /// Where the file is saved.
     QString filePath() const { return m_filePath; }
     State state() const { return m_state; }
-    /// Whether there is a task at work, or about to be.
+    /// Whether there is a task, queued or running.
     bool isActive() const { return m_task != nullptr; }
-    /// Why the download failed or waits; empty when there is nothing to tell.
+    /// Why the download has failed or is waiting; otherwise empty.
     QString message() const;
 
     qint64 received() const { return m_received; }
-    /// The size of the whole, -1 as long as it is not known.
+    /// The total size, or -1 if unknown.
     qint64 total() const { return m_total; }
     qint64 bytesPerSecond() const;
     std::optional<std::chrono::seconds> timeLeft() const;
 
-    /// Puts a new task into @p queue, from the first byte on. Without effect while one is active, and once
-    /// done.
+    /// Appends a new task to @p queue, which downloads from the first byte. Does nothing if the download is
+    /// active or done.
     void start(orv::NetworkQueue& queue, orv::AbstractAuthenticator* authenticator);
-    /// Cancels the task; the download can be started again.
+    /// Cancels the task. The download can be started again.
     void stop();
 
 Q_SIGNALS:
-    /// Anything but speed and remaining times has changed; those change by themselves.
+    /// Something has changed, other than the speed and the remaining times, which change all the time.
     void changed();
 
 private:

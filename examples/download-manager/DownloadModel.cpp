@@ -36,7 +36,7 @@ QString cellText(const DownloadItem& item, int column)
     }
 }
 
-// Parts of it come from servers and must not be taken for markup.
+// Escaped, since parts of the text come from servers and must not be interpreted as markup.
 QString toolTip(const DownloadItem& item)
 {
     auto text = item.url().toDisplayString() + QLatin1Char('\n') + item.filePath();
@@ -181,7 +181,7 @@ QVariant DownloadModel::data(const QModelIndex& index, int role) const
     }
 }
 
-// The library knows which names are safe to take from a URL.
+// FileDownloadTask takes the file name from the URL and refuses unsafe names.
 QString DownloadModel::freeFilePath(const QUrl& url, const QString& directory) const
 {
     const orv::FileDownloadTask task(url.toString(QUrl::FullyEncoded), directory);

@@ -11,9 +11,9 @@
 
 namespace downloads {
 
-/// The downloads as a table, and the verbs that act on its rows.
+/// The downloads as a table, with the operations on its rows.
 ///
-/// Runs them through a queue that it does not own.
+/// The downloads run through a queue that the model does not own.
 class DownloadModel : public QAbstractTableModel
 {
     Q_OBJECT
@@ -22,7 +22,7 @@ public:
     enum Column { Name, Status, Progress, Size, Rate, TimeLeft, Message, ColumnCount };
     enum Role {
         StateRole = Qt::UserRole, ///< DownloadItem::State, as int.
-        PercentRole,              ///< 0 to 100, or -1 as long as the size is not known.
+        PercentRole,              ///< 0 to 100, or -1 if the size is unknown.
     };
     struct Totals
     {
@@ -33,19 +33,19 @@ public:
         qint64 received = 0;
         qint64 bytesPerSecond = 0;
     };
-    /// Gives the authenticator for the origin of a URL, or null.
+    /// Returns the authenticator for the origin of a URL, or null.
     using Authenticators = std::function<orv::AbstractAuthenticator*(const QUrl&)>;
 
     DownloadModel(orv::NetworkQueue& queue, Authenticators authenticators, QObject* parent = nullptr);
     ~DownloadModel() override;
 
-    /// Adds a download into the existing directory @p directory, under a name that is free there, and queues
-    /// it.
+    /// Adds a download and queues it. It is saved in the existing directory @p directory, under a name that
+    /// is not taken.
     void add(const QUrl& url, const QString& directory);
     void pause(int row);
     /// Starts a paused or failed download again.
     void resume(int row);
-    /// Takes the row away, running or not. A file that is complete stays.
+    /// Removes the row and cancels its download. A completed file is kept.
     void remove(int row);
     void removeDone();
     void pauseAll();
@@ -68,7 +68,7 @@ private:
     orv::NetworkQueue& m_queue;
     const Authenticators m_authenticators;
     std::vector<std::unique_ptr<DownloadItem>> m_items;
-    QTimer m_refresh; // speeds and remaining times change although nothing happens
+    QTimer m_refresh; // updates speeds and remaining times, which change without a signal
 };
 
 } // namespace downloads

@@ -35,8 +35,8 @@ void DownloadTask::resume()
     Q_EMIT waitChanged();
 }
 
-// Without a token the request goes out as it is: most files are for everybody, and asking for a login is the
-// server's business.
+// Without a token the request is sent without authentication: most files are public, and a server that
+// requires a login answers 401.
 void DownloadTask::onStarted()
 {
     m_needsLogin = false;
@@ -55,7 +55,7 @@ void DownloadTask::onUnauthorized()
 {
     const auto token = currentToken();
     if (!token.isEmpty() && token != m_sentToken) {
-        // Another task has logged in while this request was on its way; nobody has to be asked again.
+        // Another task has logged in while this request was in progress, so there is no need to log in again.
         setIdle();
         exec();
         return;

@@ -6,24 +6,23 @@
 
 namespace downloads {
 
-/// A FileDownloadTask that tells what it waits for, and that shows its token only to servers that ask for
-/// one.
+/// A FileDownloadTask that says what it is waiting for, and that logs in only if the server requires it.
 ///
-/// The first request goes out without a token, unless the authenticator has one already. A 401 sends the task
-/// to its authenticator, and it goes on with the token that comes.
+/// The first request is sent without a token, unless the authenticator has one already. After a 401 the task
+/// waits for its authenticator and sends the request again with the new token.
 class DownloadTask : public orv::FileDownloadTask
 {
     Q_OBJECT
 
 public:
-    /// What a paused task waits for.
+    /// What a paused task is waiting for.
     enum class Wait {
         None,
         Retry, ///< The delay before another attempt.
-        Login, ///< Its authenticator.
+        Login, ///< A token from its authenticator.
     };
 
-    /// @p authenticator must be the one for the origin of @p url. It is not owned.
+    /// @p authenticator must be the one for the origin of @p url. The task does not own it.
     DownloadTask(const QString& url, const QString& filePath, orv::AbstractAuthenticator* authenticator);
 
     Wait wait() const;

@@ -11,12 +11,21 @@ namespace downloads {
 
 namespace {
 
-// Some of the texts come from servers and must not be taken for markup.
+// Plain text, since some texts come from servers and must not be interpreted as markup.
 QLabel* makeLabel(const QString& text)
 {
     auto* label = new QLabel(text);
     label->setTextFormat(Qt::PlainText);
     label->setWordWrap(true);
+    return label;
+}
+
+QLabel* makeHeading(const QString& text)
+{
+    auto* label = makeLabel(text);
+    auto font = label->font();
+    font.setBold(true);
+    label->setFont(font);
     return label;
 }
 
@@ -36,13 +45,8 @@ LoginDialog::LoginDialog(const QString& site, const QString& warning, QWidget* p
     m_password->setEchoMode(QLineEdit::Password);
     m_buttons->button(QDialogButtonBox::Ok)->setText(tr("Log in"));
 
-    auto* heading = makeLabel(tr("%1 asks for a login.").arg(site));
-    auto font = heading->font();
-    font.setBold(true);
-    heading->setFont(font);
-
     auto* layout = new QFormLayout(this);
-    layout->addRow(heading);
+    layout->addRow(makeHeading(tr("%1 asks for a login.").arg(site)));
     if (!warning.isEmpty())
         layout->addRow(makeLabel(warning));
     layout->addRow(tr("&User name:"), m_user);

@@ -8,26 +8,27 @@ class QLineEdit;
 
 namespace downloads {
 
-/// Asks for a user name and a password, and stays open until told how the login went.
+/// Asks for a user name and a password, and stays open until the login has succeeded or is given up.
 ///
-/// accept() asks for the login with what was typed, reject() gives up.
+/// accept() requests a login with the user's input, reject() gives up.
 class LoginDialog : public QDialog
 {
     Q_OBJECT
 
 public:
-    /// @p site is who asks, @p warning what the user should know before typing a password; may be empty.
+    /// @p site is the server that requires the login. @p warning is what the user should know before typing a
+    /// password; it may be empty.
     LoginDialog(const QString& site, const QString& warning, QWidget* parent = nullptr);
 
     QString user() const;
     QString password() const;
-    /// Lets the user try again, and says why.
+    /// Shows why the login has failed and lets the user try again.
     void showFailure(const QString& text);
 
     void accept() override;
 
 Q_SIGNALS:
-    /// The user wants to log in with user() and password().
+    /// The user has asked for a login with user() and password().
     void submitted();
 
 private:

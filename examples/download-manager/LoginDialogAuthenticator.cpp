@@ -18,7 +18,7 @@ using orv::NetworkRequest;
 using orv::NetworkTask;
 using orv::SslIgnorantNetworkAccessManager;
 
-constexpr int LOGIN_RETRIES = 1; // somebody is waiting in front of the dialog
+constexpr int LOGIN_RETRIES = 1; // few, since the user is waiting
 
 NetworkRequest loginRequest(QUrl origin, const QString& user, const QString& password)
 {
@@ -75,7 +75,7 @@ void LoginDialogAuthenticator::cancel()
     Q_EMIT error(Error::Canceled);
 }
 
-// Being asked means that the token, if there was one, is not good any more.
+// A login is requested only if there is no token or it has been refused.
 bool LoginDialogAuthenticator::authenticate()
 {
     m_token.clear();
@@ -91,12 +91,12 @@ QString LoginDialogAuthenticator::warning() const
     if (m_origin.scheme() != QLatin1String("https"))
         return tr("The connection is not encrypted: others may read what you type.");
     if (m_manager && m_manager->sslMode() == SslIgnorantNetworkAccessManager::SslMode::Ignore)
-        return tr("Certificates are not verified: this may be somebody else.");
+        return tr("Certificates are not verified: this may be a different server.");
     return {};
 }
 
-// Sent on its own and without an authenticator: all slots of the queue may be taken, and a login must not
-// wait for itself.
+// Executed outside the queue, whose slots may all be taken, and without an authenticator, since a login must
+// not wait for itself.
 void LoginDialogAuthenticator::sendLogin()
 {
     m_login = std::make_unique<NetworkTask>(loginRequest(m_origin, m_dialog->user(), m_dialog->password()));
@@ -125,7 +125,7 @@ void LoginDialogAuthenticator::onLoginFinished()
     }
 }
 
-// The dialog may be the one that calls.
+// Called from slots of the dialog's signals, so the dialog must not be deleted here.
 void LoginDialogAuthenticator::closeDialog()
 {
     m_login.reset();

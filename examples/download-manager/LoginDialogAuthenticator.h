@@ -14,26 +14,26 @@ namespace downloads {
 
 class LoginDialog;
 
-/// Logs in at one origin with what a user types into a dialog, one dialog for all tasks that wait.
+/// Logs in at one origin with the user's input to a dialog. One dialog serves all waiting tasks.
 ///
-/// User name and password are posted as JSON to /login of that origin, which answers {"token": "..."}. The
-/// dialog stays until a login succeeds or the user gives up; then the waiting tasks fail.
+/// User name and password are posted as JSON to /login of the origin, which answers {"token": "..."}. The
+/// dialog stays open until a login succeeds or the user gives up; in the latter case, the waiting tasks fail.
 ///
-/// The token is for that origin alone (scheme, host and port): only tasks for its URLs may be given this
-/// authenticator. Nothing is kept but the token, and that in memory.
+/// The token is valid only for that origin (scheme, host and port), so only tasks for its URLs may use this
+/// authenticator. Only the token is stored, and only in memory.
 class LoginDialogAuthenticator : public orv::AbstractAuthenticator
 {
     Q_OBJECT
 
 public:
-    /// Of @p origin only scheme, host and port count. @p manager sends the logins; neither it nor
+    /// Only scheme, host and port of @p origin are used. @p manager sends the logins. Neither @p manager nor
     /// @p dialogParent is owned.
     LoginDialogAuthenticator(const QUrl& origin, orv::SslIgnorantNetworkAccessManager* manager,
                              QWidget* dialogParent, QObject* parent = nullptr);
     ~LoginDialogAuthenticator() override;
 
     QString token() override;
-    /// Makes the next task that needs a token ask for a login.
+    /// Discards the token, so that the next task that needs one starts a login.
     void forgetToken();
     void cancel() override;
 

@@ -8,8 +8,8 @@ namespace downloads {
 
 namespace {
 
-// Scheme, host and port (RFC 6454, section 4). The default port is written out, so that an URL with and one
-// without it are the same.
+// Scheme, host and port (RFC 6454, section 4). The default port is made explicit, so that URLs with and
+// without it have the same origin.
 QUrl originOf(const QUrl& url)
 {
     QUrl origin;

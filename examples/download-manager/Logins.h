@@ -7,12 +7,11 @@
 
 namespace downloads {
 
-/// The logins of the window, one for each origin, so that no token ever reaches another server than the one
-/// that gave it.
+/// The logins of the window, one for each origin, so that a token is sent only to the server that issued it.
 class Logins
 {
 public:
-    /// See LoginDialogAuthenticator.
+    /// The arguments are passed on to each LoginDialogAuthenticator.
     Logins(orv::SslIgnorantNetworkAccessManager* manager, QWidget* dialogParent);
     ~Logins();
     Logins(const Logins&) = delete;
@@ -20,7 +19,8 @@ public:
 
     /// The login for the origin of @p url; owned by this object.
     LoginDialogAuthenticator* forUrl(const QUrl& url);
-    /// To be called when servers are to be trusted less than at the time of the login.
+    /// Discards all tokens. Call it before servers are trusted that would not have been at the time of the
+    /// login.
     void forgetTokens();
     void cancel();
 

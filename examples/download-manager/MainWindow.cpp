@@ -54,15 +54,8 @@ MainWindow::MainWindow(QWidget* parent)
     setWindowIcon(style()->standardIcon(QStyle::SP_ArrowDown));
     makeActions();
     makeTable();
-    auto* content = new QWidget;
-    auto* layout = new QVBoxLayout(content);
-    layout->addLayout(makeSourceRow());
-    layout->addLayout(makeSettingsRow());
-    layout->addWidget(m_table);
-    setCentralWidget(content);
-    statusBar()->addPermanentWidget(m_totals);
+    makeContent();
     resize(1000, 520);
-
     setDirectory(QStandardPaths::writableLocation(QStandardPaths::DownloadLocation));
     setParallelDownloads(DEFAULT_PARALLEL);
     connect(&m_model, &DownloadModel::dataChanged, this, &MainWindow::updateActions);
@@ -120,7 +113,7 @@ void MainWindow::setAcceptsUnverifiedCertificates(bool accepts)
     m_unverified->setChecked(accepts);
 }
 
-// A hidden window must not go on, or ask for a login.
+// A closed window must neither continue to download nor ask for a login.
 void MainWindow::closeEvent(QCloseEvent* event)
 {
     m_model.pauseAll();
@@ -152,7 +145,7 @@ void MainWindow::makeActions()
     bar->addSeparator();
     m_clearDone = add("clearDone", QStyle::SP_DialogApplyButton, tr("Clear done"), {},
                       [this] { m_model.removeDone(); });
-    // Of the table alone: in a text field, the key deletes text.
+    // Only for the table: in a text field, the key deletes text.
     m_remove->setShortcut(QKeySequence::Delete);
     m_remove->setShortcutContext(Qt::WidgetShortcut);
 }
@@ -178,6 +171,17 @@ void MainWindow::makeTable()
         header->resizeSection(column, widths[column] * letter);
 }
 
+void MainWindow::makeContent()
+{
+    auto* content = new QWidget;
+    auto* layout = new QVBoxLayout(content);
+    layout->addLayout(makeSourceRow());
+    layout->addLayout(makeSettingsRow());
+    layout->addWidget(m_table);
+    setCentralWidget(content);
+    statusBar()->addPermanentWidget(m_totals);
+}
+
 QLayout* MainWindow::makeSourceRow()
 {
     m_urls->setObjectName(QStringLiteral("urls"));
@@ -200,7 +204,7 @@ QLayout* MainWindow::makeSettingsRow()
     m_parallel->setObjectName(QStringLiteral("parallel"));
     m_parallel->setRange(1, network::MAX_PARALLEL_REQUESTS);
     m_unverified->setObjectName(QStringLiteral("unverified"));
-    m_unverified->setToolTip(tr("For test and in-house servers: nobody vouches for who they are."));
+    m_unverified->setToolTip(tr("For test and in-house servers: their identity is not verified."));
     connect(choose, &QPushButton::clicked, this, &MainWindow::chooseDirectory);
     connect(m_parallel, &QSpinBox::valueChanged, this,
             [this](int count) { m_queue.setMaxRunningTasks(count); });
@@ -275,7 +279,7 @@ QList<int> MainWindow::selectedRows() const
     return rows;
 }
 
-// From the last row up, so that a row that goes does not move those still to come.
+// From the last row to the first, so that removing a row does not shift the rows that follow.
 void MainWindow::forSelection(void (DownloadModel::*verb)(int))
 {
     auto rows = selectedRows();

@@ -17,9 +17,9 @@ class QTableView;
 
 namespace downloads {
 
-/// The window of the program: what to download and where to on top, the table of downloads below.
+/// The window of the program: the URL and target fields at the top, the table of downloads below.
 ///
-/// It holds the queue, the logins and the model together; the downloads end with it.
+/// It owns the queue, the logins and the model; destroying it ends the downloads.
 class MainWindow : public QMainWindow
 {
     Q_OBJECT
@@ -28,14 +28,14 @@ public:
     explicit MainWindow(QWidget* parent = nullptr);
     ~MainWindow() override;
 
-    /// Adds every http or https address in @p text, which are separated by white space. Returns how many.
+    /// Adds every http or https URL in @p text, where they are separated by white space. Returns how many.
     int addUrls(const QString& text);
 
     QString directory() const;
     void setDirectory(const QString& path);
     void setParallelDownloads(int count);
-    /// Accepts servers whose certificate cannot be verified. Tokens got before are not shown to such a
-    /// server.
+    /// Accepts servers whose certificate cannot be verified. Tokens from before are discarded, so that they
+    /// are not sent to such a server.
     void setAcceptsUnverifiedCertificates(bool accepts);
 
     DownloadModel& model() { return m_model; }
@@ -46,6 +46,7 @@ protected:
 private:
     void makeActions();
     void makeTable();
+    void makeContent();
     QLayout* makeSourceRow();
     QLayout* makeSettingsRow();
     void chooseDirectory();
@@ -55,7 +56,7 @@ private:
     QList<int> selectedRows() const;
     void forSelection(void (DownloadModel::*verb)(int));
 
-    // In the order in which they need each other.
+    // In the order in which they depend on each other.
     orv::NetworkQueue m_queue;
     Logins m_logins;
     DownloadModel m_model;

@@ -10,7 +10,7 @@ using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
 constexpr milliseconds WINDOW = 2s;
-constexpr milliseconds SHORTEST_SPAN = 200ms; // what arrives before that says more about buffers than speed
+constexpr milliseconds SHORTEST_SPAN = 200ms; // over less, the rate reflects buffering rather than speed
 
 } // namespace
 
@@ -23,7 +23,7 @@ void RateMeter::start(milliseconds now)
 void RateMeter::add(milliseconds now, qint64 received)
 {
     m_samples.push_back({now, received});
-    // One sample from before the window stays, since the average begins there.
+    // One sample before the window is kept: the average starts from it.
     while (m_samples.size() > 2 && m_samples[1].time <= now - WINDOW)
         m_samples.pop_front();
 }

@@ -9,15 +9,15 @@ namespace downloads {
 
 /// The speed of a transfer, averaged over about the last two seconds.
 ///
-/// Times count from any fixed moment; whoever measures brings the clock.
+/// All times count from the same arbitrary moment; the caller supplies them.
 class RateMeter
 {
 public:
-    /// Forgets everything and begins anew, with nothing received at @p now.
+    /// Starts over, with nothing received at @p now.
     void start(std::chrono::milliseconds now);
-    /// Notes that @p received bytes have arrived in all.
+    /// Records that @p received bytes have arrived in total.
     void add(std::chrono::milliseconds now, qint64 received);
-    /// 0 as long as there is too little to judge from, and once nothing arrives any more.
+    /// 0 while there is too little data for an average, and once nothing has arrived for a while.
     qint64 bytesPerSecond(std::chrono::milliseconds now) const;
 
 private:

@@ -2,11 +2,11 @@
 
 #include "DownloadItem.h"
 
-/// The words and numbers of the table and the status bar.
+/// The texts in the table and the status bar.
 namespace downloads::texts {
 
 QString state(DownloadItem::State state);
-/// "1.2 MB of 20 MB", and less where less is known.
+/// "1.2 MB of 20 MB", or less if the size is unknown.
 QString progress(qint64 received, qint64 total);
 QString size(qint64 bytes);
 QString rate(qint64 bytesPerSecond);

@@ -9,7 +9,7 @@ using downloads::MainWindow;
 
 namespace {
 
-// The last one that is installed is asked first.
+// The translator installed last takes precedence.
 void translate()
 {
     const auto install = [](const QString& name, const QString& folder) {
@@ -22,6 +22,27 @@ void translate()
     install(QStringLiteral("orv_download_manager"), QStringLiteral(":/orv_download_manager/translations"));
 }
 
+struct Options
+{
+    QCommandLineOption directory{QStringLiteral("directory"), MainWindow::tr("Save files in <path>."),
+                                 MainWindow::tr("path")};
+    QCommandLineOption parallel{QStringLiteral("parallel"), MainWindow::tr("Download <count> files at once."),
+                                MainWindow::tr("count")};
+    QCommandLineOption insecure{QStringLiteral("insecure"),
+                                MainWindow::tr("Accept unverified certificates.")};
+    QCommandLineParser parser;
+
+    explicit Options(const QCoreApplication& application)
+    {
+        parser.setApplicationDescription(MainWindow::tr("Downloads files over HTTP and HTTPS."));
+        parser.addHelpOption();
+        parser.addOptions({directory, parallel, insecure});
+        parser.addPositionalArgument(QStringLiteral("url"), MainWindow::tr("What to download."),
+                                     QStringLiteral("[url...]"));
+        parser.process(application);
+    }
+};
+
 } // namespace
 
 int main(int argc, char* argv[])
@@ -31,28 +52,15 @@ int main(int argc, char* argv[])
     QCoreApplication::setApplicationName(QStringLiteral("orv-download-manager"));
 
     translate();
-
-    QCommandLineParser parser;
-    parser.setApplicationDescription(MainWindow::tr("Downloads files over HTTP and HTTPS."));
-    const auto help = parser.addHelpOption();
-    const QCommandLineOption directory(QStringLiteral("directory"), MainWindow::tr("Save files in <path>."),
-                                       MainWindow::tr("path"));
-    const QCommandLineOption parallel(QStringLiteral("parallel"),
-                                      MainWindow::tr("Download <count> files at once."),
-                                      MainWindow::tr("count"));
-    const QCommandLineOption insecure(QStringLiteral("insecure"),
-                                      MainWindow::tr("Accept unverified certificates."));
-    parser.addOptions({directory, parallel, insecure});
-    parser.addPositionalArgument(QStringLiteral("url"), MainWindow::tr("What to download."),
-                                 QStringLiteral("[url...]"));
-    parser.process(application);
+    const Options options(application);
+    const auto& parser = options.parser;
 
     MainWindow window;
-    if (parser.isSet(directory))
-        window.setDirectory(parser.value(directory));
-    if (parser.isSet(parallel))
-        window.setParallelDownloads(parser.value(parallel).toInt());
-    window.setAcceptsUnverifiedCertificates(parser.isSet(insecure));
+    if (parser.isSet(options.directory))
+        window.setDirectory(parser.value(options.directory));
+    if (parser.isSet(options.parallel))
+        window.setParallelDownloads(parser.value(options.parallel).toInt());
+    window.setAcceptsUnverifiedCertificates(parser.isSet(options.insecure));
     window.show();
     window.addUrls(parser.positionalArguments().join(QLatin1Char('\n')));
     return QApplication::exec();

@@ -7,8 +7,8 @@
 #include <cstdio>
 #include <thread>
 
-// A server with files to try the download manager with: some slow, one behind a login, some broken. It prints
-// their addresses and ends with its standard input.
+// A server with files to try the download manager with: some slow, one that requires a login, some that fail.
+// It prints their URLs and exits when its standard input ends.
 
 namespace {
 
@@ -45,7 +45,7 @@ void print(const LoopbackServer& server, std::initializer_list<const char*> path
         std::puts(qPrintable(server.url(QLatin1String(path))));
 }
 
-// Its own thread, since that is the one way to notice the end of the standard input on every system.
+// Runs on a thread of its own, the only portable way to detect the end of the standard input.
 void quitAtEndOfInput()
 {
     while (std::getchar() != EOF) {

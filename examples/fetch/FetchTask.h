@@ -11,10 +11,11 @@
 
 namespace fetch {
 
-/// A network task of the kind @p Base that takes any 2xx for a success and shares a JsonLogin with others.
+/// A network task derived from @p Base that treats any 2xx as a success and shares a JsonLogin with other
+/// tasks.
 ///
-/// It knows which token its request was sent with. So a refusal that comes late, when another task has
-/// already been given a new token, makes it send again and not log in.
+/// It remembers which token its request was sent with. If that token is refused after another task has
+/// already obtained a new one, the request is sent again without another login.
 template <typename Base>
 class FetchTask : public Base
 {
@@ -24,7 +25,7 @@ public:
         : Base(std::forward<Arguments>(arguments)...)
     {
         using orv::HttpResponseStatusCode;
-        // By itself, a task takes 200 and 201 for a success.
+        // By default, only 200 and 201 are successes.
         for (int status = 202; status < 300; ++status)
             this->setResponseHandler(static_cast<HttpResponseStatusCode>(status), [this] { onSuccess(); });
         this->setResponseHandler(HttpResponseStatusCode::Unauthorized, [this] { onUnauthorized(); });
@@ -57,10 +58,10 @@ private:
         this->handleUnauthorizedError();
     }
 
-    // A server that refuses every token it gives must not keep a task for ever.
+    // Without a limit, a server that refuses every token it issues would keep the task busy for ever.
     static constexpr int MAX_REFUSALS = 3;
 
-    QString m_token; // of the last request
+    QString m_token; // sent with the last request
     int m_refusals = 0;
 };
 

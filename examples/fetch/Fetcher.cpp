@@ -19,8 +19,8 @@ using orv::ErrorCode;
 using orv::FileDownloadTask;
 using orv::NetworkTask;
 
-// A task that saves a whole reply by itself serves every file that is not to be written on the way, nor to
-// begin with a head.
+// A FileDownloadTask saves the content itself. It is used for files, unless they are written while the
+// content arrives or begin with the head.
 bool isSavedByTask(const Options& options)
 {
     return !options.request.streaming && !options.includesHead && !Output::isStream(options.outputPath);
@@ -95,7 +95,7 @@ qint64 Fetcher::attemptMilliseconds() const
     return m_attemptClock.isValid() ? m_attemptClock.elapsed() : 0;
 }
 
-// Emitted for each attempt, before anything is sent.
+// Called for each attempt, before anything is sent.
 void Fetcher::onStarted()
 {
     if (!m_clock.isValid())
@@ -124,7 +124,7 @@ Error Fetcher::open()
     return m_output->open();
 }
 
-// Whatever names come with URLs, the download task knows which are safe.
+// FileDownloadTask takes the file name from the URL and refuses unsafe names.
 QString Fetcher::destination() const
 {
     if (Output::isStream(m_options.outputPath))
@@ -163,7 +163,7 @@ void Fetcher::write(const QByteArray& content)
     writeHead();
     if (!content.isEmpty() && !m_outputError.hasError())
         m_outputError = m_output->write(content);
-    // What went down a stream cannot be taken back, so there is no second attempt.
+    // What has been written to a stream cannot be undone, so there must be no second attempt.
     if (Output::isStream(m_options.outputPath))
         m_task->setRetriesEnabled(false);
 }
@@ -183,7 +183,7 @@ void Fetcher::writeHead()
     m_outputError = m_output->write(head + "\r\n");
 }
 
-// While there may yet be a login, a 401 is not what the user wants to see.
+// While a login may still follow, a 401 is of no interest to the user.
 bool Fetcher::isWanted() const
 {
     const auto status = statusOf(*m_task);

@@ -14,10 +14,10 @@
 
 namespace fetch {
 
-/// The fetch of one URL: its task, where the content goes, and how it ended.
+/// The fetch of one URL: its task, its output and its outcome.
 ///
-/// What is written is the content of a successful reply. On a stream and with the head included it is the
-/// content of any reply, for people who want to see what the server has to say.
+/// Only the content of a successful reply is written, except to a stream with the head included: there it is
+/// the content of any reply, for users who want to see the server's response to a failed request.
 class Fetcher : public QObject
 {
     Q_OBJECT
@@ -26,26 +26,26 @@ public:
     Fetcher(const QString& url, const Options& options, QObject* parent = nullptr);
     ~Fetcher() override;
 
-    /// To be run by a queue.
+    /// The task, to be run by a queue.
     orv::NetworkTask* task() const { return m_task.get(); }
-    /// Ends the fetch as interrupted, unless it has ended.
+    /// Ends the fetch as interrupted. Does nothing if it has ended.
     void cancel();
 
     bool hasEnded() const { return m_hasEnded; }
-    /// How it ended; a success until then.
+    /// How the fetch ended. Only valid once hasEnded().
     const Outcome& outcome() const { return m_outcome; }
 
-    /// The URL for people, without a password.
+    /// The URL to show to users, without the password.
     QString displayUrl() const;
-    /// A short name for people.
+    /// A short name to show to users.
     QString displayName() const;
-    /// One line about a success: status, bytes, seconds, URL.
+    /// One line that describes a success: status, bytes, seconds, URL.
     QString summary() const;
-    /// Since the last attempt began; 0 before the first.
+    /// The time since the last attempt began; 0 before the first.
     qint64 attemptMilliseconds() const;
 
 Q_SIGNALS:
-    /// The fetch has ended, outcome() is final. Emitted once.
+    /// The fetch has ended and outcome() is valid. Emitted once.
     void finished();
 
 private:
@@ -63,11 +63,11 @@ private:
     const QString m_url;
     const Options& m_options;
     const std::unique_ptr<orv::NetworkTask> m_task;
-    std::unique_ptr<Output> m_output; // null while there is none, and for a task that saves by itself
+    std::unique_ptr<Output> m_output; // null before the first attempt, and for a FileDownloadTask
     orv::Error m_outputError;
     bool m_isHeadWritten = false;
     bool m_hasEnded = false;
-    QElapsedTimer m_clock; // of all attempts
+    QElapsedTimer m_clock; // since the first attempt began
     QElapsedTimer m_attemptClock;
     Outcome m_outcome;
 };

@@ -11,7 +11,7 @@ volatile std::sig_atomic_t isInterrupted = 0;
 
 } // namespace
 
-// Runs in the middle of anything, so it may hardly do more than set a flag.
+// A signal handler may interrupt any code, so it does little more than set a flag.
 extern "C" {
 static void onInterrupted(int number)
 {

@@ -7,8 +7,8 @@ namespace fetch {
 
 /// Turns SIGINT and SIGTERM into a Qt signal.
 ///
-/// From construction on, the first of these signals ends the program in order, and the next one at once, for
-/// the case that the program is stuck. There may be one object of this class.
+/// After construction, the first of these signals requests an orderly exit. The second one ends the program
+/// at once, in case it hangs. There must be only one object of this class.
 class Interruption : public QObject
 {
     Q_OBJECT
@@ -17,7 +17,7 @@ public:
     explicit Interruption(QObject* parent = nullptr);
 
 Q_SIGNALS:
-    /// The user, or the system, wants the program to end. Emitted once.
+    /// The user or the system has asked the program to exit. Emitted once.
     void requested();
 
 private:

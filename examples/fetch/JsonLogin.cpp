@@ -23,7 +23,7 @@ NetworkRequest loginRequest(const JsonLogin::Settings& settings)
     return request;
 }
 
-// What the login failed with may be gone at the next try.
+// Whether the failure may be transient, so that another attempt may succeed.
 bool isTemporary(const orv::Error& error)
 {
     const auto status = orv::httpResponseStatusCode(error);
@@ -86,7 +86,7 @@ void JsonLogin::send()
     m_task = std::make_unique<orv::NetworkTask>(loginRequest(m_settings), orv::NetworkTask::Priority::High);
     m_task->setName(u"login"_s);
     m_task->setNetworkAccessManager(m_manager);
-    m_task->setMaxRetriesCount(0); // this class does that, since a task does not know about a 500
+    m_task->setMaxRetriesCount(0); // this class retries instead, since tasks do not retry after a 500
     if (m_settings.timeout)
         m_task->setTimeout(*m_settings.timeout);
     connect(m_task.get(), &orv::NetworkTask::finished, this, &JsonLogin::onAnswered);

@@ -14,11 +14,11 @@
 
 namespace fetch {
 
-/// Logs in by posting credentials as JSON, and takes the token from the JSON that comes back.
+/// Logs in by posting credentials as JSON, and reads the token from the JSON in the response.
 ///
-/// Any number of tasks may share one. However many of them are refused at a time, each token is replaced
-/// once: before a task asks for a login it says with refuse() which token was refused, and only where that is
-/// still the current one is there a login. Otherwise the task goes on with the newer one.
+/// Any number of tasks may share one. Each token is replaced only once, however many tasks it is refused to:
+/// before a task asks for a login, it calls refuse() with the token it sent. Only if that is still the
+/// current token, there is a login; otherwise the task continues with the newer one.
 /// @code
 /// task->setResponseHandler(HttpResponseStatusCode::Unauthorized, [this] {
 ///     login->refuse(tokenOfTheRequest);
@@ -26,9 +26,9 @@ namespace fetch {
 /// });
 /// @endcode
 ///
-/// What may pass, such as a server that is not there, is tried again as often and after such delays as its
-/// Retriable says; then it is a TemporaryFailure. After any other failure there is no further try:
-/// credentials that are refused again and again may lock the account.
+/// After a transient failure, such as a server that cannot be reached, the login is retried as its Retriable
+/// says; if the last attempt fails as well, that is a TemporaryFailure. After any other failure there is no
+/// further attempt: repeated attempts with wrong credentials may lock the account.
 class JsonLogin : public orv::AbstractAuthenticator
 {
     Q_OBJECT
@@ -36,9 +36,9 @@ class JsonLogin : public orv::AbstractAuthenticator
 public:
     struct Settings
     {
-        QString url;            ///< Where to log in; empty if the token is all there is.
-        QByteArray credentials; ///< JSON to post there.
-        QString token;          ///< To begin with; may be empty.
+        QString url;            ///< Where to log in; empty to use only the token below.
+        QByteArray credentials; ///< The JSON to post there.
+        QString token;          ///< The initial token; may be empty.
         std::optional<std::chrono::milliseconds> timeout;
     };
 
@@ -47,13 +47,13 @@ public:
     ~JsonLogin() override;
 
     QString token() override { return m_token; }
-    /// Forgets @p token, unless there is another one by now.
+    /// Forgets @p token if it is still the current one.
     void refuse(const QString& token);
-    /// Ends a login that is under way as Error::Canceled.
+    /// Ends a login in progress with Error::Canceled.
     void cancel() override;
 
 protected:
-    /// Answers from the event loop: with the token that is there, or after a login.
+    /// Reports the result from the event loop: at once if there is a token, else after a login.
     bool authenticate() override;
 
 private:
@@ -68,7 +68,7 @@ private:
     const Settings m_settings;
     orv::SslIgnorantNetworkAccessManager* const m_manager;
     QString m_token;
-    std::optional<Error> m_lastFailure; // that another try would only repeat
+    std::optional<Error> m_lastFailure; // set if another attempt would fail in the same way
     QTimer m_timer;
     std::unique_ptr<orv::NetworkTask> m_task;
 };

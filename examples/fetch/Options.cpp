@@ -47,7 +47,7 @@ bool isHttpUrl(const QString& text)
            !url.host().isEmpty();
 }
 
-// DATA itself, or what is in the file of @FILE.
+// The content that a DATA or @FILE argument stands for.
 orv::Result<QByteArray> contentOf(const QString& argument)
 {
     if (!argument.startsWith(u'@'))
@@ -61,7 +61,7 @@ orv::Result<QByteArray> contentOf(const QString& argument)
     return Error(ErrorCode::FileAccess, u"cannot read %1: %2"_s.arg(argument.mid(1), file.errorString()));
 }
 
-/// Makes Options of a command line, step by step.
+/// Reads Options from a command line, step by step.
 class Reader
 {
 public:
@@ -208,7 +208,7 @@ Error Reader::readField(const QByteArray& line)
     for (auto field = fields.begin(); field != fields.end(); ++field) {
         if (field.key().compare(name, Qt::CaseInsensitive) != 0)
             continue;
-        // The record has one value a name; fields that may come twice may also come joined (RFC 9110,
+        // NetworkRequest has one value for each name; repeated fields may be combined (RFC 9110,
         // section 5.3).
         field.value() += ", " + value;
         return {};
@@ -254,7 +254,7 @@ Error Reader::readLogin()
     return {};
 }
 
-// Two URLs of one name would leave one file, of which nobody could tell which it is.
+// Two URLs with the same name would overwrite each other's file.
 Error Reader::readOutput()
 {
     m_options.outputPath = value(m_line.output);
@@ -272,7 +272,7 @@ Error Reader::readOutput()
     return {};
 }
 
-// A task sends the type that its request names, whatever the raw fields say.
+// A task sends postDataContentType even if the raw fields contain a Content-Type.
 void Reader::readContentType()
 {
     auto& request = m_options.request;
@@ -300,7 +300,7 @@ void Reader::readRest()
 
 } // namespace
 
-// A maximum raises the delay to itself, so the delay is put back after it.
+// setMaxDelay() also raises the current delay to the maximum, so the delay is reset afterwards.
 void RetryPolicy::applyTo(orv::Retriable& retriable) const
 {
     retriable.setMaxRetriesCount(retries);

@@ -13,7 +13,7 @@
 
 namespace fetch {
 
-/// How often, and after which delays, to try again.
+/// How often and after which delays to retry.
 struct RetryPolicy
 {
     int retries = 0;
@@ -21,16 +21,16 @@ struct RetryPolicy
     double delayFactor = 2;
     std::chrono::seconds maxDelay{300};
 
-    /// Sets @p retriable up; its first attempt comes without a delay.
+    /// Configures @p retriable, without a delay before its first attempt.
     void applyTo(orv::Retriable& retriable) const;
 };
 
-/// Where a token comes from. Without a token and a URL, there is no login.
+/// Where the token comes from. Without a token and a URL, there is no login.
 struct LoginOptions
 {
-    QString token; ///< To begin with.
+    QString token; ///< The initial token.
     QString url;
-    QByteArray credentials; ///< JSON.
+    QByteArray credentials; ///< The JSON to post to url.
 
     bool isWanted() const { return !token.isEmpty() || !url.isEmpty(); }
 };
@@ -42,7 +42,7 @@ struct Options
 
     Action action = Action::Fetch;
     QStringList urls;
-    orv::NetworkRequest request; ///< What is sent to each URL; its own one is empty.
+    orv::NetworkRequest request; ///< What is sent to each URL; its own URL is empty.
     std::optional<std::chrono::milliseconds> timeout;
     std::optional<QByteArray> userAgent;
     int parallel = 1;
@@ -55,10 +55,10 @@ struct Options
     bool includesHead = false;
 };
 
-/// Reads the command line, @p arguments of which the first is the program, and the files that it names.
+/// Reads the command line @p arguments, the first of which is the program, and the files it refers to.
 ///
-/// The error has the code InvalidArgument for a command line that makes no sense, and FileAccess where a file
-/// cannot be read. It quotes no secret.
+/// The error is InvalidArgument for an invalid command line, and FileAccess if a file cannot be read. Its
+/// message contains no secret.
 orv::Result<Options> parseOptions(const QStringList& arguments);
 
 /// The text for --help.

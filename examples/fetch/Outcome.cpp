@@ -12,7 +12,7 @@ using orv::ErrorCode;
 using orv::HttpResponseStatusCode;
 using orv::NetworkTask;
 
-// A task's own time-out looks like a 408, but with that status the reply would have had an error.
+// A task reports its own time-out as a 408 too, but a 408 from the server comes with a reply error.
 bool isTimeout(const NetworkTask& task)
 {
     const auto error = task.networkResponseError();
@@ -39,7 +39,7 @@ Outcome judgeTransport(const NetworkTask& task)
     const auto status = orv::httpResponseStatusCode(error);
     if (isTimeout(task))
         return {ExitCode::TimedOut, u"no progress within the time-out"_s};
-    // A success status says nothing about why the fetch failed.
+    // A success status does not explain why the fetch failed.
     const bool isAboutStatus =
         status != HttpResponseStatusCode::Unknown && !isSuccess(static_cast<int>(status));
     if (isAboutStatus && task.networkReply())
@@ -69,7 +69,7 @@ Outcome judge(const NetworkTask& task)
         return {ExitCode::FileAccess, error.errorMessage()};
     case ErrorCode::AuthenticationFailed:
         return {ExitCode::LoginRequired, error.errorMessage()};
-    case ErrorCode::General: // a file, unless it tells of a reply
+    case ErrorCode::General: // a file error, unless its details refer to a reply
         if (!error.errorDetails().isValid())
             return {ExitCode::FileAccess, error.errorMessage()};
         break;

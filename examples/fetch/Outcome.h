@@ -8,14 +8,14 @@
 
 namespace fetch {
 
-/// How a fetch ended, for the script that ran the program and for people.
+/// How a fetch ended: the exit code for scripts and a message for users.
 struct Outcome
 {
     ExitCode code = ExitCode::Success;
     QString message; ///< Empty after a success.
 };
 
-/// Puts the end of @p task into these terms.
+/// The outcome of the finished @p task.
 Outcome judge(const orv::NetworkTask& task);
 
 /// The HTTP status of the task's last reply, or 0.

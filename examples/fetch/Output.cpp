@@ -32,7 +32,7 @@ std::filesystem::path toPath(const QString& path)
     return std::filesystem::path(path.toStdU16String());
 }
 
-// A link stays one, and what it points to is replaced.
+// A symbolic link is kept; its target is replaced.
 QString realPath(const QString& path)
 {
     const auto real = QFileInfo(path).canonicalFilePath();
@@ -41,7 +41,7 @@ QString realPath(const QString& path)
 
 } // namespace
 
-// A device or a pipe has no content that could be replaced, and must not be replaced itself.
+// A device or a pipe cannot be replaced as a whole, as a regular file can, so it is written to directly.
 bool Output::isStream(const QString& path)
 {
     const QFileInfo info(path);
@@ -86,7 +86,7 @@ Error StreamOutput::open()
 
 Error StreamOutput::write(const QByteArray& bytes)
 {
-    // A reader at the other end gets what there is.
+    // Flushed, so that a reader at the other end gets the data at once.
     const bool isWritten = m_file.write(bytes) == bytes.size() && m_file.flush();
     return isWritten ? Error() : failure(m_file.errorString());
 }
@@ -119,7 +119,7 @@ Error FileOutput::open()
     return error.hasError() ? failure(error.errorMessage()) : Error();
 }
 
-// Somebody else's file of that name is left alone, and so is what a link of that name points to.
+// NewOnly, so that an existing file of that name is not touched, nor the target of such a link.
 Error FileOutput::reservePart()
 {
     constexpr int tries = 100;

@@ -11,23 +11,23 @@
 
 namespace fetch {
 
-/// Where the content of a reply goes as it arrives.
+/// Where the content of a reply is written as it arrives.
 ///
 /// All errors have the code orv::ErrorCode::FileAccess.
 class Output
 {
 public:
-    /// Whether @p path (empty for the standard output) is a stream, on which everything is final at once.
+    /// Whether @p path (empty for the standard output) is a stream, where a write cannot be undone.
     static bool isStream(const QString& path);
     /// The output for @p path. Nothing is opened yet.
     static std::unique_ptr<Output> create(const QString& path);
 
     virtual ~Output();
 
-    /// Begins anew, for each attempt; a stream goes on where it is.
+    /// Starts over, for each attempt. A stream continues where it is.
     virtual orv::Error open() = 0;
     virtual orv::Error write(const QByteArray& bytes) = 0;
-    /// Makes what was written final.
+    /// Makes the output permanent: a file gets its name.
     virtual orv::Error commit() = 0;
 
 protected:
@@ -53,10 +53,9 @@ private:
     QFile m_file;
 };
 
-/// A file that appears, or is replaced, only when the whole of it is there.
+/// A file that is created or replaced only once its content is complete.
 ///
-/// Until then the content is in a file of its own beside it, FILE.part, which goes away if it is not
-/// committed.
+/// Until then the content is in FILE.part beside it, which is removed if it is not committed.
 class FileOutput : public Output
 {
 public:
@@ -71,7 +70,7 @@ private:
     orv::Error reservePart();
 
     orv::FileDownloadOutput m_file;
-    QString m_partPath; // empty while there is no such file
+    QString m_partPath; // empty if there is no such file
 };
 
 } // namespace fetch

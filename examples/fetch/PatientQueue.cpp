@@ -10,7 +10,7 @@ namespace fetch {
 
 using orv::AbstractAuthenticator;
 
-// Connected before any task is, so that free slots go first to those that have waited for the login.
+// Connected before any task, so that free slots go first to the tasks held back during the login.
 void PatientQueue::setLogin(AbstractAuthenticator* login)
 {
     setAuthenticator(login);
@@ -29,7 +29,7 @@ void PatientQueue::exec(orv::Task* task)
 void PatientQueue::onLoginEnded()
 {
     auto held = std::exchange(m_held, {});
-    std::reverse(held.begin(), held.end()); // each is put before those already there
+    std::reverse(held.begin(), held.end()); // each is inserted in front of the previous one
     for (const auto& task : std::as_const(held)) {
         if (!task || task->queue() != this)
             continue;

@@ -7,11 +7,11 @@
 
 namespace fetch {
 
-/// A queue that starts nothing while a login is under way.
+/// A queue that starts no task while a login is in progress.
 ///
-/// A task that waits for a login holds no slot, so the queue by itself would start one after the other, only
-/// to see them wait too, and then go on all at once. What this queue holds back keeps its slot until the
-/// login has ended, and then its place in the queue.
+/// A task that waits for a login holds no slot, so a plain queue would start one task after another, all of
+/// which wait as well and then resume at the same time. A task that this queue holds back keeps its slot
+/// until the login has ended, and then its place in the queue.
 class PatientQueue : public orv::NetworkQueue
 {
     Q_OBJECT
@@ -19,7 +19,7 @@ class PatientQueue : public orv::NetworkQueue
 public:
     using NetworkQueue::NetworkQueue;
 
-    /// Sets the authenticator, whose logins are waited for. To be called once, before any task is added.
+    /// Sets the authenticator whose logins to wait for. Call it once, before any task is added.
     void setLogin(orv::AbstractAuthenticator* login);
 
 protected:

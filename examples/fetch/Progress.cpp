@@ -87,7 +87,7 @@ void Progress::start()
         m_timer.start(std::chrono::milliseconds(200));
 }
 
-// Neither log lines nor content on the same terminal get along with lines that are redrawn.
+// Log lines and content on the same terminal would garble lines that are redrawn.
 bool Progress::isDrawing() const
 {
     const bool isContentThere = m_options.outputPath.isEmpty() && isTerminal(stdout);
@@ -105,7 +105,7 @@ void Progress::onEnded(const Fetcher& fetcher)
         m_terminal.print(fetcher.summary());
 }
 
-// Those that run first, then those that wait for their turn, as many as a small window has room for.
+// Running fetches first, then queued ones, as many as fit into a small window.
 void Progress::draw()
 {
     constexpr qsizetype most = 15;

@@ -14,16 +14,16 @@ namespace fetch {
 class Fetcher;
 struct Options;
 
-/// Tells the user on the standard error how the fetches fare.
+/// Shows the progress of the fetches on the standard error.
 ///
-/// On a terminal there is one line for each that has not ended, redrawn in place. Each end leaves a line: of
-/// a failure always, of a success when there are several URLs. --quiet leaves failures alone.
+/// On a terminal there is one line for each fetch that has not ended, redrawn in place. A line remains for
+/// each failure, and with several URLs for each success. With --quiet there are only the lines for failures.
 class Progress : public QObject
 {
     Q_OBJECT
 
 public:
-    /// Both must outlive it; @p fetchers may be filled until start().
+    /// Both arguments must outlive this object; @p fetchers may be filled until start().
     Progress(const Options& options, const std::vector<std::unique_ptr<Fetcher>>& fetchers);
 
     void start();

@@ -26,8 +26,8 @@ Session::Session(const Options& options, QObject* parent)
     }
 }
 
-// The queue leaves its manager to the application, but connections over TLS need the application to be
-// closed.
+// The queue leaves its manager to the application object, but closing TLS connections needs that object to
+// exist.
 Session::~Session()
 {
     delete m_queue.networkAccessManager();

@@ -14,9 +14,9 @@ namespace fetch {
 
 class JsonLogin;
 
-/// Carries out one set of options: fetches every URL through one queue, with one login for all of them.
+/// Does what the options ask for: fetches all URLs through one queue, with one login for all of them.
 ///
-/// The failure of one does not stop the others.
+/// A failed fetch does not stop the others.
 class Session : public QObject
 {
     Q_OBJECT
@@ -25,16 +25,16 @@ public:
     explicit Session(const Options& options, QObject* parent = nullptr);
     ~Session() override;
 
-    /// Queues everything. To be called once.
+    /// Adds all fetches to the queue. To be called once.
     void start();
-    /// Ends what has not ended as interrupted.
+    /// Ends all unfinished fetches as interrupted.
     void cancel();
 
-    /// The first failure in the order of the command line.
+    /// The code of the first failure in the order of the command line.
     ExitCode exitCode() const;
 
 Q_SIGNALS:
-    /// Every fetch has ended, exitCode() is final. Emitted once.
+    /// All fetches have ended and exitCode() is final. Emitted once.
     void finished();
 
 private:
@@ -43,7 +43,7 @@ private:
 
     const Options m_options;
     PatientQueue m_queue;
-    std::unique_ptr<JsonLogin> m_login; // null where none is wanted
+    std::unique_ptr<JsonLogin> m_login; // null if the options ask for none
     std::vector<std::unique_ptr<Fetcher>> m_fetchers;
     Progress m_progress;
     std::size_t m_endedCount = 0;

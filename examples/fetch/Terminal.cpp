@@ -62,7 +62,7 @@ void Terminal::redraw(const QStringList& lines)
     write(erase + bottomLines(lines));
 }
 
-// Up to the first of the lines at the bottom, and nothing left from there on.
+// Moves the cursor up to the first of the bottom lines and clears everything from there on.
 QString Terminal::eraseSequence()
 {
     return m_bottom.isEmpty() ? QString() : u"\x1b[%1A\r\x1b[J"_s.arg(m_bottom.size());

@@ -7,18 +7,18 @@
 
 namespace fetch {
 
-/// Whether @p stream is a terminal that lines can be redrawn on. Never on Windows.
+/// Whether @p stream is a terminal on which lines can be redrawn. Always false on Windows.
 bool isTerminal(FILE* stream);
 
-/// The standard error: lines that stay, and below them, on a terminal, some that are redrawn in place.
+/// The standard error: permanent lines, and below them, on a terminal, lines that are redrawn in place.
 ///
-/// Control characters, which may come from a server, are not written.
+/// Control characters, which may come from a server, are replaced.
 class Terminal
 {
 public:
-    /// Writes @p line to stay.
+    /// Writes a permanent line.
     void print(const QString& line);
-    /// Replaces the lines at the bottom, each cut to the width of the terminal.
+    /// Replaces the lines at the bottom. Each is truncated to the width of the terminal.
     void redraw(const QStringList& lines);
 
 private:

@@ -34,7 +34,7 @@ int complain(const orv::Error& error)
     return complain(error.errorMessage() + "\nTry orv-fetch --help."_L1, ExitCode::BadUsage);
 }
 
-// Without debug lines, which quote tokens.
+// Debug messages stay off: they contain tokens.
 void startLogging()
 {
     qSetMessagePattern(u"%{time hh:mm:ss.zzz} %{message}"_s);
@@ -46,7 +46,7 @@ int run(const Options& options)
     Session session(options);
     const fetch::Interruption interruption;
     QObject::connect(&interruption, &fetch::Interruption::requested, &session, &Session::cancel);
-    // Queued, since quit() does nothing before exec().
+    // Queued, since quit() has no effect before exec().
     QObject::connect(&session, &Session::finished, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
     session.start();
     QCoreApplication::exec();
@@ -57,10 +57,10 @@ int run(const Options& options)
 
 int main(int argc, char* argv[])
 {
-    // Else Qt may write to the system's journal where there is no terminal.
+    // Otherwise Qt may write to the system's journal if there is no terminal.
     qputenv("QT_FORCE_STDERR_LOGGING", "1");
 #ifdef SIGPIPE
-    // A reader that goes away shall be a failed write like any other.
+    // If the reader of a pipe exits, that should be a write error like any other.
     std::signal(SIGPIPE, SIG_IGN);
 #endif
     const QCoreApplication application(argc, argv);

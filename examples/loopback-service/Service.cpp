@@ -68,6 +68,25 @@ LoopbackReply file(const LoopbackRequest& request)
     return LoopbackReply(200, repeated(nameOf(request.path), *size), "application/octet-stream");
 }
 
+// The reply to a path whose replies do not depend on earlier requests.
+std::optional<LoopbackReply> statelessReply(const LoopbackRequest& request)
+{
+    const auto& path = request.path;
+    if (path == "/hello"_L1)
+        return LoopbackReply(200, "Hello from the loopback service.\n");
+    if (path == "/json"_L1)
+        return LoopbackReply::json({{u"service"_s, u"loopback"_s}, {u"isUp"_s, true}});
+    if (path == "/echo"_L1)
+        return echo(request);
+    if (path == "/stream"_L1)
+        return stream(request);
+    if (path.startsWith("/files/"_L1))
+        return file(request);
+    if (path == "/slow"_L1)
+        return LoopbackReply(200, "That took a while.\n").delayed(10s);
+    return std::nullopt;
+}
+
 } // namespace
 
 Service::Service()
@@ -84,18 +103,8 @@ Service::Service()
 LoopbackReply Service::answer(const LoopbackRequest& request)
 {
     const auto& path = request.path;
-    if (path == "/hello"_L1)
-        return LoopbackReply(200, "Hello from the loopback service.\n");
-    if (path == "/json"_L1)
-        return LoopbackReply::json({{u"service"_s, u"loopback"_s}, {u"isUp"_s, true}});
-    if (path == "/echo"_L1)
-        return echo(request);
-    if (path == "/stream"_L1)
-        return stream(request);
-    if (path.startsWith("/files/"_L1))
-        return file(request);
-    if (path == "/slow"_L1)
-        return LoopbackReply(200, "That took a while.\n").delayed(10s);
+    if (const auto reply = statelessReply(request))
+        return *reply;
     if (path.startsWith("/flaky/"_L1))
         return failFirst(path, 503);
     if (path.startsWith("/busy/"_L1))

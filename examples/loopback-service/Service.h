@@ -16,16 +16,16 @@ namespace service {
 ///   /hello          a text
 ///   /json           a JSON object
 ///   /echo           method, content type and content of the request, in JSON
-///   /stream?size=N  N bytes, the line "0123456789abcde" again and again, in chunks
-///   /files/NAME?size=N  N bytes (1,000,000 if left out), the line NAME again and again
+///   /stream?size=N  N bytes, the line "0123456789abcde" repeated, in chunks
+///   /files/NAME?size=N  N bytes (1,000,000 by default), the line NAME repeated
 ///   /slow           a text, after ten seconds
 ///   /flaky/NAME     503 the first time, then the text NAME
 ///   /busy/NAME      429 the first time, then the text NAME
 ///   /login          a token, {"token": "..."}, for a POST of {"user":"ann","password":"secret"}; else 401
-///   /private/NAME   the text NAME, but 401 without the token that was given last
+///   /private/NAME   the text NAME, but 401 without the most recent token
 ///   /private/flaky/NAME, /private/busy/NAME
-///                   the same again for those who have that token
-///   /log            {"logins": N, "requests": {PATH: N, ...}}: what was asked for so far
+///                   like /flaky/NAME and /busy/NAME, but 401 without the most recent token
+///   /log            {"logins": N, "requests": {PATH: N, ...}}: the requests so far
 ///
 /// Everything else is 404.
 class Service
@@ -33,7 +33,7 @@ class Service
 public:
     Service();
 
-    /// After how many private requests the first token expires; never if left out.
+    /// Sets after how many private requests the first token expires; never by default.
     void setTokenLives(int requests) { m_tokens.setFirstLives(requests); }
 
     /// Starts both servers on ports that the system picks.
@@ -51,7 +51,7 @@ private:
     orv::LoopbackServer m_http{orv::LoopbackServer::Transport::Plain};
     orv::LoopbackServer m_https{orv::LoopbackServer::Transport::Tls};
     Tokens m_tokens;
-    QSet<QString> m_failed; // paths whose first request has failed, as it should
+    QSet<QString> m_failed; // paths whose first request has been answered with a failure
     QMap<QString, int> m_requestCounts;
 };
 

@@ -9,24 +9,24 @@
 
 namespace service {
 
-/// Gives tokens to those who know the password, and knows which token is good.
+/// Issues tokens in return for the password, and checks them.
 ///
-/// Only the token given last is. The first one may be made to expire, after a number of requests.
+/// Only the most recent token is valid. The first one can be made to expire after a number of requests.
 class Tokens
 {
 public:
-    /// How many requests the first token is good for; no limit if left out.
+    /// Sets how many requests the first token is valid for; unlimited by default.
     void setFirstLives(int lives) { m_livesLeft = lives; }
     int loginCount() const { return m_loginCount; }
 
-    /// The answer to a login.
+    /// The reply to a login request.
     orv::LoopbackReply login(const orv::LoopbackRequest& request);
-    /// Whether @p request carries a token that is good; this is one of the requests that it is good for.
+    /// Whether @p request carries a valid token. Counts as one of the requests that the token is valid for.
     bool admits(const orv::LoopbackRequest& request);
 
 private:
     int m_loginCount = 0;
-    QByteArray m_token; // empty before the first login, and when it has expired
+    QByteArray m_token; // empty before the first login and after the token has expired
     std::optional<int> m_livesLeft;
 };
 

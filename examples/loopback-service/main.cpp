@@ -10,7 +10,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// Its own thread, since that is the one way to notice the end of the standard input on every system.
+// Runs on a thread of its own, the only portable way to detect the end of the standard input.
 void quitAtEndOfInput()
 {
     while (std::getchar() != EOF) {
@@ -18,7 +18,7 @@ void quitAtEndOfInput()
     QMetaObject::invokeMethod(qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 }
 
-// How long the first token lives, from "--token-lives N"; -1 for a command line that makes no sense.
+// The number N of "--token-lives N"; -1 if the command line is invalid.
 int tokenLives(const QStringList& arguments)
 {
     bool isNumber = false;

@@ -2,7 +2,8 @@
 
 namespace orv {
 
-// Made once with openssl, from 2020 to 2120 because the clocks of test machines differ. CN=localhost and
+// Generated with openssl, valid from 2020 to 2120 because the clocks of test machines differ. CN=localhost
+// and
 //   subjectAltName=DNS:localhost,IP:127.0.0.1    basicConstraints=critical,CA:TRUE
 //   extendedKeyUsage=serverAuth keyUsage=critical,digitalSignature,keyEncipherment,keyCertSign
 // RSA, because not every TLS backend of Qt imports an elliptic curve key from memory.

@@ -19,9 +19,9 @@ bool wantsClose(const LoopbackRequest& request)
 
 } // namespace
 
-/// Marks that a function of the connection is on the stack. Users' code called from it may drop the
-/// connection, also from an event loop nested in it, so the deletion waits for the outermost visit, and then
-/// for the socket that is calling.
+/// Marks that a function of the connection is on the stack. Users' code that it calls may drop the
+/// connection, even from a nested event loop, so the deletion waits until the outermost of these functions
+/// has returned, and then until the socket that called it has.
 class LoopbackConnection::Visit
 {
 public:
@@ -83,7 +83,7 @@ void LoopbackConnection::onReadyRead()
 
 void LoopbackConnection::onSpace()
 {
-    // A flush reports what it wrote from inside send(), which goes on by itself.
+    // flush() emits this from within send(), whose loop continues anyway.
     if (m_visits == 0)
         onTimeout();
 }
@@ -170,7 +170,7 @@ void LoopbackConnection::endReply()
 }
 
 // Closing while more of a request arrives would reset the connection, and the client could lose the reply. So
-// only the sending side ends, and the rest when the client has closed too.
+// only the sending direction is closed here, and the other one when the client has closed its own.
 void LoopbackConnection::endSending()
 {
     m_state = State::Closing;

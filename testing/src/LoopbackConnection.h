@@ -13,9 +13,9 @@ class QTcpSocket;
 
 namespace orv {
 
-/// One accepted connection: reads requests, has them answered one after the other, and writes the replies.
+/// One accepted connection: reads requests, gets an answer for one after the other, and writes the replies.
 ///
-/// Owned by whoever made it until closed() or drop(), and by itself from then on.
+/// Its creator owns it until closed() or drop(); from then on it deletes itself.
 class LoopbackConnection : public QObject
 {
     Q_OBJECT
@@ -23,7 +23,7 @@ class LoopbackConnection : public QObject
 public:
     using Answer = std::function<LoopbackReply(const LoopbackRequest&)>;
 
-    /// @p number goes into the requests. @p answer may call drop().
+    /// Sets LoopbackRequest::connection to @p number. @p answer may call drop().
     LoopbackConnection(std::unique_ptr<QTcpSocket> socket, int number, Answer answer);
     ~LoopbackConnection() override;
 
@@ -31,7 +31,7 @@ public:
     void drop();
 
 Q_SIGNALS:
-    /// The connection has ended by itself and is about to be deleted.
+    /// The connection has ended without drop() and is about to be deleted.
     void closed();
 
 private:

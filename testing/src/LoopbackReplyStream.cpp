@@ -36,24 +36,32 @@ LoopbackReplyStream::LoopbackReplyStream(const LoopbackReply& reply, bool headOn
 
 QByteArray LoopbackReplyStream::makeHead(bool bodiless) const
 {
-    const LoopbackReply::Private& reply = *m_reply;
-    QByteArray head = "HTTP/1.1 " + QByteArray::number(reply.statusCode).rightJustified(3, '0') + ' ' +
-                      reply.reason + "\r\n";
-    const auto appendAutomatic = [&](const QByteArray& name, const QByteArray& value) {
-        if (!reply.hasField(name))
-            appendField(head, name, value);
-    };
-    if (!bodiless && !reply.contentType.isEmpty())
-        appendAutomatic("Content-Type", reply.contentType);
-    if (!bodiless && reply.chunkSize > 0)
-        appendAutomatic("Transfer-Encoding", "chunked");
-    else if (!bodiless && !reply.untilClose)
-        appendAutomatic("Content-Length", QByteArray::number(reply.content.size()));
-    if (m_last || reply.announcesClose)
-        appendAutomatic("Connection", "close");
-    for (const auto& [name, value] : reply.fields)
+    QByteArray head = "HTTP/1.1 " + QByteArray::number(m_reply->statusCode).rightJustified(3, '0') + ' ' +
+                      m_reply->reason + "\r\n";
+    if (!bodiless)
+        appendContentFields(head);
+    if (m_last || m_reply->announcesClose)
+        appendAutomaticField(head, "Connection", "close");
+    for (const auto& [name, value] : m_reply->fields)
         appendField(head, name, value);
     return head + "\r\n";
+}
+
+void LoopbackReplyStream::appendContentFields(QByteArray& head) const
+{
+    if (!m_reply->contentType.isEmpty())
+        appendAutomaticField(head, "Content-Type", m_reply->contentType);
+    if (m_reply->chunkSize > 0)
+        appendAutomaticField(head, "Transfer-Encoding", "chunked");
+    else if (!m_reply->untilClose)
+        appendAutomaticField(head, "Content-Length", QByteArray::number(m_reply->content.size()));
+}
+
+void LoopbackReplyStream::appendAutomaticField(QByteArray& head, const QByteArray& name,
+                                               const QByteArray& value) const
+{
+    if (!m_reply->hasField(name))
+        appendField(head, name, value);
 }
 
 bool LoopbackReplyStream::atEnd() const
@@ -107,7 +115,8 @@ std::optional<std::chrono::milliseconds> LoopbackReplyStream::pause() const
     using namespace std::chrono_literals;
     if (m_reply->dripBytes > 0)
         return m_reply->dripInterval;
-    // A timer of zero can fire in the same turn, before a client of this thread has read the first part.
+    // A timer of 0 ms can fire in the same iteration of the event loop, before a client on this thread has
+    // read the first part.
     if (m_reply->splitOffset > 0 && m_position == m_reply->splitOffset)
         return 1ms;
     return std::nullopt;

@@ -25,7 +25,7 @@ public:
     int statusCode = 200;
     qsizetype chunkSize = 0; // 0: not chunked
     QByteArray reason;
-    QByteArray content; // of the raw form: everything
+    QByteArray content; // the whole reply if the form is Raw
     QByteArray contentType;
     QList<std::pair<QByteArray, QByteArray>> fields;
     std::chrono::milliseconds delay{0};

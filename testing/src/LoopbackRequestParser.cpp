@@ -85,29 +85,36 @@ LoopbackRequest LoopbackRequestParser::take()
     return std::exchange(m_request, {});
 }
 
-// Complete stands for one line, or for all of one run of data, that has been used.
-LoopbackRequestParser::Progress LoopbackRequestParser::readLine()
+// Whether the line that begins at m_line has arrived and is well-formed; @p end is the position of its line
+// feed, or -1 if that has not arrived.
+LoopbackRequestParser::Progress LoopbackRequestParser::checkLine(qsizetype end) const
 {
-    // A TLS handshake sent to a plain port would otherwise wait for the end of a line that never comes.
+    // Without this check, the server would wait for ever for the line end of a TLS handshake on a plain port.
     if (m_part == Part::StartLine && m_begin < m_buffer.size() && !isLineBegin(m_buffer.at(m_begin)))
         return Progress::Malformed;
-    const qsizetype end = m_buffer.indexOf('\n', m_line);
     if ((end < 0 ? m_buffer.size() : end) - m_begin >= maxHeadSize)
         return Progress::Malformed;
     if (end < 0)
         return Progress::NeedsMore;
-    if (end == m_line || m_buffer.at(end - 1) != '\r')
-        return Progress::Malformed;
+    return end > m_line && m_buffer.at(end - 1) == '\r' ? Progress::Complete : Progress::Malformed;
+}
+
+LoopbackRequestParser::Progress LoopbackRequestParser::readLine()
+{
+    const qsizetype end = m_buffer.indexOf('\n', m_line);
+    const Progress progress = checkLine(end);
+    if (progress != Progress::Complete)
+        return progress;
     const QByteArrayView line = QByteArrayView(m_buffer).sliced(m_line, end - 1 - m_line);
     m_line = end + 1;
 
     const bool wasHead = m_part == Part::Fields;
     if (!useLine(line))
         return Progress::Malformed;
-    if (m_part != Part::Fields)
-        m_begin = m_line;
-    return wasHead && m_part != Part::Fields && expectsContinue() ? Progress::ExpectsContinue
-                                                                  : Progress::Complete;
+    if (m_part == Part::Fields)
+        return Progress::Complete;
+    m_begin = m_line;
+    return wasHead && expectsContinue() ? Progress::ExpectsContinue : Progress::Complete;
 }
 
 bool LoopbackRequestParser::useLine(QByteArrayView line)

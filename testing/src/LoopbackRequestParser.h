@@ -8,28 +8,31 @@
 
 namespace orv {
 
-/// Cuts the bytes of one connection into requests.
+/// Splits the bytes of one connection into requests.
 class LoopbackRequestParser
 {
 public:
     enum class Progress {
-        NeedsMore,       ///< append() more bytes first.
-        ExpectsContinue, ///< The client holds the content back until it is told to go on; advance() again.
-        Complete,        ///< take() the request.
-        Malformed,       ///< Nothing that follows makes sense any more.
+        NeedsMore,       ///< Call append() with more bytes first.
+        ExpectsContinue, ///< The client waits for a 100 before it sends the content; then advance() again.
+        Complete,        ///< Call take() to get the request.
+        Malformed,       ///< Nothing that follows can be parsed.
     };
 
     void append(const QByteArray& bytes);
     Progress advance();
-    /// The request that is complete; the next one can begin.
+    /// Returns the complete request and gets ready for the next one.
     LoopbackRequest take();
 
 private:
     enum class Part { StartLine, Fields, Content, ChunkSize, ChunkData, ChunkEnd, Trailer, End };
 
+    // Complete means that these have read a line, or all of the content or chunk; not that the request is
+    // complete.
     Progress readLine();
-    bool useLine(QByteArrayView line);
     Progress readContent();
+    Progress checkLine(qsizetype end) const;
+    bool useLine(QByteArrayView line);
     bool startRequest(QByteArrayView line);
     bool addField(QByteArrayView line);
     bool endHead();
@@ -39,11 +42,11 @@ private:
     LoopbackRequest m_request;
     Part m_part = Part::StartLine;
     QByteArray m_buffer;
-    qsizetype m_begin = 0; // of what is not in m_request yet
+    qsizetype m_begin = 0; // where the bytes begin that are not in m_request yet
     qsizetype m_line = 0;  // where the next line begins
     std::optional<qint64> m_contentLength;
     bool m_isChunked = false;
-    qint64 m_remaining = 0; // of the content or the chunk
+    qint64 m_remaining = 0; // bytes missing from the content or chunk
 };
 
 } // namespace orv

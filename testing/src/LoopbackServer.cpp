@@ -21,7 +21,8 @@ namespace orv {
 
 namespace {
 
-// Hands out the bare descriptors: a connection counts from its first moment, before any handshake.
+// Passes on the bare descriptors, so that a connection counts as soon as it is accepted, before any
+// handshake.
 class Listener : public QTcpServer
 {
 public:
@@ -31,7 +32,7 @@ public:
         setListenBacklogSize(1024);
     }
 
-    // Users' code that runs on a new connection may close the server, while QTcpServer is still on the stack.
+    // A slot of connectionOpened() may close the server while QTcpServer is still on the stack.
     void discard()
     {
         close();
@@ -88,13 +89,13 @@ public:
 
     LoopbackServer* const q;
     Transport transport = Transport::Plain;
-    std::optional<QSslConfiguration> tls; // only when needed: making one loads the TLS library
+    std::optional<QSslConfiguration> tls; // created by listen(), since that loads the TLS library
     Listener* listener = nullptr;         // null when not listening
     quint16 port = 0;
     QSet<LoopbackConnection*> connections;
     int connectionCount = 0;
     QHash<QString, Script> scripts;
-    // Shared, so that it survives a handler that replaces it or deletes the server.
+    // Shared, so that a handler stays alive while it runs, even if it replaces itself or deletes the server.
     std::shared_ptr<const std::function<LoopbackReply(const LoopbackRequest&)>> handler;
     QList<LoopbackRequest> requests;
     bool recording = true;

@@ -15,7 +15,7 @@ class QSslCertificate;
 
 namespace orv {
 
-/// An HTTP/1.1 server on 127.0.0.1 with scripted answers, the peer in tests of code that talks to a server.
+/// An HTTP/1.1 server on 127.0.0.1 with scripted replies, for tests of code that talks to a server.
 ///
 /// @code
 /// LoopbackServer server;
@@ -23,20 +23,20 @@ namespace orv {
 /// server.addReply(QStringLiteral("/users"), LoopbackReply::json({{QStringLiteral("count"), 2}}));
 /// if (server.listen().hasError())
 ///     return;
-/// send(server.url(QStringLiteral("/users"))); // and again, since the first answer is 503
+/// send(server.url(QStringLiteral("/users"))); // and again after the 503
 /// const QByteArray token = server.requests().constLast().field("Authorization");
 /// @endcode
 ///
-/// Connections are kept open between requests, and those that a client pipelines are answered in order: one
-/// is taken up when the answer to the one before it has been handed to the system. Content may come with a
-/// Content-Length or chunked; "Expect: 100-continue" is granted. A head that is malformed or over 1 MB gets a
-/// 400 and the connection is closed, and neither is recorded. A request with "Connection: close", or of
-/// HTTP/1.0, closes its connection too.
+/// Connections stay open between requests. Pipelined requests are answered in order: each is processed once
+/// the reply to the previous one has been handed to the operating system. Content is accepted with a
+/// Content-Length or chunked; "Expect: 100-continue" is answered with a 100. A head that is malformed or
+/// larger than 1 MB is answered with a 400, after which the connection is closed; such requests are not
+/// recorded. The connection is also closed after a request with "Connection: close" or of HTTP/1.0.
 ///
-/// The server, which needs a running event loop, lives on one thread: use it and delete it there. It may be
-/// moved to another before listen(). From listen() to close(), port() and url() may be called from any
-/// thread. It may be deleted in a slot connected to its signals and in the handler. It owns its connections,
-/// and drops them when it goes.
+/// The server needs a running event loop and lives on one thread: use it and delete it there. It may be moved
+/// to another thread before listen(). Between listen() and close(), port() and url() may be called from any
+/// thread. It may be deleted in the handler and in slots connected to its signals. It owns its connections;
+/// its destructor drops them.
 class ORV_NETWORK_TESTING_EXPORT LoopbackServer : public QObject
 {
     Q_OBJECT
@@ -52,48 +52,49 @@ public:
     explicit LoopbackServer(Transport transport = Transport::Plain, QObject* parent = nullptr);
     ~LoopbackServer() override;
 
-    /// Starts to accept connections on a port that the system picks. ErrorCode::Network when there is none,
-    /// when the server listens already, or when Qt cannot do TLS here.
+    /// Starts accepting connections on a free port that the system picks. Returns ErrorCode::Network if there
+    /// is none, if the server is listening already, or if TLS is needed and Qt does not support it here.
     Error listen();
-    /// Stops listening and drops all connections at once. listen() may follow, on another port.
+    /// Stops listening and drops all connections at once. listen() may be called again; it picks a new port.
     void close();
-    /// Drops all connections at once and goes on listening.
+    /// Drops all connections at once and continues to listen.
     void dropConnections();
 
-    /// The port of the last listen(); 0 when not listening.
+    /// The port, or 0 when not listening.
     quint16 port() const;
-    /// The address of @p path, which begins with a slash and is percent-encoded where an URL has to be.
+    /// The URL of @p path, which begins with a slash and is percent-encoded as in a URL.
     QString url(const QString& path = QStringLiteral("/")) const;
-    /// The self-signed certificate of Transport::Tls, for localhost and 127.0.0.1, to be added to a client's
-    /// CA certificates. Its key is published with this library: never trust it outside of tests.
+    /// The self-signed certificate used with Transport::Tls, for localhost and 127.0.0.1; add it to a
+    /// client's CA certificates. Its key is published with this library: never trust it outside tests.
     static QSslCertificate certificate();
 
-    /// Appends an answer to requests for @p path (decoded, without query). The n-th request for a path gets
-    /// its n-th answer; the last one repeats, until another is added.
+    /// Appends a reply to the script for @p path (percent-decoded, without query). The n-th request for a
+    /// path gets its n-th reply; the last one is repeated until another is added.
     void addReply(const QString& path, const LoopbackReply& reply);
-    /// Answers requests for paths without a reply of their own; null takes it away. Without either, the
-    /// answer is 404. The handler runs on the server's thread, after requestReceived(), and must not throw.
+    /// Sets the function that answers requests for paths without a script; null removes it. Without a script
+    /// and a handler, the reply is a 404. The handler runs on the server's thread, after requestReceived(),
+    /// and must not throw.
     void setHandler(std::function<LoopbackReply(const LoopbackRequest&)> handler);
 
-    /// The recorded requests, in the order in which they were complete.
+    /// The recorded requests, in the order in which they became complete.
     QList<LoopbackRequest> requests() const;
-    /// The recorded requests for @p path (decoded, without query).
+    /// The recorded requests for @p path (percent-decoded, without query).
     QList<LoopbackRequest> requests(const QString& path) const;
-    /// Forgets the recorded requests. Which reply is next for a path stays as it is.
+    /// Removes the recorded requests. The scripts are not affected.
     void clearRequests();
-    /// Whether requests are recorded, true by default. Each one stays in memory, content included, until
-    /// cleared.
+    /// Whether requests are recorded; true by default. Recorded requests stay in memory, with their content,
+    /// until clearRequests().
     void setRecording(bool recording);
-    /// How many connections were accepted since the server was made, including TLS ones whose handshake
+    /// How many connections have been accepted since construction, including those whose TLS handshake
     /// failed.
     int connectionCount() const;
 
 Q_SIGNALS:
-    /// A connection was accepted, before anything was read from it; 1 for the first. Deleting the server in a
-    /// slot is safe, here and below.
+    /// A connection was accepted; nothing has been read from it yet. @p connection is 1 for the first one.
+    /// Slots may delete the server.
     void connectionOpened(int connection);
-    /// A request is complete and, if wanted, recorded. Once for each; the answer is looked up after the slots
-    /// have run.
+    /// A request is complete and has been recorded (see setRecording()). Emitted once per request, before the
+    /// reply is chosen. Slots may delete the server.
     void requestReceived(const orv::LoopbackRequest& request);
 
 private:

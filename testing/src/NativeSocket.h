@@ -2,12 +2,13 @@
 
 #include <QtGlobal>
 
-/// What QAbstractSocket does not offer. The arguments are its socketDescriptor(); a bad one is ignored.
+/// Operations that QAbstractSocket does not offer, on its socketDescriptor(). Invalid descriptors are
+/// ignored.
 namespace orv::NativeSocket {
 
-/// Sends FIN; receiving goes on.
+/// Sends FIN; receiving is still possible.
 void finishSending(qintptr descriptor);
-/// Makes the next close of the descriptor send RST and drop what is unsent.
+/// Makes closing the descriptor send RST and discard unsent data.
 void resetOnClose(qintptr descriptor);
 
 } // namespace orv::NativeSocket

@@ -1,4 +1,4 @@
-# Makes the Debian packages and unpacks them in ${root}.
+# Builds the Debian packages and unpacks them into ${root}.
 
 file(REMOVE_RECURSE ${root} ${build_dir}/packages)
 execute_process(COMMAND ${CMAKE_CPACK_COMMAND} WORKING_DIRECTORY ${build_dir} OUTPUT_QUIET COMMAND_ERROR_IS_FATAL ANY)

@@ -7,7 +7,7 @@ function(configure)
 endfunction()
 
 file(REMOVE_RECURSE ${build_dir})
-configure(CMAKE_CXX_COMPILER=${compiler} ORV_BUILD_TESTING_KIT=OFF) # without tests, then: they need the kit
+configure(CMAKE_CXX_COMPILER=${compiler} ORV_BUILD_TESTING_KIT=OFF) # tests are off then, since they need the kit
 configure(ORV_BUILD_EXAMPLES=OFF)
 configure(ORV_INSTALL=OFF)
 configure(ORV_BUILD_TESTING_KIT=ON ORV_BUILD_TESTS=ON)

@@ -1,4 +1,4 @@
-# Builds and runs the application with what pkg-config says about the libraries in ${libdir}.
+# Builds and runs the application with the flags that pkg-config prints for the libraries in ${libdir}.
 
 set(ENV{PKG_CONFIG_PATH} ${libdir}/pkgconfig)
 execute_process(COMMAND ${pkg_config} --cflags --libs orv_network_testing orv_network
@@ -10,5 +10,5 @@ execute_process(COMMAND ${program} COMMAND_ERROR_IS_FATAL ANY)
 
 execute_process(COMMAND ${readelf} -d ${program} OUTPUT_VARIABLE needed COMMAND_ERROR_IS_FATAL ANY)
 if(NOT needed MATCHES "\\[liborv_network\\.so\\.${abi}\\]")
-    message(FATAL_ERROR "liborv_network.so.${abi} is not among what the application needs:\n${needed}")
+    message(FATAL_ERROR "liborv_network.so.${abi} is not among the libraries that the application needs:\n${needed}")
 endif()

@@ -28,7 +28,7 @@ public:
     FetchProcess(const FetchProcess&) = delete;
     FetchProcess& operator=(const FetchProcess&) = delete;
 
-    /// Runs the program to its end and returns the exit code; -1 if there is none. The event loop goes on
+    /// Runs the program until it exits and returns the exit code; -1 if there is none. The event loop runs
     /// meanwhile.
     int run(const QByteArray& input = {})
     {
@@ -52,14 +52,14 @@ public:
         return hasEnded && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
     }
 
-    /// What the program has written to its standard output so far.
+    /// The standard output so far.
     const QByteArray& output()
     {
         m_output += m_process.readAllStandardOutput();
         return m_output;
     }
 
-    /// What it has written to its standard error until it ended.
+    /// The standard error; only complete after run() or wait().
     const QByteArray& messages() const { return m_messages; }
 
     QProcess& process() { return m_process; }

@@ -8,7 +8,7 @@
 
 using namespace orv;
 
-/// A coroutine whose frame may be destroyed at any time; a QCoro::Task never does that while it is suspended.
+/// A coroutine whose frame may be destroyed while it is suspended, which a QCoro::Task never does.
 struct Frame
 {
     struct promise_type // NOLINT(readability-identifier-naming)
@@ -22,7 +22,7 @@ struct Frame
     std::coroutine_handle<promise_type> handle;
 };
 
-/// A task that the test ends, a coroutine that waits for it, and what became of them.
+/// A task that the test ends, a coroutine that waits for it, and a log of what happened.
 struct Scene
 {
     struct Probe : Task
@@ -33,16 +33,16 @@ struct Scene
 
     static Frame wait(Scene* scene)
     {
-        auto end = awaitTask(scene->task); // outlives the wait, as in an expression with several of them
+        auto end = awaitTask(scene->task); // outlives the suspension, as in an expression with several awaits
         scene->log += QString::number(static_cast<int>((co_await end).errorCode())) + QLatin1Char(' ');
         co_await std::suspend_always();
-        scene->log += QStringLiteral("woken again");
+        scene->log += QStringLiteral("resumed again");
     }
 
     QString log;
     TasksQueue queue;
     std::unique_ptr<Probe> owner = std::make_unique<Probe>();
-    Probe* task = owner.get(); // dangling once it is gone
+    Probe* task = owner.get(); // may dangle once the owner is reset
     Frame frame;
 };
 
@@ -51,7 +51,7 @@ class tst_Coroutines : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void goesOnOnceAtEveryEnd_data()
+    void resumesOnceHoweverTheTaskEnds_data()
     {
         using Step = std::function<void(Scene&)>;
         const Step nothing = [](Scene&) {};
@@ -60,7 +60,7 @@ private Q_SLOTS:
         const Step fail = [](Scene& s) { s.task->finish(Error(ErrorCode::Network)); };
         const Step cancel = [](Scene& s) { s.task->cancel(); };
         const Step destroy = [](Scene& s) { s.owner.reset(), s.task = nullptr; };
-        const Step destroyLater = [](Scene& s) { // in finished()
+        const Step destroyLater = [](Scene& s) { // during finished()
             connect(s.task, &Task::finished, &s.queue, [&s] { s.owner.reset(); });
         };
         const Step leave = [=](Scene& s) { s.frame.handle.destroy(), s.frame = {}, succeed(s); };
@@ -80,7 +80,7 @@ private Q_SLOTS:
         QTest::newRow("coroutine destroyed") << nothing << leave << "run |";
     }
 
-    void goesOnOnceAtEveryEnd()
+    void resumesOnceHoweverTheTaskEnds()
     {
         QFETCH(const std::function<void(Scene&)>, before);
         QFETCH(const std::function<void(Scene&)>, meanwhile);
@@ -91,7 +91,7 @@ private Q_SLOTS:
         scene.log += QStringLiteral("| ");
         QCoreApplication::processEvents();
         meanwhile(scene);
-        scene.owner.reset(); // must not wake it again
+        scene.owner.reset(); // must not resume it a second time
         QTEST(scene.log.trimmed(), "log");
         if (scene.frame.handle)
             scene.frame.handle.destroy();

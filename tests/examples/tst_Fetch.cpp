@@ -49,7 +49,7 @@ private:
     QString path(const QString& name) const { return m_directory->filePath(name); }
     QStringList files() const { return filesIn(m_directory->path()); }
 
-    // Options to save in the directory, and URLs /1 to /count.
+    // The option to save in the directory, and the URLs /1 to /count.
     QStringList urls(int count) const
     {
         QStringList arguments{u"-o"_s, m_directory->path()};
@@ -72,7 +72,7 @@ private Q_SLOTS:
         QVERIFY(m_directory->isValid());
     }
 
-    void sendsWhatItIsAskedFor_data()
+    void sendsTheRequestThatTheOptionsDescribe_data()
     {
         addColumns<QString, QByteArray, QByteArrayList, QByteArray>(
             {"options", "method", "fields", "content"});
@@ -90,13 +90,13 @@ private Q_SLOTS:
         row("-A me/1 -a text/html -H Accept:image/png", "GET", {"User-Agent: me/1", "Accept: image/png"});
     }
 
-    void sendsWhatItIsAskedFor()
+    void sendsTheRequestThatTheOptionsDescribe()
     {
         QFETCH(const QString, options);
         QFETCH(const QByteArrayList, fields);
         m_server->addReply(u"/a"_s, LoopbackReply());
         FetchProcess fetch(QProcess::splitCommand(options) << m_server->url(u"/a?b=%20c"_s));
-        QCOMPARE(fetch.run("\r\n\xff\n"), 0); // for @-
+        QCOMPARE(fetch.run("\r\n\xff\n"), 0); // read by @-
         QCOMPARE(fetch.messages(), QByteArray());
 
         QCOMPARE(m_server->requests().size(), 1);
@@ -109,9 +109,9 @@ private Q_SLOTS:
             QVERIFY2(request.head.contains("\r\n" + field + "\r\n"), request.head.constData());
     }
 
-    void refusesCommandLinesThatMakeNoSense_data()
+    void refusesInvalidCommandLines_data()
     {
-        // URL and DIR stand for some that would work.
+        // URL and DIR stand for valid ones.
         addRows("line", {"", "file:///etc/hostname", "URL/a URL/b", "-o DIR/file URL/a URL/b",
                          "-o DIR URL/a URL/b/%61", "--frobnicate URL", "-X BREW URL", "-X GET -dx URL",
                          "-H Name URL", "-H \"A: b\r\nC: d\" URL", "-t 0 URL", "--retries=-1 URL", "-P0 URL",
@@ -119,7 +119,7 @@ private Q_SLOTS:
                          "--login-url URL --login-data=secret URL"});
     }
 
-    void refusesCommandLinesThatMakeNoSense()
+    void refusesInvalidCommandLines()
     {
         QFETCH(QString, line);
         m_server->addReply(u"/"_s, LoopbackReply());
@@ -133,7 +133,7 @@ private Q_SLOTS:
         QCOMPARE(m_server->connectionCount(), 0);
     }
 
-    void endsWithAnExitCodeAndReplacesTheFileOnSuccessOnly_data()
+    void replacesTheFileOnlyOnSuccess_data()
     {
         addColumns<LoopbackReply, int, QByteArray, QByteArray, QString>(
             {"reply", "exitCode", "content", "message", "options"});
@@ -152,7 +152,7 @@ private Q_SLOTS:
         row("truncated", truncated(), 3, "old", "");
     }
 
-    void endsWithAnExitCodeAndReplacesTheFileOnSuccessOnly()
+    void replacesTheFileOnlyOnSuccess()
     {
         QFETCH(const LoopbackReply, reply);
         QFETCH(const int, exitCode);
@@ -173,7 +173,7 @@ private Q_SLOTS:
         }
     }
 
-    void retryReplacesWhatTheFailedAttemptWrote()
+    void discardsTheContentOfAFailedAttempt()
     {
         m_server->addReply(u"/"_s, truncated());
         m_server->addReply(u"/"_s, LoopbackReply(200, "content"));
@@ -182,7 +182,7 @@ private Q_SLOTS:
         QCOMPARE(readFile(path(u"file"_s)), "content"_ba);
     }
 
-    void endsInOrderWhenInterrupted()
+    void removesThePartialFileWhenInterrupted()
     {
 #ifdef Q_OS_UNIX
         m_server->addReply(u"/"_s, stalled());
@@ -199,7 +199,7 @@ private Q_SLOTS:
 #endif
     }
 
-    void fetchesEveryUrlWhateverFailsAmongThem()
+    void fetchesAllUrlsDespiteFailures()
     {
         m_server->addReply(u"/1"_s, LoopbackReply(200, "one"));
         // The first failure on the command line is not the first one in time.
@@ -218,7 +218,7 @@ private Q_SLOTS:
         }
     }
 
-    void logsInOnceForEachExpiry_data()
+    void logsInOncePerExpiredToken_data()
     {
         const auto row = addColumns<QString, int, int>({"option", "lives", "logins"});
         row("one at a time", u"-P1"_s, 5, 3);
@@ -227,7 +227,7 @@ private Q_SLOTS:
         row("a token that has expired", u"--token=old"_s, 100, 1);
     }
 
-    void logsInOnceForEachExpiry()
+    void logsInOncePerExpiredToken()
     {
         QFETCH(const QString, option);
         QFETCH(const int, lives);
@@ -255,7 +255,7 @@ private Q_SLOTS:
             QCOMPARE(readFile(path(name)), "yes"_ba);
     }
 
-    void endsWithoutATokenWhenThereIsNone_data()
+    void failsAfterLoginsWithoutAUsableToken_data()
     {
         const auto row = addColumns<QList<LoopbackReply>, QString, int, int, QByteArray>(
             {"answers", "options", "exitCode", "mostLogins", "message"});
@@ -268,7 +268,7 @@ private Q_SLOTS:
         row("a token with a line break", {tokenReply(u"a\r\nX: b"_s)}, {}, 1, 1, "line break");
     }
 
-    void endsWithoutATokenWhenThereIsNone()
+    void failsAfterLoginsWithoutAUsableToken()
     {
         QFETCH(const QList<LoopbackReply>, answers);
         QFETCH(const QString, options);

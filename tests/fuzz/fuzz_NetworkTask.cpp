@@ -14,7 +14,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// What lives as long as the process.
+// Objects that live as long as the process.
 struct World
 {
     World()
@@ -47,7 +47,7 @@ void require(bool condition, const char* what)
     std::abort();
 }
 
-// A verdict is a success with a status that says so, or an error with a number.
+// A task succeeds only with a successful status; otherwise its error has the number of the failure.
 void requireVerdict(const NetworkTask& task)
 {
     const int status = task.httpResponseStatusCodeNumber();
@@ -64,7 +64,8 @@ void requireVerdict(const NetworkTask& task)
 
 } // namespace
 
-/// The first byte says how the task is run, the second where the answer is split; the rest is the answer.
+/// The first byte selects how the task runs, the second where the response is split; the rest is the
+/// response.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t size)
 {
     if (size < 2)
@@ -91,7 +92,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* bytes, std::size_t siz
         ++ends;
         loop.quit();
     });
-    if (mode & 8) // consumes what comes, and goes in the middle of it
+    if (mode & 8) // consume the content as it arrives and cancel in the middle of it
         QObject::connect(&task, &NetworkTask::readyRead, &task, [&] {
             if (task.read(10).isEmpty() && task.chopFirstBytes(1) == 0)
                 task.cancel();

@@ -10,7 +10,7 @@ using namespace orv;
 
 namespace {
 
-// The bytes that the server answers to a GET.
+// The bytes of the server's response to a GET.
 QByteArray bytesOf(const LoopbackServer& server, const QString& path)
 {
     QByteArray bytes;
@@ -48,7 +48,7 @@ QList<LoopbackReply> replies()
 
 } // namespace
 
-/// Writes the seeds of fuzz_NetworkTask, answers of our own server, into the directory that is given.
+/// Writes seeds for fuzz_NetworkTask, responses of LoopbackServer, to the directory on the command line.
 int main(int argc, char** argv)
 {
     QCoreApplication application(argc, argv);

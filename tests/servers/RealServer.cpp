@@ -28,7 +28,7 @@ tail -c +500001 random
 
 // %1 to %3 stand for the ports, %4 for the directory.
 
-// Workers run as who starts the server, or they could not read its directory.
+// "user root": when started by root, workers must also run as root to be able to read the directory.
 constexpr auto NGINX = R"(
 daemon off;
 user root;
@@ -81,12 +81,12 @@ $SERVER["socket"] == "127.0.0.1:%3" { ssl.engine = "enable" server.max-keep-aliv
 QString program(const QString& name)
 {
     const auto found = QStandardPaths::findExecutable(name);
-    // Debian keeps it where only the administrator looks.
+    // Debian installs servers in a directory that is in the PATH of the administrator only.
     return found.isEmpty() ? QStandardPaths::findExecutable(name, {u"/usr/sbin"_s, u"/usr/local/sbin"_s})
                            : found;
 }
 
-// Two servers that are alive at the same time cannot be given the same port.
+// All three servers exist at the same time, so the system gives them different ports.
 std::array<quint16, 3> freePorts()
 {
     std::array<QTcpServer, 3> servers;
@@ -101,7 +101,7 @@ RealServer::RealServer(Kind kind)
     : m_kind(kind)
 {
 #ifdef Q_OS_LINUX
-    // Where the test dies before it comes to its end, so does the server, and it takes its workers along.
+    // If the test crashes, the server is terminated, together with its workers.
     m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
 #endif
 }
@@ -203,6 +203,6 @@ bool RealServer::awaitPort(quint16 port)
         socket.connectToHost(QHostAddress(QHostAddress::LocalHost), port);
         return socket.waitForConnected(1000);
     };
-    // If another program has the port, the server ends by itself, and whoever answers is not ours.
+    // If another process has taken the port, the server exits, and it is that process which answers.
     return QTest::qWaitFor(isOpen, 10000) && m_process.state() == QProcess::Running;
 }

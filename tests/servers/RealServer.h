@@ -6,16 +6,16 @@
 
 #include <array>
 
-/// A private server that others have written, in a directory of its own, on three ports of 127.0.0.1: plain
-/// HTTP, HTTP/2 over TLS with a self-signed certificate, and the latter with connections that end after 10
-/// requests. It ends with this object, or with this process.
+/// A private nginx or lighttpd with its own directory, on three ports of 127.0.0.1: plain HTTP, HTTP/2 over
+/// TLS with a self-signed certificate, and the same with connections that end after 10 requests. The server
+/// is terminated with this object or with this process.
 ///
 ///   /text      the text "Hello from a server.\n"
 ///   /random    a megabyte, the same as content()
-///   /slow      the same, within a second; lighttpd: of a length that is not told
+///   /slow      the same, spread over about a second; lighttpd: chunked
 ///   /long      a long text, the same as longText(), gzip-encoded
-///   /closed    nginx: the connection is closed without an answer
-///   /limited   nginx: the text, for two requests a second; 429 for the others
+///   /closed    nginx: the connection is closed without a reply
+///   /limited   nginx: the text, but 429 for more than two requests a second
 ///   /post      nginx: the text "posted"
 class RealServer
 {
@@ -28,11 +28,11 @@ public:
     RealServer(const RealServer&) = delete;
     RealServer& operator=(const RealServer&) = delete;
 
-    /// Which of the programs that are needed is not installed; empty if there is none.
+    /// A required program that is not installed; empty if there is none.
     QString missingProgram() const;
-    /// Starts the server and waits until it accepts connections. Returns what went wrong; empty for nothing.
+    /// Starts the server and waits until it accepts connections. Returns an error text; empty on success.
     QString start();
-    /// Makes the server read its configuration again while it goes on with what it is doing.
+    /// Makes the server reload its configuration without interrupting requests in progress.
     bool reload();
 
     QString url(Port port, const QString& path) const;

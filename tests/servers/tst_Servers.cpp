@@ -11,7 +11,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-#include <numeric>
 #include <vector>
 
 using namespace Qt::StringLiterals;
@@ -27,22 +26,24 @@ struct Scenario
     QString path = u"/text"_s;
     QByteArray content = "Hello from a server.\n";
     int count = 60;
-    int inParallel = 0; ///< How many run at once through a queue; 0 for all of them without one.
+    int inParallel = 0; ///< How many run at once through a queue; 0 for all of them, without a queue.
     NetworkRequest::Method method = NetworkRequest::Method::Get;
     bool isHttp2 = false;
-    int leastRetries = 0;
-    std::pair<QByteArray, QByteArray> header = {}; ///< What each reply must hold.
+    std::pair<QByteArray, QByteArray> header = {}; ///< A field that each reply must have.
 };
 
-/// Lets a task use HTTP/2 on connections that the server ends (GOAWAY). What begins while such a connection
-/// is still in use, Qt forgets: only the time-out ends it.
+/// Lets a task use HTTP/2 although the server closes connections (GOAWAY). Qt loses requests that are started
+/// while such a connection is still in use, so only the time-out ends them.
 void surviveGoAway(NetworkTask& task)
 {
     task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
     task.setTimeout(1000);
+    // A busy machine may need longer.
+    QObject::connect(&task, &NetworkTask::aboutToRetry, &task,
+                     [&task] { task.setTimeout(task.timeout() * 2); });
 }
 
-/// Tasks that share a manager, and how often each of them has ended.
+/// Tasks that share a manager, and a count of their ends.
 class Crowd
 {
 public:
@@ -67,17 +68,17 @@ public:
         return task;
     }
 
-    /// Waits until each task has ended; false if one does not, or ends twice.
+    /// Waits until all tasks have ended; false if one does not end, or ends twice.
     bool end()
     {
         const auto hasEnded = [](const auto& task) { return task->isFinished(); };
         const auto haveEnded = [&] { return std::all_of(tasks.begin(), tasks.end(), hasEnded); };
-        const bool isDone = QTest::qWaitFor(haveEnded, 20000);
-        QCoreApplication::processEvents(); // what might follow
+        const bool isDone = QTest::qWaitFor(haveEnded, 120000);
+        QCoreApplication::processEvents(); // for a second end
         return isDone && m_ends == tasks.size();
     }
 
-    /// What the tasks ended with that have not got one of @p contents.
+    /// The errors of the tasks that did not receive one of @p contents.
     QByteArray losses(const QByteArrayList& contents) const
     {
         QByteArray losses;
@@ -95,7 +96,7 @@ private:
     std::size_t m_ends = 0;
 
 public:
-    std::vector<std::unique_ptr<NetworkTask>> tasks; ///< They go first.
+    std::vector<std::unique_ptr<NetworkTask>> tasks; ///< Last, so that they are destroyed first.
 };
 
 } // namespace
@@ -106,7 +107,7 @@ Q_DECLARE_METATYPE(Scenario)
     if (!(server)->missingProgram().isEmpty())                                                               \
     QSKIP(qPrintable((server)->missingProgram() + u" is not installed"_s))
 
-/// The library, alone and in the program orv-fetch, against servers that others have written.
+/// The library, on its own and in the program orv-fetch, against nginx and lighttpd.
 class tst_Servers : public QObject
 {
     Q_OBJECT
@@ -200,7 +201,6 @@ private Q_SLOTS:
                                      .content = m_servers[RealServer::Lighttpd]->content(),
                                      .count = 6,
                                      .header = {"Transfer-Encoding", "chunked"}});
-        addRow("a limited rate", {.path = u"/limited"_s, .count = 2, .inParallel = 2, .leastRetries = 1});
     }
 
     void losesNoTask()
@@ -218,16 +218,12 @@ private Q_SLOTS:
                 task.setRequest(request);
                 surviveGoAway(task);
                 task.setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
-                if (scenario.leastRetries == 0)
-                    task.setDelayPolicy(Retriable::DelayPolicy::None);
+                task.setDelayPolicy(Retriable::DelayPolicy::None);
             });
         }
         QVERIFY(crowd.end());
         const auto losses = crowd.losses({scenario.content});
         QVERIFY2(losses.isEmpty(), losses.constData());
-        const auto countRetries = [](int sum, const auto& task) { return sum + task->retriesCount(); };
-        const int retries = std::accumulate(crowd.tasks.begin(), crowd.tasks.end(), 0, countRetries);
-        QVERIFY2(retries >= scenario.leastRetries, QByteArray::number(retries).constData());
         bool isOverHttp2 = false;
         for (const auto& task : crowd.tasks) {
             const auto* const reply = task->networkReply();
@@ -237,7 +233,25 @@ private Q_SLOTS:
         QCOMPARE(isOverHttp2, scenario.isHttp2);
     }
 
-    void outlivesAReload_data()
+    void retriesRequestsThatExceedTheRateLimit()
+    {
+        const auto& server = m_servers.at(RealServer::Nginx);
+        REQUIRE(server);
+        bool isRefused = false;
+        const auto noteRetries = [&](NetworkTask& task) {
+            connect(&task, &NetworkTask::aboutToRetry, this, [&] { isRefused = true; });
+        };
+        // On a busy machine, two requests may arrive so far apart that neither is refused.
+        while (!isRefused) {
+            Crowd crowd;
+            for (int i = 0; i < 2; ++i)
+                crowd.add(server->url(RealServer::Plain, u"/limited"_s), noteRetries);
+            QVERIFY(crowd.end());
+            QCOMPARE(crowd.losses({"Hello from a server.\n"}), QByteArray());
+        }
+    }
+
+    void survivesAReloadOfTheServer_data()
     {
         QTest::addColumn<RealServer::Kind>("kind");
         QTest::addColumn<RealServer::Port>("port");
@@ -247,8 +261,8 @@ private Q_SLOTS:
         QTest::newRow("lighttpd, HTTP/2") << RealServer::Lighttpd << RealServer::Tls;
     }
 
-    // Tasks are added in the middle of a body, while the server is about to leave the connection.
-    void outlivesAReload()
+    // Tasks are added while content is being received on a connection that the server is about to close.
+    void survivesAReloadOfTheServer()
     {
         QFETCH(const RealServer::Kind, kind);
         QFETCH(const RealServer::Port, port);
@@ -257,13 +271,12 @@ private Q_SLOTS:
 
         Crowd crowd;
         auto& first = crowd.add(server->url(port, u"/slow"_s), surviveGoAway);
-        QTRY_VERIFY(first.networkReply() && first.networkReply()->bytesAvailable() > 0);
+        QVERIFY(QSignalSpy(&first, &NetworkTask::readyRead).wait(20000));
         QVERIFY(server->reload());
-        for (int i = 0; i < 10; ++i) {
-            QTest::qWait(20);
+        do {
             crowd.add(server->url(port, u"/text"_s), surviveGoAway);
-        }
-        QVERIFY(!first.isFinished());
+            QTest::qWait(20);
+        } while (!first.isFinished());
         QVERIFY(crowd.end());
         const auto losses = crowd.losses({server->content(), "Hello from a server.\n"});
         QVERIFY2(losses.isEmpty(), losses.constData());

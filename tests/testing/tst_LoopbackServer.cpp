@@ -29,7 +29,7 @@ QByteArray get(const QByteArray& target, const QByteArray& method = "GET")
     return method + ' ' + target + " HTTP/1.1\r\nHost: x\r\n\r\n";
 }
 
-/// A client without any knowledge of HTTP, which keeps what it receives, read by read.
+/// A client that knows nothing of HTTP and records what it receives, read by read.
 class Client : public QTcpSocket
 {
 public:
@@ -69,7 +69,7 @@ private Q_SLOTS:
         QVERIFY(!m_server->listen().hasError());
     }
 
-    // In another thread, as a benchmark would have it.
+    // In another thread, as in a benchmark.
     void carriesLargeContentsBothWays()
     {
         QByteArray content(8 << 20, 'x');
@@ -91,7 +91,7 @@ private Q_SLOTS:
         QNetworkRequest request = trusting(server->url());
         request.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_ba);
         const std::unique_ptr<QNetworkReply> reply(manager.post(request, content));
-        // QTRY_ would let the client run only every 10 ms.
+        // Not QTRY_COMPARE, which would let the client run only every 10 ms.
         QVERIFY(QSignalSpy(reply.get(), &QNetworkReply::finished).wait());
         QCOMPARE(reply->error(), QNetworkReply::NoError);
         QVERIFY(reply->readAll() == content);
@@ -99,19 +99,19 @@ private Q_SLOTS:
         thread.wait();
     }
 
-    void mayBeDeletedWhereverItCallsOut_data()
+    void mayBeDeletedInSlotsAndHandlers_data()
     {
         addRows("place", {"connectionOpened", "requestReceived", "handler"});
     }
 
-    void mayBeDeletedWhereverItCallsOut()
+    void mayBeDeletedInSlotsAndHandlers()
     {
         QFETCH(QString, place);
         const auto destroyIn = [this, place](const char* here) {
             if (place != QLatin1String(here))
                 return;
             m_server.reset();
-            // What a nested event loop would do.
+            // As a nested event loop would do.
             QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         };
         auto* server = m_server.get();
@@ -119,13 +119,13 @@ private Q_SLOTS:
         connect(server, &LoopbackServer::requestReceived, this, [=] { destroyIn("requestReceived"); });
         server->setHandler([destroyIn, place](const LoopbackRequest&) {
             destroyIn("handler");
-            return LoopbackReply(200 + int(place.size())); // what the handler has captured is still there
+            return LoopbackReply(200 + int(place.size())); // the handler's captures must still exist
         });
         const Client client(*m_server, get("/"));
         QTRY_VERIFY(!m_server && client.isClosed());
     }
 
-    void recordsWhatCameOverTheWire_data()
+    void recordsRequestsExactlyAsReceived_data()
     {
         const auto row = addColumns<QByteArray, QByteArray, QByteArray>({"fields", "body", "content"});
         row("none", "", "", "");
@@ -134,8 +134,9 @@ private Q_SLOTS:
             "3;x=y\r\nabc\r\nA\r\n0123\r\n\r\n89\r\n0\r\nTrailer: t\r\n\r\n", "abc0123\r\n\r\n89");
     }
 
-    // A byte at a time, and all at once together with a second request: the parser must not care.
-    void recordsWhatCameOverTheWire()
+    // Byte by byte, and in one piece together with a second request: to the parser, that must make no
+    // difference.
+    void recordsRequestsExactlyAsReceived()
     {
         QFETCH(QByteArray, fields);
         QFETCH(QByteArray, body);
@@ -214,7 +215,7 @@ private Q_SLOTS:
         QCOMPARE(m_server->connectionCount(), 1);
     }
 
-    void writesTheReplyAsTold_data()
+    void writesTheReplyAsDescribed_data()
     {
         addColumns<LoopbackReply, QByteArray, QByteArray>({"reply", "method", "expected"});
         const auto row = [](const char* name, const LoopbackReply& reply, const QByteArray& expected) {
@@ -232,7 +233,7 @@ private Q_SLOTS:
             "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\ntext");
     }
 
-    void writesTheReplyAsTold()
+    void writesTheReplyAsDescribed()
     {
         QFETCH(LoopbackReply, reply);
         QFETCH(QByteArray, method);
@@ -243,7 +244,7 @@ private Q_SLOTS:
         QTEST(client.received(), "expected");
     }
 
-    void damagesTheReplyAtTheByteTold_data()
+    void damagesTheReplyAtTheGivenByte_data()
     {
         const auto row = addColumns<LoopbackReply, QByteArrayList>({"reply", "pieces"});
         const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
@@ -255,7 +256,7 @@ private Q_SLOTS:
             {all.first(20), all.sliced(20, 20), all.sliced(40, 1)});
     }
 
-    void damagesTheReplyAtTheByteTold()
+    void damagesTheReplyAtTheGivenByte()
     {
         QFETCH(LoopbackReply, reply);
         m_server->addReply(u"/"_s, reply);
@@ -267,7 +268,7 @@ private Q_SLOTS:
         QTRY_VERIFY(client.isClosed());
         QTEST(client.pieces, "pieces");
 #ifdef Q_OS_UNIX
-        // QTcpSocket reports FIN and RST alike, but after the latter nothing can be sent.
+        // QTcpSocket reports FIN and RST in the same way, but after RST nothing can be sent.
         const bool isReset = ::send(handle, "x", 1, MSG_NOSIGNAL) < 0;
         ::close(handle);
         QCOMPARE(isReset, QByteArray(QTest::currentDataTag()).startsWith("reset"));

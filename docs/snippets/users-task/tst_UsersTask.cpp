@@ -9,7 +9,7 @@
 using namespace Qt::StringLiterals;
 
 //! [task]
-/// Gets the names of all users; 404 means that there are none.
+/// Gets the names of all users. A 404 means that there are none.
 class UsersTask : public orv::NetworkTask
 {
     Q_OBJECT
@@ -87,7 +87,7 @@ void TestUsersTask::listsUsers()
 //! [failures]
 void TestUsersTask::takesMissingListAsEmpty()
 {
-    UsersTask task(m_server->url(QString())); // a path without a reply gets 404
+    UsersTask task(m_server->url(QString())); // a path without a script is answered with 404
     task.exec();
     QTRY_VERIFY(task.isFinished());
     QVERIFY(!task.hasError());
@@ -110,7 +110,7 @@ void TestUsersTask::retriesWhenServerIsBusy()
     m_server->addReply(u"/users"_s, orv::LoopbackReply(503)); // the first request
     m_server->addReply(u"/users"_s, orv::LoopbackReply(200, "[]"));
     UsersTask task(m_server->url(QString()));
-    task.setDelayPolicy(orv::Retriable::DelayPolicy::None); // tests do not wait
+    task.setDelayPolicy(orv::Retriable::DelayPolicy::None); // no delays in tests
     const QSignalSpy retried(&task, &orv::NetworkTask::retried);
     task.exec();
     QTRY_VERIFY(task.isFinished());
