@@ -31,15 +31,15 @@ namespace orv {
 
 class SslIgnorantNetworkAccessManager;
 
-/// One HTTP exchange as a task: it sends a request, collects or streams the reply and ends, exactly once,
-/// with the content or with an Error.
+/// One HTTP exchange as a task: it sends a request, collects or streams the content of the reply and ends,
+/// exactly once, with the content or with an Error.
 ///
 /// exec() starts it from the event loop, alone or through a NetworkQueue. A reply with the status 200 or 201
 /// ends the task with success; every other status and every transport failure becomes an Error whose details
-/// hold a number, see HttpResponseStatusCodesUtils.h. What passes (time-outs, 408, 429, 503 and the like, and
-/// a 200 or 201 whose content was cut off) is retried after a growing delay; a missing or refused token makes
-/// the task wait for its authenticator. Handlers for single statuses and two error policies change this for
-/// one task.
+/// hold a number, see HttpResponseStatusCodesUtils.h. Transient failures (time-outs, 408, 429, 503 and the
+/// like, and a 200 or 201 whose content was cut off) are retried after a growing delay; without a token that
+/// the server accepts, the task waits for its authenticator. Handlers for single statuses and two error
+/// policies change this for one task.
 /// @code
 /// auto* task = new NetworkTask(url, NetworkTask::Priority::Normal, this);
 /// connect(task, &NetworkTask::finished, this, [this, task] {
@@ -52,8 +52,9 @@ class SslIgnorantNetworkAccessManager;
 /// task->exec();
 /// @endcode
 ///
-/// Redirects are never followed: a 3xx reply is a status like any other. The time-out measures inactivity,
-/// not the whole exchange.
+/// Redirects are not followed: a 3xx reply is a status like any other. The time-out measures inactivity, not
+/// the whole exchange. One attempt is under way at a time, and an attempt that is given up (for a login, a
+/// retry or the end of the task) aborts its reply and has no further effect.
 ///
 /// The task owns its reply, its time-out timer and any multipart content. It refers to its authenticator and
 /// its access manager without owning them; either may be destroyed at any time, and the task still ends. It
@@ -74,8 +75,8 @@ public:
 
     /// How early a queue runs a task.
     enum Priority {
-        Low = 0,    ///< After all others; retried tasks come here too.
-        Normal = 1, ///< In between.
+        Low = 0,    ///< After all others; also that of every retried task.
+        Normal = 1, ///< The default.
         High = 2,   ///< Before all others.
     };
 
@@ -84,10 +85,13 @@ public:
     {
         QUrl baseUrl;         ///< The server: scheme, host and port, and user information if any.
         QString relativePath; ///< Path, query and fragment; must start with '/'.
-        NetworkRequest::Method method = NetworkRequest::Method::Get; ///< What is asked of the server.
+        NetworkRequest::Method method = NetworkRequest::Method::Get; ///< Method of the request.
         QByteArray body;                                             ///< JSON to send; none when empty.
         bool streaming = false;                                      ///< NetworkRequest::streaming.
     };
+
+    /// @name Construction
+    /// @{
 
     /// An idle task without a request.
     explicit NetworkTask(Priority priority = Normal, QObject* parent = nullptr);
@@ -96,178 +100,201 @@ public:
                          QObject* parent = nullptr);
     /// A task that gets @p url and accepts JSON.
     explicit NetworkTask(const QString& url, Priority priority = Normal, QObject* parent = nullptr);
+    /// Aborts the reply if it is still arriving. Emits nothing but destroyed().
     ~NetworkTask() override;
 
-    // The request. What is set after exec() counts from the next attempt on.
+    /// @}
+    /// @name Request
+    /// What is set after exec() counts from the next attempt on.
+    /// @{
 
-    /// What the task asks for.
+    /// The request to send.
     NetworkRequest request() const;
-    /// Replaces all of it.
+    /// Replaces the whole request.
     void setRequest(const NetworkRequest& request);
     /// Sets these four fields and leaves header fields, content and masking as they are.
     void setRequest(const QString& url, const QByteArray& acceptedContentTypes, NetworkRequest::Method method,
                     bool streaming);
 
     /// How long an attempt may go without progress in either direction; 300,000 ms by default. The
-    /// application setting "Network/Timeout" (ms) overrides it. 0 times out in the next turn of the event
-    /// loop, a negative value never. A value that does not fit into 32 bits is cut to them.
+    /// application setting "Network/Timeout" (ms) overrides it, unless it is not a number. 0 times out in the
+    /// next turn of the event loop, a negative value never. Values beyond 32 bits are truncated.
     std::chrono::milliseconds timeout() const;
-    /// Counts from the next attempt on.
+    /// Sets timeout() for the attempts to come.
     void setTimeout(const std::chrono::milliseconds& timeout);
-    /// The same.
+    /// Sets timeout() in milliseconds.
     void setTimeout(int milliseconds);
 
     /// The User-Agent: the one set, even an empty one, else defaultUserAgent().
     QByteArray userAgent() const;
-    /// Sets it; an empty one is sent empty.
+    /// Sets the User-Agent; an empty one is sent as an empty field.
     void setUserAgent(const QByteArray& userAgent);
-    /// Whether one has been set, by the program or by a NetworkQueue.
+    /// Whether a User-Agent has been set, by the program or by a NetworkQueue.
     bool hasOverriddenUserAgent() const;
     /// "OrvLabs".
     static QByteArray defaultUserAgent();
 
-    /// Attributes for every request of the task, set last: they may replace the redirect policy, and allow
-    /// HTTP/2, which is off at first because Qt may lose requests when a server ends such a connection: they
-    /// then wait for timeout().
+    /// Attributes for every request of the task. They are set last, so they may replace the redirect policy,
+    /// and allow HTTP/2, which is off by default: Qt may lose requests when a server closes such a
+    /// connection, and they then wait for timeout().
     QHash<QNetworkRequest::Attribute, QVariant> requestAttributes() const;
-    /// Replaces all of them.
+    /// Replaces all attributes.
     void setRequestAttributes(const QHash<QNetworkRequest::Attribute, QVariant>& attributes);
-    /// Adds one, in place of one for the same @p attribute.
+    /// Sets one attribute and keeps the others.
     void setRequestAttribute(QNetworkRequest::Attribute attribute, const QVariant& value);
 
     /// The access manager to send through, null for defaultNetworkAccessManager(). Not owned. Null again once
-    /// it is destroyed; an exchange that it carried has then failed.
+    /// it is destroyed; an exchange through it has then failed.
     SslIgnorantNetworkAccessManager* networkAccessManager() const;
-    /// Sets it, to be used from the next attempt on. It must live on the task's thread.
+    /// Sets the access manager for the attempts to come. It must live on the task's thread.
     void setNetworkAccessManager(SslIgnorantNetworkAccessManager* manager);
-    /// The manager of the process, made on the first call, on the thread of that call, as a child of the
-    /// application object. Null once that is gone: a task without another manager then sends nothing and
-    /// stays running.
+    /// The manager of the process, made by the first call, on the thread of that call, as a child of the
+    /// application object, with which it is deleted. Null after that, until there is another application
+    /// object: a task without a manager then sends nothing and stays running.
     static SslIgnorantNetworkAccessManager* defaultNetworkAccessManager();
 
-    // Login.
+    /// @}
+    /// @name Login
+    /// @{
 
     /// Whether requests must carry a token. Setting an authenticator turns it on.
     bool requiresAuthentication() const;
-    /// Turns it on or off. Turned on without an authenticator, the task ends with
+    /// Sets requiresAuthentication(). A task that requires a token and has no authenticator ends with
     /// ErrorCode::AuthenticationFailed when it comes to send.
     void setRequiresAuthentication(bool required);
     /// Sets where the token comes from. A task that waits for another authenticator goes on with this one;
     /// null leaves requiresAuthentication() as it is, so such a task ends with
-    /// ErrorCode::AuthenticationFailed. A server that refuses the tokens of ten logins in a row ends
-    /// the task under the response error policy with ErrorCode::AuthenticationFailed, 2401 in the details.
+    /// ErrorCode::AuthenticationFailed. A server that refuses the tokens of ten logins in a row ends the task
+    /// under the response error policy with ErrorCode::AuthenticationFailed, 2401 in the details.
     void setAuthenticator(AbstractAuthenticator* authenticator) override;
 
-    // Judging the reply.
+    /// @}
+    /// @name Judging the reply
+    /// @{
 
     /// What becomes of transport failures and unhandled statuses; FinishWithError by default.
     ErrorPolicy replyErrorPolicy() const;
-    /// Counts for errors from now on.
+    /// Sets the policy for errors from now on.
     void setReplyErrorPolicy(ErrorPolicy policy);
     /// What becomes of 400, 404 and failed logins; FinishWithError by default.
     ErrorPolicy responseErrorPolicy() const;
-    /// Counts for errors from now on.
+    /// Sets the policy for errors from now on.
     void setResponseErrorPolicy(ErrorPolicy policy);
-    /// Ends the task, or not, as @p policy says.
+    /// Ends the task with @p error or with success, or does nothing, as @p policy says.
     void applyErrorPolicy(ErrorPolicy policy, Error error);
     /// applyErrorPolicy() with replyErrorPolicy().
     void applyReplyErrorPolicy(const Error& error);
     /// applyErrorPolicy() with responseErrorPolicy().
     void applyResponseErrorPolicy(const Error& error);
 
-    /// Sets what is done about a status, in place of everything the task would do, finishing included: the
-    /// handler must see to it that the task ends. It is called once for each attempt that ends with that
-    /// status, and may delete the task. Calling an empty handler throws std::bad_function_call.
+    /// Sets what is done about a status from 100 to 999, or about a reply without one (Unknown), in place of
+    /// everything the task would do, finishing included: the handler must end the task, or start it again
+    /// with exec(). It is called once for each attempt that ends with that status, and may delete the task.
+    /// Calling an empty handler throws std::bad_function_call.
     void setResponseHandler(HttpResponseStatusCode code, std::function<void()> handler);
-    /// The same for several statuses.
+    /// Sets @p handler for each status of @p codes.
     void setResponseHandler(const QList<HttpResponseStatusCode>& codes, std::function<void()> handler);
 
-    /// Adds to the transport errors that are retried: at first TimeoutError, ProxyTimeoutError,
-    /// TemporaryNetworkFailureError, UnknownNetworkError and ServiceUnavailableError (503). Looked at where
-    /// no status decides.
+    /// Adds to the transport errors that are retried. By default these are TimeoutError, ProxyTimeoutError,
+    /// TemporaryNetworkFailureError, UnknownNetworkError and ServiceUnavailableError (503). They count where
+    /// the status has no handler.
     void registerRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
-    /// Takes transport errors away from those that are retried.
+    /// Removes transport errors from those that are retried.
     void unregisterRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
 
-    // The reply.
+    /// @}
+    /// @name Reply
+    /// @{
 
     /// The content received so far; the whole of it once the reply is complete. While a task does not stream,
     /// the content stays with the reply until it is complete. Kept until clearData() or the next attempt.
     QByteArray data() const;
     /// Replaces data(), for a task that makes something else of it.
     void setData(QByteArray data);
-    /// Drops data(). What the reply still holds is not dropped and may come after it.
+    /// Drops data(). Content that the reply still holds is not dropped, and may follow.
     void clearData();
-    /// Drops the first @p count bytes of data() without copying the rest. Returns how many are left, or -1,
-    /// and changes nothing, when there are none or fewer than @p count, or when @p count is negative.
+    /// Drops the first @p count bytes of data() without copying the rest. Returns how many are left; or -1,
+    /// and changes nothing, if there are none or fewer than @p count, or if @p count is negative.
     int chopFirstBytes(int count);
-    /// Bytes of content that the current or last reply has reported.
+    /// How many bytes of content the current or last reply has reported. Kept until the next reply reports
+    /// its own.
     qint64 bytesReceived() const;
 
-    /// The status of the last reply. HttpResponseStatusCode::OK from exec() until a reply has been judged.
+    /// The status of the last reply; HttpResponseStatusCode::OK from exec() until a reply has been judged.
     HttpResponseStatusCode httpResponseStatusCode() const;
-    /// Sets the number as well.
+    /// Sets the status and its number.
     void setHttpResponseStatusCode(HttpResponseStatusCode code);
-    /// The same as a number; 0 until a reply has been judged, and where there is no status.
+    /// The status as a number: 200 from exec() until a reply has been judged, 0 for a reply without a status.
     int httpResponseStatusCodeNumber() const;
     /// Sets the number alone.
     void setHttpResponseStatusCodeNumber(int number);
     /// The transport error of the last reply. Qt reports error statuses as transport errors too, 404 as
     /// ContentNotFoundError for one.
     QNetworkReply::NetworkError networkResponseError() const;
-    /// Sets it, for subclasses that judge replies themselves.
+    /// Sets networkResponseError(), for subclasses that judge replies themselves.
     void setNetworkResponseError(QNetworkReply::NetworkError error);
-    /// The text of networkResponseError(); empty where there is none.
+    /// The text of networkResponseError(), without passwords of URLs; empty if there is no error.
     QString networkResponseErrorMessage() const;
-    /// Sets it, for subclasses that judge replies themselves.
+    /// Sets networkResponseErrorMessage(), for subclasses that judge replies themselves.
     void setNetworkResponseErrorMessage(const QString& message);
 
-    /// The current reply, or null. Owned by the task: never delete it. In slots connected to the reply
-    /// itself, unlike in those of the task, Qt's rule holds: do not delete the task or replace the reply
-    /// there, but use deleteLater() or cancel().
+    /// The current or last reply, or null. Owned by the task: never delete it. In slots connected to the
+    /// reply itself, unlike in those of the task, Qt's rule holds: do not delete the task or replace the
+    /// reply there, but use deleteLater() or cancel().
     QNetworkReply* networkReply();
-    /// The same.
+    /// The current or last reply, or null. Owned by the task.
     const QNetworkReply* networkReply() const;
-    /// Gives the task a reply of which it takes ownership, in place of the current one, which is deleted.
+    /// Gives the task a reply, of which it takes ownership, in place of the current one, which is deleted.
+    /// During an attempt the completion of neither is awaited any more, also if it is the same reply; unless
+    /// the caller ends the task, it times out.
     void setNetworkReply(QNetworkReply* reply);
-    /// The connection to the reply's completion, while one is awaited.
+    /// The connection to the reply's completion, while it is awaited. Without it the attempt times out.
     std::optional<QMetaObject::Connection> networkConnection();
-    /// Replaces the connection and stops the time-out timer.
+    /// Replaces the connection, which is disconnected, and stops the time-out timer. From then on it is for
+    /// the caller to judge the reply and to end the task.
     void setNetworkConnection(QMetaObject::Connection connection);
-    /// Drops the connection and stops the time-out timer: the current reply will not be judged any more.
+    /// Drops the connection and stops the time-out timer: the current reply will not be judged any more, and
+    /// the caller has to end the task or to start another attempt with exec().
     void resetNetworkConnection();
-    /// resetNetworkConnection(), and forgets content, error and status.
+    /// Calls resetNetworkConnection(), and forgets content, error and status.
     void clearNetworkState();
-    /// Aborts the current reply, if there is one.
+    /// Aborts the current reply if it is still arriving. While its completion is awaited, the attempt then
+    /// fails with OperationCanceledError, which is retried like a reply that was cut off; to end the task,
+    /// call cancel().
     void abort();
 
-    /// Has no effect while the task waits for a delay or a login: it goes on by itself, and holds no slot of
-    /// its queue until then.
+    /// Ends a pause. Has no effect while the task waits for a delay or a login: it goes on by itself, and
+    /// holds no slot of its queue until then.
     void resume() override;
 
-    /// A text for the log line of a failed reply; empty here, for subclasses.
+    /// A text for the log line of a failed reply; empty here, for subclasses. Called once for each reply with
+    /// a transport error.
     virtual QString errorMessage() const;
 
+    /// @}
+
 Q_SIGNALS:
-    /// Content has arrived: in data() when the request streams, else to be taken with read(). Any number of
+    /// Content has arrived: in data() if the request streams, else to be taken with read(). Any number of
     /// times for each attempt, also while the content of an error status arrives. Deleting the task in a slot
     /// is safe, as with every signal of the task.
     void readyRead() const;
     /// The task is queued or executing again after a failed attempt. Once for each aboutToRetry(), unless the
     /// task is ended or deleted meanwhile.
     void retried() const;
-    /// A failed attempt is about to be repeated: its reply's state has been dropped and the retry counted.
+    /// A failed attempt is about to be repeated: the reply's error, status and content have been dropped and
+    /// the retry has been counted. networkReply() is still the failed one.
     void aboutToRetry();
 
 public Q_SLOTS:
-    /// Takes up to @p maxSize bytes (250 MB by default) of the content that the reply holds. Bypasses data().
+    /// Takes up to @p maxSize bytes (250 MB by default) of the content that the reply holds, past data().
     /// Empty for a negative size.
     QByteArray read(qint64 maxSize = 250 * MB);
-    /// Starts an attempt, after retryDelay() and from the event loop. To be called for an idle task, by its
-    /// queue or by whoever made it; a finished task is not run again.
+    /// Starts an attempt, after retryDelay() and from the event loop. Called for an idle task, by its queue
+    /// or by the program; in a handler it starts another attempt, without the content of the one before. If
+    /// an attempt is under way or the task has finished, it does nothing but log a warning.
     void exec() override;
-    /// Ends the task with ErrorCode::Canceled, wherever it stands; nothing is sent and no signal but
-    /// canceled() and finished() is emitted after that.
+    /// Ends the task with ErrorCode::Canceled in any phase. Nothing is sent, and no signal but canceled() and
+    /// finished() is emitted after that.
     void cancel() override;
 
 protected:
@@ -275,40 +302,45 @@ protected:
     Error doFinish() override;
 
     /// Called for a reply whose status has no handler. Fails the task, after retries if the transport error
-    /// is a recoverable one.
+    /// is recoverable.
     virtual void processUnhandledReply();
     /// Puts the token into @p request. Returns whether it may be sent now; if not, a login has been asked
-    /// for.
+    /// for, or the task has ended with ErrorCode::InvalidArgument because the token cannot be a field's
+    /// value. Called once for each attempt of a task that requires a token. An override that returns false
+    /// without either has to end the task itself.
     virtual bool doAuthenticateRequest(QNetworkRequest* request);
-    /// Rewrites a relative path before prepareRequest() uses it; the path as it is, here.
+    /// Rewrites a relative path before prepareRequest() uses it; returns it unchanged here.
     virtual QString fullRelativePath(const QString& relativePath) const;
-    /// Makes the content of a Post or Delete request; null, for none, here. Called once for each attempt; the
-    /// task takes ownership and deletes it with the attempt's reply.
+    /// Makes the content of a Post or Delete request; null, for none, here. Called once for each attempt,
+    /// also of a Put, which does not send it; the task takes ownership and deletes it with the attempt's
+    /// reply. A boundary with a control character ends the task with ErrorCode::InvalidArgument.
     virtual QHttpMultiPart* createMultiPart() const;
 
     /// A request for a path on a server, which accepts JSON and sends the body, if there is one, as JSON.
     /// Path, query and fragment of the base URL are replaced. ErrorCode::InvalidArgument for a path that does
     /// not start with '/'.
     Result<NetworkRequest> prepareRequest(const PrepareRequestParams& params) const;
-    /// The same without a body.
+    /// prepareRequest() without a body.
     Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
                                           NetworkRequest::Method method) const;
-    /// The same with @p json as the body, in its indented form.
+    /// prepareRequest() with @p json, in its indented form, as the body.
     Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
                                           NetworkRequest::Method method, const QJsonObject& json) const;
-    /// The same without a body, for a reply that is streamed or not.
+    /// prepareRequest() without a body, for a reply that is streamed or not.
     Result<NetworkRequest> prepareRequest(const QUrl& baseUrl, const QString& relativePath,
                                           NetworkRequest::Method method, bool streaming) const;
 
-    /// Reads error and status off the reply. Returns whether it can be processed.
+    /// Stores error and status of the reply. Returns whether the reply can be processed.
     bool setNetworkTaskStatusFromReply();
     /// Retries, or ends the task under the reply error policy; an empty @p message stands for the reply's own
-    /// text.
+    /// text. A reply that is still arriving is aborted in both cases.
     void processFailedReply(const QString& message);
-    /// Starts another attempt if one is allowed, and returns whether it did.
+    /// Starts another attempt if one is allowed, and returns whether the caller must do nothing more. Gives
+    /// up the attempt that is under way.
     bool retry();
-    /// Waits for a login and sends the request again, for subclasses that learn of an expired login in their
-    /// own way.
+    /// Gives up the attempt that is under way, waits for a login and sends the request again; for subclasses
+    /// that learn of an expired login in their own way. Does nothing but log a warning if the task does not
+    /// run.
     void handleUnauthorizedError();
 
 private:
