@@ -20,10 +20,11 @@ namespace orv {
 
 namespace {
 
-// RFC 9110, 15, with Unknown for a reply without a status.
-bool isStatusCode(int number)
+// RFC 9110, 15: three digits. What is none counts as no status.
+HttpResponseStatusCode validStatus(HttpResponseStatusCode code)
 {
-    return number == 0 || (number >= 100 && number <= 999);
+    const auto number = static_cast<int>(code);
+    return number >= 100 && number <= 999 ? code : HttpResponseStatusCode::Unknown;
 }
 
 // The bytes without the first @p count, in the same memory. QByteArray::remove() copies what is left if the
@@ -266,12 +267,12 @@ bool NetworkTask::Private::handleStatus()
         Default{Code::RequestTimeout, &Private::processRecoverableError},
         Default{Code::TooManyRequests, &Private::processRecoverableError},
     };
-    const auto code = httpResponseStatusCode;
+    const auto code = validStatus(httpResponseStatusCode);
     const auto set = responseHandlers.constFind(code);
     const auto byDefault =
         std::find_if(defaults.begin(), defaults.end(), [code](const auto& d) { return d.code == code; });
     const bool isSet = set != responseHandlers.cend();
-    if (!isStatusCode(static_cast<int>(code)) || !(isSet || byDefault != defaults.end()))
+    if (!isSet && byDefault == defaults.end())
         return false;
     qCDebug(networkLog) << "Handling status code" << enumKey(code);
     if (isSet) {
@@ -325,7 +326,7 @@ void NetworkTask::processFailedReply(const QString& message)
     if (retry() || !call.isTaskAlive())
         return;
     const auto text = message.isEmpty() ? d->replyErrorText() : message;
-    auto error = networkError(d->httpResponseStatusCode, text);
+    auto error = networkError(validStatus(d->httpResponseStatusCode), text);
     // A success status says nothing about why the reply failed.
     if (!error.hasError())
         error = networkError(d->networkResponseError, text);

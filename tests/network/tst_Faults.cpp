@@ -131,9 +131,24 @@ private Q_SLOTS:
         raw("garbage", "\x01\x02garbage\r\n\r\n", 2000);
         raw("HTTP/0.9", "<html>hello</html>", 2000);
         raw("status without a number", "HTTP/1.1 OK\r\n\r\n", FAILURE);
-        raw("field without a colon", head("nonsense") + CONTENT, VERDICT);
+        // Qt drops the fields of such a head, and with them the length of the content, which is cut off here.
+        const auto lost = [&](const char* name, const QByteArray& fields, int number) {
+            raw(name, head(fields + "\r\nContent-Length: 2000") + CONTENT, number);
+        };
+        lost("line without a colon", "nonsense", 3002);
+        lost("blank before a field", " X: y", 3002);
+        lost("empty name", ": y", 3002);
+        lost("NUL in a name", QByteArray("X\0: y", 5), 3002);
+        lost("field of 120 kB", "X: " + QByteArray(122880, 'x'), FAILURE); // read byte by byte
+        lost("101 fields", QByteArray("X: y\r\n").repeated(100) + "X: y", 3002);
+        raw("100 fields", head(QByteArray("X: y\r\n").repeated(99) + "Content-Length: 1000") + CONTENT, 0);
+        raw("no field", "HTTP/1.1 200 OK\r\n\r\n" + CONTENT, 3002);
+        raw("no field and no content", "HTTP/1.1 204 No Content\r\n\r\n", 2204);
         raw("1 MB of head", head("X: " + QByteArray(1048576, 'x') + "\r\nContent-Length: 0"), TIMEOUT);
-        raw("20,000 fields", head(QByteArray("X: y\r\n").repeated(20000) + "Content-Length: 0"), VERDICT);
+        raw("20,000 fields", head(QByteArray("X: y\r\n").repeated(20000) + "Content-Length: 0"), FAILURE);
+        for (const auto* status : {"99", "1000", "-5", "2147483647", "2147483648"})
+            raw(status, "HTTP/1.1 " + QByteArray(status) + " x\r\nContent-Length: 1000\r\n\r\n" + CONTENT,
+                2000);
 
         raw("100", "HTTP/1.1 100 Continue\r\n\r\n" + good, 0);
         raw("100 twice", QByteArray("HTTP/1.1 100 Continue\r\n\r\n").repeated(2) + good, VERDICT);
