@@ -1,5 +1,7 @@
 #include "SslIgnorantNetworkAccessManager.h"
 
+#include "SeparateAccessManager_p.h"
+
 #include <QNetworkRequest>
 #include <QSslConfiguration>
 #include <QSslSocket>
@@ -18,6 +20,9 @@ public:
 
     SslMode sslMode;
     QSslConfiguration sslConfiguration;
+    // For what is not verified; made when it is needed, as a child of the public object. The replies that it
+    // makes go on using it until Qt's destructor deletes them.
+    SeparateAccessManager* unverified = nullptr;
 };
 
 SslIgnorantNetworkAccessManager::SslIgnorantNetworkAccessManager(SslMode mode, QObject* parent)
@@ -46,19 +51,30 @@ QNetworkReply* SslIgnorantNetworkAccessManager::deleteResource(const QNetworkReq
     return sendCustomRequest(request, QByteArrayLiteral("DELETE"), multiPart);
 }
 
+void SslIgnorantNetworkAccessManager::clearAccessCache()
+{
+    QNetworkAccessManager::clearAccessCache();
+    if (d->unverified)
+        d->unverified->clearAccessCache();
+}
+
+void SslIgnorantNetworkAccessManager::clearConnectionCache()
+{
+    QNetworkAccessManager::clearConnectionCache();
+    if (d->unverified)
+        d->unverified->clearConnectionCache();
+}
+
 QNetworkReply* SslIgnorantNetworkAccessManager::createRequest(Operation op, const QNetworkRequest& request,
                                                               QIODevice* outgoingData)
 {
+    if (d->sslMode != SslMode::Ignore || request.url().scheme() != QLatin1String("https"))
+        return QNetworkAccessManager::createRequest(op, request, outgoingData);
+    if (!d->unverified)
+        d->unverified = new SeparateAccessManager(this);
     QNetworkRequest copy(request);
-    if (d->sslMode == SslMode::Ignore && copy.url().scheme() == QLatin1String("https")) {
-        copy.setSslConfiguration(d->sslConfiguration);
-        // Qt keeps connections by host and peer name, whatever configuration they were made with. A name,
-        // though it says nothing new, keeps a connection to an unverified peer from serving a request that is
-        // to be verified.
-        if (copy.peerVerifyName().isEmpty())
-            copy.setPeerVerifyName(copy.url().host());
-    }
-    return QNetworkAccessManager::createRequest(op, copy, outgoingData);
+    copy.setSslConfiguration(d->sslConfiguration);
+    return d->unverified->send(op, copy, outgoingData);
 }
 
 } // namespace orv

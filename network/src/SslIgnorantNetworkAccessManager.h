@@ -13,24 +13,29 @@ namespace orv {
 /// The access manager that network tasks send through: Qt's, with a switch for servers whose certificate
 /// cannot be verified, and a DELETE that carries content.
 ///
-/// Used from the thread that it lives on.
+/// Requests that are not to be verified have connections of their own, so nothing that is to be verified is
+/// ever sent over a connection to an unknown peer. Cookies, cache, proxy and settings are common to both.
+///
+/// It owns its replies until they are deleted, as Qt's manager does. Used from the thread that it lives on.
 class ORV_NETWORK_EXPORT SslIgnorantNetworkAccessManager : public QNetworkAccessManager
 {
 public:
-    /// What to make of the certificate of an https server.
+    /// What to do about the certificate of an https server.
     enum class SslMode : int {
-        Ignore = 0, ///< Anything goes: encrypted, but to whom is not known. For test and in-house servers.
-        Verify = 1, ///< Qt's verification; requests are sent as they are.
+        Ignore = 0, ///< Accept any: encrypted, not authenticated. For test and in-house servers.
+        Verify = 1, ///< Verify it, as Qt does; requests are sent as they are.
     };
 
-    /// A manager that takes certificates as @p mode says.
+    /// A manager that treats certificates as @p mode says.
     explicit SslIgnorantNetworkAccessManager(SslMode mode = SslMode::Verify, QObject* parent = nullptr);
     ~SslIgnorantNetworkAccessManager() override;
 
-    /// What is made of certificates; SslMode::Verify unless told otherwise.
+    /// What is done about certificates; SslMode::Verify by default.
     SslMode sslMode() const;
-    /// Takes effect with the next request. SslMode::Ignore replaces the SSL configuration of https requests,
-    /// so one that the caller has set, with a client certificate for example, is not used then.
+    /// Takes effect with the next request; one that was sent, and the redirects that it follows, keep the
+    /// mode they began with. SslMode::Ignore replaces the SSL configuration of https requests, so one that
+    /// the caller has set, with a client certificate for example, is not used then. An http request that is
+    /// redirected to https is always verified.
     void setSslMode(const SslMode& mode);
 
     using QNetworkAccessManager::deleteResource;
@@ -38,8 +43,14 @@ public:
     /// is null.
     QNetworkReply* deleteResource(const QNetworkRequest& request, QHttpMultiPart* multiPart);
 
+    /// As in QNetworkAccessManager, but for the connections of both modes; a call through a pointer to the
+    /// base class does not reach those that are not verified.
+    void clearAccessCache();
+    /// See clearAccessCache().
+    void clearConnectionCache();
+
 protected:
-    /// Sends every request of the manager, with the SSL configuration that sslMode() asks for.
+    /// Sends every request of the manager, https ones with the SSL configuration that sslMode() asks for.
     QNetworkReply* createRequest(Operation op, const QNetworkRequest& request,
                                  QIODevice* outgoingData = nullptr) override;
 
