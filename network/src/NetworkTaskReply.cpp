@@ -249,37 +249,39 @@ void NetworkTask::Private::dumpReply()
     qCDebug(networkLog).noquote() << "Server response:" << content;
 }
 
+// What is done about a status for which the caller has set no handler; null for most.
+NetworkTask::Private::Handler NetworkTask::Private::defaultHandler(HttpResponseStatusCode code)
+{
+    using Code = HttpResponseStatusCode;
+    static constexpr std::array<std::pair<Code, Handler>, 7> handlers{{
+        {Code::OK, &Private::processSuccessfulReply},
+        {Code::Created, &Private::processSuccessfulReply},
+        {Code::BadRequest, &Private::processResponseError},
+        {Code::Unauthorized, &Private::onAuthenticationRequired},
+        {Code::NotFound, &Private::processResponseError},
+        {Code::RequestTimeout, &Private::processRecoverableError},
+        {Code::TooManyRequests, &Private::processRecoverableError},
+    }};
+    const auto found = std::find_if(handlers.begin(), handlers.end(),
+                                    [code](const auto& handler) { return handler.first == code; });
+    return found == handlers.end() ? nullptr : found->second;
+}
+
 // Returns whether the status has a handler, which then has been called and may have deleted the task.
 bool NetworkTask::Private::handleStatus()
 {
-    using Code = HttpResponseStatusCode;
-    struct Default
-    {
-        Code code;
-        void (Private::*handle)();
-    };
-    static constexpr std::array defaults{
-        Default{Code::OK, &Private::processSuccessfulReply},
-        Default{Code::Created, &Private::processSuccessfulReply},
-        Default{Code::BadRequest, &Private::processResponseError},
-        Default{Code::Unauthorized, &Private::onAuthenticationRequired},
-        Default{Code::NotFound, &Private::processResponseError},
-        Default{Code::RequestTimeout, &Private::processRecoverableError},
-        Default{Code::TooManyRequests, &Private::processRecoverableError},
-    };
     const auto code = validStatus(httpResponseStatusCode);
     const auto set = responseHandlers.constFind(code);
-    const auto byDefault =
-        std::find_if(defaults.begin(), defaults.end(), [code](const auto& d) { return d.code == code; });
     const bool isSet = set != responseHandlers.cend();
-    if (!isSet && byDefault == defaults.end())
+    const auto byDefault = isSet ? nullptr : defaultHandler(code);
+    if (!isSet && !byDefault)
         return false;
     qCDebug(networkLog) << "Handling status code" << enumKey(code);
     if (isSet) {
         const auto handler = *set; // it may replace itself
         handler();
     } else {
-        (this->*byDefault->handle)();
+        (this->*byDefault)();
     }
     return true;
 }

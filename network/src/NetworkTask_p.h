@@ -71,6 +71,8 @@ public:
     QString replyErrorText() const;
     bool logReply();
     void dumpReply();
+    using Handler = void (Private::*)();
+    static Handler defaultHandler(HttpResponseStatusCode code);
     bool handleStatus();
     void processSuccessfulReply();
     void processResponseError();
