@@ -47,6 +47,34 @@ std::function<LoopbackReply(const LoopbackRequest&)> lockedBehind(const QByteArr
     };
 }
 
+/// Records what a model shows over time.
+class History : public QObject
+{
+public:
+    explicit History(DownloadModel& model)
+        : m_model(model)
+    {
+        connect(&model, &DownloadModel::dataChanged, this, &History::record);
+    }
+
+    QSet<State> statesOf(int row) const { return m_states.value(row); }
+    bool hasShownProgressOf(int row) const { return m_unfinished.contains(row); }
+
+private:
+    void record(const QModelIndex& changed)
+    {
+        const int row = changed.row();
+        m_states[row].insert(m_model.item(row).state());
+        const auto percent = m_model.index(row, 0).data(DownloadModel::PercentRole).toInt();
+        if (percent > 0 && percent < 100 && !QFile::exists(m_model.item(row).filePath()))
+            m_unfinished.insert(row);
+    }
+
+    DownloadModel& m_model;
+    QHash<int, QSet<State>> m_states;
+    QSet<int> m_unfinished; // rows that showed progress before their file existed
+};
+
 } // namespace
 
 /// Drives the real window against servers in this process.
@@ -108,14 +136,7 @@ private Q_SLOTS:
 
     void savesEachDownloadInItsFile()
     {
-        QSet<State> statesOfBusy;
-        bool hasShownProgress = false;
-        connect(&model(), &DownloadModel::dataChanged, this, [&] {
-            const auto percent = model().index(0, 0).data(DownloadModel::PercentRole).toInt();
-            hasShownProgress |= percent > 0 && percent < 100 && !files().contains(u"slow.bin"_s);
-            if (model().rowCount() > 1)
-                statesOfBusy.insert(state(1));
-        });
+        const History history(model());
         const QByteArray dripped(30'000, 'x');
         m_server->addReply(u"/slow.bin"_s, LoopbackReply(200, dripped).dripped(1000, 20ms));
         m_server->addReply(u"/busy.txt"_s, LoopbackReply(503, "come back later"));
@@ -124,8 +145,8 @@ private Q_SLOTS:
         QTRY_COMPARE(state(2), State::WaitingForLogin);
         logIn();
         QTRY_COMPARE(model().totals().done, 3);
-        QVERIFY(hasShownProgress);
-        QVERIFY(statesOfBusy.contains(State::WaitingToRetry));
+        QVERIFY(history.hasShownProgressOf(0));
+        QVERIFY(history.statesOf(1).contains(State::WaitingToRetry));
         QCOMPARE(model().totals().received, dripped.size() + 12 + 5);
         QCOMPARE(contentOf(u"busy.txt"_s), "here you are"_ba);
         QCOMPARE(contentOf(u"private"_s), "t0ken"_ba);
