@@ -15,10 +15,10 @@ public:
     ForeignCalls() = default;
     ForeignCalls(const ForeignCalls&) = delete;
     ForeignCalls& operator=(const ForeignCalls&) = delete;
-    /// Tells all of them that the object is gone.
+    /// Marks all of them: the object has been deleted.
     ~ForeignCalls();
 
-    /// Tells all of them that what they were made for is over.
+    /// Marks all of them: the phase that they were made in is over.
     void supersede();
 
     /// Takes over a reply one of whose signals is being delivered by one of these calls, and deletes it when

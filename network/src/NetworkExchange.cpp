@@ -91,7 +91,7 @@ void NetworkExchange::connectReply()
         connect(m_reply, &QNetworkReply::uploadProgress, this, [this] { m_timer.extend(); });
     connect(m_reply, &QNetworkReply::readyRead, this, [this] { m_listener.onContentArrived(); });
     m_replyDestroyed = connect(m_reply, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
-    // While a slot keeps this thread busy, Qt's own goes on receiving, and may collect the whole content.
+    // While a slot keeps this thread busy, Qt's own thread continues to receive, up to the whole content.
     constexpr qint64 streamingBufferSize = 1048576;
     if (m_isStreaming)
         m_reply->setReadBufferSize(streamingBufferSize);
@@ -206,7 +206,7 @@ bool NetworkExchange::isContentShort() const
 
 // Qt's HTTP/1 engine drops all fields of a head in which it cannot parse one, or which has more than a
 // hundred, and keeps the status. It then knows neither length nor coding of the content and takes whatever
-// arrives for the whole. A server that sends no field at all cannot be told from that.
+// arrives for the whole. A server that sends no field at all looks the same.
 bool NetworkExchange::isHeadLost() const
 {
     return m_reply->rawHeaderPairs().isEmpty() && m_reply->inherits("QNetworkReplyHttpImpl") &&

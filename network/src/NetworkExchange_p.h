@@ -15,8 +15,8 @@ class InactivityTimer;
 ///
 /// It owns the reply and the multipart content, and is the context of every connection to them, so that
 /// nothing of an attempt reaches the task once its exchange has been given up or deleted. The reply stays
-/// readable until the exchange is deleted. A Listener hears what happens, and may delete the exchange in
-/// every call but onProgress().
+/// readable until the exchange is deleted. A Listener is called for what happens, and may delete the exchange
+/// in every call but onProgress().
 class NetworkExchange : public QObject
 {
 public:
@@ -29,7 +29,7 @@ public:
         virtual void onContentArrived() = 0;
         /// @p bytes of content have been received so far.
         virtual void onProgress(qint64 bytes) = 0;
-        /// The reply or its manager was destroyed by somebody else. Qt does not report such an end.
+        /// The reply or its manager was destroyed by other code. Qt does not report such an end.
         virtual void onTransportLost() = 0;
 
     protected:
@@ -43,7 +43,7 @@ public:
 
     QNetworkReply* reply() const { return m_reply; }
     /// Takes ownership of @p reply, in place of the one before, and makes it a child of @p parent. With
-    /// @p isStreaming, Qt holds only so much of the content while nobody takes it. Completion is awaited no
+    /// @p isStreaming, Qt buffers at most 1 MB of the content until it is read. Completion is awaited no
     /// longer, even if the reply is the same.
     void setReply(QNetworkReply* reply, QObject* parent, bool isStreaming);
     bool isStreaming() const { return m_isStreaming; }

@@ -14,7 +14,7 @@ class QRegularExpression;
 
 namespace orv {
 
-/// What one HTTP request asks for: a plain record that a NetworkTask turns into a request on the wire.
+/// Describes one HTTP request: a plain record that a NetworkTask turns into a request on the wire.
 ///
 /// @code
 /// NetworkRequest request(url, NetworkRequest::jsonContentType, NetworkRequest::Method::Post);
@@ -33,7 +33,7 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     static const QByteArray plainTextContentType;   ///< "text/plain"
     static const QByteArray octetStreamContentType; ///< "application/octet-stream"
     static const QByteArray htmlContentType;        ///< "text/html"
-    static const QByteArray defaultContentType;     ///< The same as jsonContentType.
+    static const QByteArray defaultContentType;     ///< A copy of jsonContentType.
 
     /// A GET without a URL.
     NetworkRequest();
@@ -51,8 +51,8 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     /// The opposite of operator==().
     bool operator!=(const NetworkRequest& other) const;
 
-    /// The content as it may be written to a log: what the masking function makes of postData, or postData
-    /// itself where none is set.
+    /// The content in the form for logs: the result of the masking function for postData, or postData itself
+    /// if there is no such function.
     QByteArray maskedData() const;
     /// Sets what turns the content into text for logs, called on the thread that calls maskedData(). An empty
     /// function switches masking off.
@@ -61,28 +61,30 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     /// what the capture groups 1 and 2 hold stays, with six asterisks between them. Replaces any earlier
     /// masking.
     void setMaskingRegularExpressions(const QList<QRegularExpression>& expressions);
-    /// The same for one expression.
+    /// Masks every match of one expression. Replaces any earlier masking.
     void setMaskingRegularExpression(const QRegularExpression& expression);
 
     QString url; ///< The absolute URL.
     /// Header fields by name. They are set after Accept and User-Agent and win over them, and before
-    /// Authorization, which wins over them. A name or value with CR, LF or NUL ends the task with
-    /// ErrorCode::InvalidArgument before anything is sent.
+    /// Authorization, which wins over them. A name that is no token (RFC 9110, 5.6.2) or a value with a
+    /// control character other than HTAB ends the task with ErrorCode::InvalidArgument before anything is
+    /// sent.
     QMap<QByteArray, QByteArray> rawHeaders;
-    QByteArray postDataContentType;  ///< Content-Type of what is sent.
+    QByteArray postDataContentType;  ///< Content-Type of postData.
     QByteArray postData;             ///< Content to send with Post or Put.
     QByteArray acceptedContentTypes; ///< Value of Accept; no such field when empty.
-    Method method = Method::Get;     ///< What is asked of the server.
+    Method method = Method::Get;     ///< The HTTP method.
     /// Whether the task takes the reply's content as it arrives; otherwise it stays with the reply until it
     /// is read.
     bool streaming = false;
-    /// What setMaskingFunction() and its like have set; empty when nothing is masked.
+    /// Set by the masking setters; empty when nothing is masked.
     std::function<QByteArray(QByteArray)> maskingFunction;
 };
 
 /// Writes for example "Method::Get", in no-space mode; nothing for a value that is no method.
 ORV_NETWORK_EXPORT QDebug operator<<(QDebug debug, NetworkRequest::Method method);
-/// Writes the request with its content masked and without its header fields, in no-space mode.
+/// Writes the request with its content masked, without the password of its URL and without its header fields,
+/// in no-space mode.
 ORV_NETWORK_EXPORT QDebug operator<<(QDebug debug, const NetworkRequest& request);
 
 } // namespace orv

@@ -17,12 +17,12 @@ namespace orv {
 namespace {
 
 // clazy:excludeall=non-pod-global-static
-const QSet<QNetworkReply::NetworkError> DEFAULT_RECOVERABLE_NETWORK_ERRORS{
+const QSet<QNetworkReply::NetworkError> defaultRecoverableErrors{
     QNetworkReply::ProxyTimeoutError, QNetworkReply::ServiceUnavailableError,
     QNetworkReply::TemporaryNetworkFailureError, QNetworkReply::TimeoutError,
     QNetworkReply::UnknownNetworkError};
 
-/// The manager of the process. It goes with the application object whose child it is; a program may make
+/// The manager of the process. It is deleted with the application object, its parent; a program may make
 /// another application object later, and then gets another manager.
 class DefaultManager : public SslIgnorantNetworkAccessManager
 {
@@ -58,7 +58,7 @@ private:
 
 NetworkTask::Private::Private(NetworkTask* task)
     : q(task)
-    , recoverableNetworkErrors(DEFAULT_RECOVERABLE_NETWORK_ERRORS)
+    , recoverableNetworkErrors(defaultRecoverableErrors)
     , timer(task, [this] { onTimeout(); })
 {
 }

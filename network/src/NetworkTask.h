@@ -162,7 +162,7 @@ public:
     /// Sets requiresAuthentication(). A task that requires a token and has no authenticator ends with
     /// ErrorCode::AuthenticationFailed when it comes to send.
     void setRequiresAuthentication(bool required);
-    /// Sets where the token comes from. A task that waits for another authenticator goes on with this one;
+    /// Sets where the token comes from. A task that waits for another authenticator continues with this one;
     /// null leaves requiresAuthentication() as it is, so such a task ends with
     /// ErrorCode::AuthenticationFailed. A server that refuses the tokens of ten logins in a row ends the task
     /// under the response error policy with ErrorCode::AuthenticationFailed, 2401 in the details.
@@ -263,7 +263,7 @@ public:
     /// call cancel().
     void abort();
 
-    /// Ends a pause. Has no effect while the task waits for a delay or a login: it goes on by itself, and
+    /// Ends a pause. Has no effect while the task waits for a delay or a login: it continues by itself, and
     /// holds no slot of its queue until then.
     void resume() override;
 

@@ -153,7 +153,7 @@ bool NetworkTask::setNetworkTaskStatusFromReply()
     return true;
 }
 
-// By now, the completion may be one that nobody waits for any more.
+// The completion counts only if it is still awaited when the event loop delivers it.
 void NetworkTask::Private::onCompleted()
 {
     if (phase != Phase::Exchanging)
@@ -165,7 +165,7 @@ void NetworkTask::Private::onCompleted()
     }
     q->resetNetworkConnection();
     if (q->isRunning() && !isSentAgain && exchange->isUnprocessed()) {
-        // Whatever the method: once more, over HTTP/1.1, which has no such limits.
+        // Safe for every method, since nothing was processed. Over HTTP/1.1, which has no GOAWAY.
         isSentAgain = true;
         startSending();
         return;
@@ -182,7 +182,7 @@ void NetworkTask::Private::processNetworkReply()
     } else {
         const ForeignCall call(calls);
         q->processFailedReply({});
-        // A retry has begun another attempt, in which this reply has no say.
+        // A retry has begun another attempt, which this reply must not affect.
         if (!call.isTaskAlive() || !(phase == Phase::Deciding || phase == Phase::Ended))
             return;
     }
@@ -195,7 +195,7 @@ void NetworkTask::Private::processNetworkReply()
         qCDebug(networkLog) << "Task" << q->name() << "is not running";
         return;
     }
-    if (!isReadable || handleStatus()) // the policy has let the task run on, or a handler has the last word
+    if (!isReadable || handleStatus()) // the policy is Ignore, or the handler decides
         return;
     qCDebug(networkLog) << "Unhandled reply";
     q->processUnhandledReply();
@@ -222,7 +222,7 @@ QString NetworkTask::Private::replyErrorText() const
     return isFoundHere ? networkResponseErrorMessage : withoutPasswords(reply->errorString());
 }
 
-// Returns false if the task has gone meanwhile: errorMessage() is a subclass's.
+// Returns false if the caller must do nothing more: errorMessage() is a subclass's and may end the task.
 bool NetworkTask::Private::logReply()
 {
     qCDebug(networkLog) << "Status code:" << httpResponseStatusCode;
@@ -395,7 +395,7 @@ void NetworkTask::Private::onTransportLost()
     if (phase != Phase::Exchanging || !q->isRunning())
         return;
     q->resetNetworkConnection();
-    // At once: a reply that has not begun yet would go on with a manager that is gone.
+    // At once: a reply that has not started yet would use the deleted manager.
     q->setNetworkReply(nullptr);
     const auto text = NetworkTask::tr("Network error");
     q->setNetworkResponseError(QNetworkReply::UnknownNetworkError);
@@ -410,12 +410,12 @@ Error NetworkTask::doFinish()
         const ForeignCall call(d->calls);
         abort();
         if (!call.isTaskAlive())
-            return Error(ErrorCode::Canceled); // nobody is left to read it
+            return Error(ErrorCode::Canceled); // not read by anyone
     }
     return Task::doFinish();
 }
 
-// Nothing may follow the end of a task, and nothing that it started goes on.
+// Nothing may follow the end of a task, and nothing that it started may continue.
 void NetworkTask::finalize()
 {
     if (d->phase == Private::Phase::Delayed)
@@ -469,7 +469,8 @@ bool NetworkTask::Private::retry()
     return !call || executeAgain();
 }
 
-// Returns false if the task has gone meanwhile: the masking function is the caller's.
+// Returns false if the caller must do nothing more: the masking function is the program's and may end the
+// task.
 bool NetworkTask::Private::logAttempt()
 {
     if (!networkLog().isDebugEnabled())

@@ -200,7 +200,7 @@ void NetworkTask::Private::sendRequest()
     if (!call)
         return;
     if (!isAuthorized) {
-        enterPhase(Phase::Deciding); // nobody has asked for a login, so the subclass has to go on
+        enterPhase(Phase::Deciding); // no login was asked for: the subclass decides
         return;
     }
     for (auto attribute = requestAttributes.cbegin(); attribute != requestAttributes.cend(); ++attribute)
@@ -295,8 +295,8 @@ std::unique_ptr<QHttpMultiPart> NetworkTask::Private::createContent() const
     return std::unique_ptr<QHttpMultiPart>(mayHaveContent ? q->createMultiPart() : nullptr);
 }
 
-// Content always goes with its type, be it an empty one. A type among the raw header fields stands in for one
-// that is not given, and multipart content brings its own.
+// Content is always sent with its type, even an empty one. A type among the raw header fields is used if none
+// is given, and multipart content has its own.
 Error NetworkTask::Private::addContentType(QNetworkRequest& networkRequest,
                                            const QHttpMultiPart* content) const
 {

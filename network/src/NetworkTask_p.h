@@ -16,7 +16,7 @@ namespace orv {
 /// with the error policies and the retries (NetworkTaskReply.cpp).
 ///
 /// Every function that calls code which is not ours may find the task deleted, ended or doing something else
-/// afterwards: it holds a ForeignCall across the call, and goes on only if that is still true.
+/// afterwards: it holds a ForeignCall across the call, and continues only if that is still true.
 class NetworkTask::Private : public NetworkExchange::Listener
 {
 public:
@@ -110,7 +110,7 @@ public:
 
     // Outcome
     std::optional<QByteArray> data;
-    bool isDataFromReply = false; // data() took it from the current reply, and it goes with that
+    bool isDataFromReply = false; // data() took it from the current reply, and it is dropped with that
     QNetworkReply::NetworkError networkResponseError = QNetworkReply::NoError;
     QString networkResponseErrorMessage;
     HttpResponseStatusCode httpResponseStatusCode = HttpResponseStatusCode::Unknown;
@@ -124,7 +124,7 @@ public:
     InactivityTimer timer;
     std::unique_ptr<NetworkExchange> exchange; // the last one; under way in Exchanging
     std::optional<QMetaObject::Connection> networkConnection;
-    bool isSentAgain = false; // the server left it unprocessed, and it goes over HTTP/1.1 now
+    bool isSentAgain = false; // the server did not process it, and it is sent over HTTP/1.1 now
     bool isTokenNew = false;  // got by a login, and not sent yet
     int loginsInARow = 0;     // since a reply that was not 401
 };

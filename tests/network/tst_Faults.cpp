@@ -210,7 +210,7 @@ private Q_SLOTS:
         QCOMPARE(next.data(), QByteArrayLiteral("next"));
     }
 
-    void readsTheSameWhereverAReplyIsSplit()
+    void readsRepliesSplitAtAnyByte()
     {
         const auto reply = LoopbackReply::raw(head("Transfer-Encoding: chunked\r\nX-Field: y") +
                                               "5\r\nhello\r\n6\r\n world\r\n0\r\n\r\n");
@@ -228,7 +228,7 @@ private Q_SLOTS:
         }
     }
 
-    void tellsNothingToPeersThatItCannotTrust_data()
+    void sendsNothingToUntrustedPeers_data()
     {
         QTest::addColumn<LoopbackServer::Transport>("transport");
         QTest::addColumn<QString>("origin");
@@ -243,7 +243,7 @@ private Q_SLOTS:
         QTest::newRow("plain to TLS") << tls << http << QString() << true;
     }
 
-    void tellsNothingToPeersThatItCannotTrust()
+    void sendsNothingToUntrustedPeers()
     {
         QFETCH(LoopbackServer::Transport, transport);
         QFETCH(QString, origin);
@@ -279,16 +279,16 @@ private Q_SLOTS:
         QVERIFY(server.requests().isEmpty());
     }
 
-    void failsWithoutAPeer_data()
+    void failsWhenNoServerAnswers_data()
     {
         QTest::addColumn<QString>("url");
         QTest::addColumn<QNetworkReply::NetworkError>("networkError");
-        QTest::newRow("nobody listens") << m_server->url() << QNetworkReply::ConnectionRefusedError;
+        QTest::newRow("refused") << m_server->url() << QNetworkReply::ConnectionRefusedError;
         QTest::newRow("no such name")
             << QStringLiteral("http://none.invalid/") << QNetworkReply::HostNotFoundError;
     }
 
-    void failsWithoutAPeer()
+    void failsWhenNoServerAnswers()
     {
         QFETCH(QString, url);
         m_server->close();
@@ -296,7 +296,7 @@ private Q_SLOTS:
         QVERIFY(task.run());
         QCOMPARE(task.error().errorDetails().toInt(), 2000);
         QTEST(task.networkResponseError(), "networkError");
-        QCOMPARE(task.log(), QStringLiteral("started finished")); // not among the errors that pass
+        QCOMPARE(task.log(), QStringLiteral("started finished")); // not a transient error
     }
 
     // Waiting is no inactivity: not for a slot, not for a login, not for the delay before an attempt.
@@ -321,7 +321,7 @@ private Q_SLOTS:
         QCOMPARE(task.retriesCount(), 1); // for the 503, a second later
     }
 
-    void doesNotLogInForEver_data()
+    void limitsLoginsInARow_data()
     {
         QTest::addColumn<QByteArray>("token");
         QTest::addColumn<int>("number");
@@ -329,7 +329,7 @@ private Q_SLOTS:
         QTest::newRow("never there") << QByteArray() << 0;
     }
 
-    void doesNotLogInForEver()
+    void limitsLoginsInARow()
     {
         QFETCH(QByteArray, token);
         m_server->addReply(QStringLiteral("/"), LoopbackReply(401));
@@ -345,8 +345,9 @@ private Q_SLOTS:
         QCOMPARE(authenticator.logins, 10);
     }
 
-    // The server has a thread of its own and goes on while this one is blocked for longer than the time-out.
-    void doesNotBlameThePeerForABlockedEventLoop_data()
+    // The server has a thread of its own and continues while this one is blocked for longer than the
+    // time-out.
+    void doesNotTimeOutBecauseOfABlockedEventLoop_data()
     {
         QTest::addColumn<LoopbackReply>("reply");
         QTest::addColumn<bool>("isBlockedAtTheEnd");
@@ -357,7 +358,7 @@ private Q_SLOTS:
         QTest::newRow("blocked when it completes") << whole << true;
     }
 
-    void doesNotBlameThePeerForABlockedEventLoop()
+    void doesNotTimeOutBecauseOfABlockedEventLoop()
     {
         QFETCH(LoopbackReply, reply);
         QFETCH(bool, isBlockedAtTheEnd);
@@ -389,7 +390,7 @@ private Q_SLOTS:
     }
 
     // The reply completes, and its time runs out before the event loop comes to say so: what was first holds.
-    void letsTheFirstOfTwoEndsWin()
+    void prefersACompletionToALaterTimeout()
     {
         m_server->addReply(QStringLiteral("/"), LoopbackReply(200, CONTENT));
         TestTask task(m_server->url());
@@ -407,7 +408,7 @@ private Q_SLOTS:
         QCOMPARE(task.log(), QStringLiteral("started finished"));
     }
 
-    void letsTheApplicationQuit()
+    void quitsCleanlyWithTasksInFlight()
     {
         QProcess process;
         process.setProcessChannelMode(QProcess::MergedChannels);

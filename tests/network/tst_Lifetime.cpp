@@ -13,7 +13,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Fails once in a way that passes, then logs in; each a little later, as a real one would.
+// Fails once with a transient failure, then logs in; each a little later, as a real one would.
 class LateAuthenticator : public TestAuthenticator
 {
 public:

@@ -108,7 +108,7 @@ private Q_SLOTS:
         task->exec();
         QTRY_VERIFY(task->isPaused());
         QVERIFY(task->networkReply()->isFinished()); // aborted
-        QTest::qWait(200);                           // neither the reply nor the time-out goes on
+        QTest::qWait(200);                           // neither the reply nor the time-out acts
         QCOMPARE(readyReads, 1);
         QVERIFY(task->data().isEmpty());
         QVERIFY(task->isPaused());

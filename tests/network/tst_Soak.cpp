@@ -45,7 +45,7 @@ class tst_Soak : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void losesNoTask()
+    void endsEachTaskOnce()
     {
         bool isSet = false;
         const int wanted = qEnvironmentVariableIntValue("ORV_SOAK_TASKS", &isSet);
