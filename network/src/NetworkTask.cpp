@@ -69,7 +69,7 @@ NetworkTask::Private::~Private() = default;
 bool NetworkTask::Private::mayFollow(Phase from, Phase to)
 {
     using enum Phase;
-    constexpr auto bit = [](Phase phase) { return 1U << static_cast<unsigned>(phase); };
+    constexpr auto bit = [](Phase single) { return 1U << static_cast<unsigned>(single); };
     constexpr auto any = [bit](auto... phases) { return (bit(phases) | ...); };
     static constexpr std::array successors{
         /* Idle       */ any(Delayed, LoggingIn, Retrying, Ended),

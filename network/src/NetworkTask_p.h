@@ -17,7 +17,7 @@ namespace orv {
 ///
 /// Every function that calls code which is not ours may find the task deleted, ended or doing something else
 /// afterwards: it holds a ForeignCall across the call, and continues only if that is still true.
-class NetworkTask::Private : public NetworkExchange::Listener
+class NetworkTask::Private final : public NetworkExchange::Listener
 {
 public:
     /// What a task is doing. mayFollow() has the transitions.
