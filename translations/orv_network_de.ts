@@ -56,6 +56,14 @@
         <source>Could not write downloaded file</source>
         <translation>Die heruntergeladene Datei konnte nicht geschrieben werden</translation>
     </message>
+    <message>
+        <source>only %1 of %2 bytes are left</source>
+        <translation>nur %1 von %2 Byte sind noch vorhanden</translation>
+    </message>
+    <message>
+        <source>No file was saved because the download did not succeed</source>
+        <translation>Es wurde keine Datei gespeichert, weil der Download nicht erfolgreich war</translation>
+    </message>
 </context>
 <context>
     <name>orv::LoopbackServer</name>

@@ -56,6 +56,14 @@
         <source>Could not write downloaded file</source>
         <translation>No se pudo guardar el archivo descargado</translation>
     </message>
+    <message>
+        <source>only %1 of %2 bytes are left</source>
+        <translation>solo quedan %1 de %2 bytes</translation>
+    </message>
+    <message>
+        <source>No file was saved because the download did not succeed</source>
+        <translation>No se guardó ningún archivo porque la descarga no se completó correctamente</translation>
+    </message>
 </context>
 <context>
     <name>orv::LoopbackServer</name>

@@ -56,6 +56,14 @@
         <source>Could not write downloaded file</source>
         <translation>Impossible d’enregistrer le fichier téléchargé</translation>
     </message>
+    <message>
+        <source>only %1 of %2 bytes are left</source>
+        <translation>il ne reste que %1 octets sur %2</translation>
+    </message>
+    <message>
+        <source>No file was saved because the download did not succeed</source>
+        <translation>Aucun fichier n’a été enregistré, car le téléchargement n’a pas abouti</translation>
+    </message>
 </context>
 <context>
     <name>orv::LoopbackServer</name>

@@ -56,6 +56,14 @@
         <source>Could not write downloaded file</source>
         <translation>ダウンロードしたファイルを書き込めませんでした</translation>
     </message>
+    <message>
+        <source>only %1 of %2 bytes are left</source>
+        <translation>%2 バイトのうち %1 バイトしか残っていません</translation>
+    </message>
+    <message>
+        <source>No file was saved because the download did not succeed</source>
+        <translation>ダウンロードが成功しなかったため、ファイルは保存されませんでした</translation>
+    </message>
 </context>
 <context>
     <name>orv::LoopbackServer</name>

@@ -41,10 +41,13 @@ protected:
 private:
     void onSuccess()
     {
-        if (this->networkResponseError() == QNetworkReply::NoError)
-            this->finish(orv::Error());
-        else
+        if (this->networkResponseError() != QNetworkReply::NoError) {
             this->processFailedReply({});
+            return;
+        }
+        // A file is saved for no other 2xx.
+        this->setHttpResponseStatusCode(orv::HttpResponseStatusCode::OK);
+        this->finish(orv::Error());
     }
 
     void onUnauthorized()

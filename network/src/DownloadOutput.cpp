@@ -1,5 +1,9 @@
 #include "DownloadOutput.h"
 
+#include "NetworkLog_p.h"
+
+#include <QDebug>
+
 #include <limits>
 
 namespace orv {
@@ -24,39 +28,54 @@ Result<QSharedPointer<FileDownloadOutput>> FileDownloadOutput::createAndOpen(con
     return output;
 }
 
+// Without a buffer: content that is still in one when the file is closed could be lost without an error.
 Error FileDownloadOutput::open(const QString& filePath)
 {
     close();
+    m_failure = Error();
     m_file.setFileName(filePath);
-    if (m_file.open(QIODevice::WriteOnly))
+    if (m_file.open(QIODevice::WriteOnly | QIODevice::Unbuffered))
         return Error(ErrorCode::None);
+    qCWarning(networkLog) << "Cannot open file" << filePath << m_file.errorString();
     return Error(ErrorCode::FileAccess, tr("Cannot open file %1 for writing").arg(filePath))
+        .addWarning(m_file.errorString())
         .ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
 }
 
 void FileDownloadOutput::close()
 {
-    if (!m_file.isOpen())
-        return;
-    m_file.flush();
     m_file.close();
 }
 
-// What stays in the file's buffer could only fail in close(), which has nobody to tell.
 Error FileDownloadOutput::writeNewData(const QByteArray& data)
 {
+    if (m_failure.hasError())
+        return m_failure;
     if (!m_file.isOpen()) {
         return Error(ErrorCode::General, QVariant(static_cast<int>(QFileDevice::OpenError)),
                      tr("Error while writing to the file: ") + tr("the file is not open"))
             .ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
     }
-    m_file.write(data);
-    m_file.flush();
-    if (m_file.error() == QFileDevice::NoError)
-        return Error(ErrorCode::None);
-    return Error(ErrorCode::General, QVariant(static_cast<int>(m_file.error())),
-                 tr("Error while writing to the file: ") + m_file.errorString())
-        .ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
+    // A disk that fills up takes the first part of a piece without an error. Only writing the rest shows the
+    // reason.
+    for (qint64 written = 0; written < data.size();) {
+        const auto count = m_file.write(data.constData() + written, data.size() - written);
+        if (count <= 0)
+            return fail();
+        written += count;
+    }
+    return Error(ErrorCode::None);
+}
+
+// The error is kept because QFile forgets it at the next write, which would leave a gap in the file if it
+// succeeded.
+Error FileDownloadOutput::fail()
+{
+    const auto code = m_file.error() == QFileDevice::NoError ? QFileDevice::WriteError : m_file.error();
+    m_failure = Error(ErrorCode::General, QVariant(static_cast<int>(code)),
+                      tr("Error while writing to the file: ") + m_file.errorString())
+                    .ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
+    return m_failure;
 }
 
 void FileDownloadOutput::clear()

@@ -13,7 +13,7 @@
 
 namespace orv {
 
-/// A sink for the bytes of a download, fed piece by piece, here by a task whose request streams:
+/// Receives the content of a download piece by piece, here from a task whose request streams:
 ///
 /// @code
 /// connect(task, &NetworkTask::readyRead, task, [task, output] {
@@ -34,10 +34,9 @@ public:
     DownloadOutput& operator=(const DownloadOutput&) = default;
     virtual ~DownloadOutput();
 
-    /// Appends @p data. Says whether all of it was written; which codes an error may have is for the output
-    /// to say.
+    /// Appends @p data. Success means that all of it was written; each output documents its errors.
     virtual Error writeNewData(const QByteArray& data) = 0;
-    /// Discards what was written so far.
+    /// Discards everything written so far, so that the next data comes first.
     virtual void clear() = 0;
     /// Number of bytes held.
     virtual qint64 size() = 0;
@@ -47,14 +46,18 @@ public:
 
 /// Writes a download into a file.
 ///
-/// The file is created or truncated when it is opened, and written as the bytes come: to save a whole body or
-/// nothing, use FileDownloadTask. The destructor writes out what is pending and closes the file.
+/// The file is created or truncated when it is opened, and each piece is written at once, without a buffer
+/// in the process. After a failure the file keeps the part that was written; to save the whole content or
+/// nothing, use FileDownloadTask.
+///
+/// A failed write is final: a file must not miss a piece in the middle because there was space again later.
+/// Neither clear() nor close() changes that, only open().
 class ORV_NETWORK_EXPORT FileDownloadOutput : public DownloadOutput
 {
     Q_DECLARE_TR_FUNCTIONS(orv::FileDownloadOutput)
 
 public:
-    /// Without a file, until open().
+    /// An output without a file; call open() before the first write.
     FileDownloadOutput();
     FileDownloadOutput(const FileDownloadOutput&) = delete;
     FileDownloadOutput& operator=(const FileDownloadOutput&) = delete;
@@ -63,25 +66,30 @@ public:
     /// A new output opened on @p filePath, or the error of open().
     static Result<QSharedPointer<FileDownloadOutput>> createAndOpen(const QString& filePath);
 
-    /// Opens @p filePath for writing and truncates it, after closing the file that was open.
-    /// ErrorCode::FileAccess when it cannot be opened.
+    /// Closes the file that was open, then opens @p filePath for writing and truncates it. Returns
+    /// ErrorCode::FileAccess with the path in the message if that fails; the system's reason is the error's
+    /// warning.
     Error open(const QString& filePath);
-    /// Writes out what is pending and closes the file, if one is open.
+    /// Closes the file, if one is open.
     void close();
 
-    /// ErrorCode::General with the QFileDevice::FileError in the details when the file reports an error,
-    /// which every further call does too until the file is opened again; so does every call while no file is
-    /// open.
+    /// Returns ErrorCode::General if not all of @p data was written, with the system's reason in the message
+    /// and the QFileDevice::FileError in the details: WriteError where the file states none, OpenError where
+    /// no file is open. Once a write has failed, every further call returns the same error and writes
+    /// nothing, until the next open().
     Error writeNewData(const QByteArray& data) override;
     /// Truncates the open file to 0 bytes. A file that has been closed stays as it is.
     void clear() override;
-    /// Size of the file as written so far, in bytes.
+    /// The size of the file, in bytes.
     qint64 size() override;
-    /// close().
+    /// Does what close() does.
     void finalize() override;
 
 private:
+    Error fail();
+
     QFile m_file;
+    Error m_failure; // of the first write that failed since open()
 };
 
 /// Collects a download in memory, up to 2,147,483,647 bytes.
@@ -90,7 +98,7 @@ class ORV_NETWORK_EXPORT MemoryDownloadOutput : public DownloadOutput
     Q_DECLARE_TR_FUNCTIONS(orv::MemoryDownloadOutput)
 
 public:
-    /// Empty.
+    /// An empty output.
     MemoryDownloadOutput();
     MemoryDownloadOutput(const MemoryDownloadOutput& other);
     MemoryDownloadOutput(MemoryDownloadOutput&& other) noexcept;
@@ -101,10 +109,10 @@ public:
     /// A new, empty output.
     static QSharedPointer<MemoryDownloadOutput> create();
 
-    /// What was written so far, shared.
+    /// Everything written so far. The bytes are implicitly shared, not copied.
     QByteArray data() const;
 
-    /// ErrorCode::General, and nothing is written, when the buffer would grow past its limit.
+    /// Returns ErrorCode::General, and writes nothing, if the buffer would grow past its limit.
     Error writeNewData(const QByteArray& data) override;
     /// Empties the buffer and keeps its allocation.
     void clear() override;

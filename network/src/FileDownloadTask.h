@@ -9,16 +9,16 @@
 
 namespace orv {
 
-/// Downloads a URL into a file: the whole of it, or nothing.
+/// Downloads a URL into a file: the whole content, or nothing.
 ///
-/// The content is kept in memory until the task ends well and then saved at once: whatever goes wrong, a file
-/// that was there before stays as it was, and nothing half-written is ever visible.
+/// The content is kept in memory until the task finishes without an error, and then saved in one step:
+/// whatever goes wrong, a file that was there before stays as it was, and no partly written file is ever
+/// visible. The directory must be writable, since the new file is made beside the old one and renamed.
 ///
-/// The destination is a file or an existing directory. In a directory the file is named after what follows
-/// the last slash of the URL's percent-decoded path, and after nothing else: neither the query nor anything
-/// that the server sends. That name comes from outside, so none is used that could lead elsewhere or cannot
-/// be a file's on some system: one of dots and blanks alone, with a separator or a control character, the
-/// name of a device on Windows, or longer than 255 bytes.
+/// The destination is a file or an existing directory. In a directory, the file gets the last segment of the
+/// URL's percent-decoded path as its name; neither the query nor anything that the server sends has a part in
+/// it. As that name comes from outside, some are refused: those of dots and blanks alone, with a separator or
+/// a control character, or longer than 255 bytes; and on Windows those that are devices there.
 /// @code
 /// auto* task = new FileDownloadTask(url, directory);
 /// connect(task, &NetworkTask::finished, this, [this, task] {
@@ -28,15 +28,30 @@ namespace orv {
 /// queue.append(task);
 /// @endcode
 ///
-/// Beside the errors of a NetworkTask it ends with ErrorCode::FileAccess when no destination file can be
-/// named or opened, and ErrorCode::General when it cannot be written. Ownership, thread and signals are those
-/// of NetworkTask; saving happens before finished() is emitted.
+/// Only the whole content of a 200 or 201 is saved. When a task finishes without an error and without such a
+/// reply, because of FinishWithSuccess or of a finish() by the program, no file is touched, and a warning of
+/// error() says so. A response handler that accepts another status states that with
+/// setHttpResponseStatusCode(HttpResponseStatusCode::OK) before it calls finish().
+///
+/// What is saved is data(), so a handler may replace it by setData(). Content that was taken away is missing
+/// there: if a program has used read() or clearData(), the task does not save the rest, but ends with an
+/// error. This is detected by the sizes, for replies that report their progress; those from a cache do not.
+///
+/// Beside the errors of a NetworkTask it ends with
+/// - ErrorCode::FileAccess, "Could not determine destination filename": destinationFilePath() is empty. If it
+///   is when an attempt begins, nothing is sent.
+/// - ErrorCode::FileAccess, "Could not open destination file"
+/// - ErrorCode::General, "Could not write downloaded file": on a full disk for example, or if content is
+///   missing.
+///
+/// A warning of the last two, also in the log, has the path and the reason. Ownership, thread and signals are
+/// those of NetworkTask; the file is saved before finished() is emitted.
 class ORV_NETWORK_EXPORT FileDownloadTask : public NetworkTask
 {
     Q_OBJECT
 
 public:
-    /// A task of high priority without a parent that gets @p sourceUrl. One separator at the end of
+    /// A task of high priority, without a parent, that gets @p sourceUrl. One separator at the end of
     /// @p destinationPath is dropped.
     FileDownloadTask(const QString& sourceUrl, const QString& destinationPath);
     ~FileDownloadTask() override;
@@ -45,10 +60,16 @@ public:
     QString sourceUrl() const;
     /// The destination, without the separator at its end.
     QString destinationPath() const;
-    /// The file that would be written now, or an empty string when it cannot be told.
+    /// The file that would be written now. Empty if the URL has no name for a file in the destination
+    /// directory, if there is no such directory, or if the destination is neither a file nor a directory.
     QString destinationFilePath() const;
 
+    /// Does what NetworkTask::exec() does if there is a destinationFilePath(). Otherwise the task starts, and
+    /// ends with an error in the next turn of the event loop.
+    void exec() override;
+
 protected:
+    /// Saves the file unless the task has failed.
     Error doFinish() override;
 
 private:
