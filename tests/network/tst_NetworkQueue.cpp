@@ -8,6 +8,20 @@ using namespace Qt::StringLiterals;
 using namespace orv;
 using SslMode = SslIgnorantNetworkAccessManager::SslMode;
 
+namespace {
+
+class LoginTask : public Task, public Authenticable
+{
+};
+
+class Queue : public NetworkQueue
+{
+public:
+    using NetworkQueue::addTask;
+};
+
+} // namespace
+
 class tst_NetworkQueue : public QObject
 {
     Q_OBJECT
@@ -44,6 +58,27 @@ private Q_SLOTS:
         Task other;
         queue.append(&other);
         QCOMPARE(queue.pendingTasksCount(), 3);
+
+        queue.setAuthenticator(&authenticator);
+        LoginTask authenticable;
+        queue.append(&authenticable);
+        QCOMPARE(authenticable.authenticator(), &authenticator);
+    }
+
+    void ordersThreePriorities()
+    {
+        Queue queue;
+        Task low, normal, high, higher, front;
+        QList<Task*> started;
+        connect(&queue, &TasksQueue::taskStarted, this, [&](Task* task) { started.append(task); });
+        normal.setPriority(NetworkTask::Priority::Normal);
+        high.setPriority(NetworkTask::Priority::High);
+        higher.setPriority(NetworkTask::Priority::High + 1); // counts as High
+        front.setPriority(NetworkTask::Priority::High);
+        for (auto* task : {&low, &normal, &high, &higher})
+            queue.append(task);
+        queue.addTask(&front, TasksQueue::EnqueueMode::Front);
+        QTRY_COMPARE(started, (QList<Task*>{&front, &high, &higher, &normal, &low}));
     }
 
     void leavesItsManagerToTheApplication()

@@ -122,6 +122,25 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+next"_s);
     }
 
+    void runsAsManyTasksAtOnceAsItIsToldTo()
+    {
+        Queue queue;
+        OpenTask a("a"), b("b"), c("c"), d("d");
+        for (auto* task : {&a, &b, &c, &d})
+            queue.append(task);
+        queue.setMaxRunningTasks(2);
+        QCOMPARE(queue.log(), u"+a +b"_s);
+        queue.setMaxRunningTasks(3); // starts another one
+        QCOMPARE(queue.log(), u"+a +b +c"_s);
+        queue.setMaxRunningTasks(1); // stops none
+        connect(&a, &Task::finished, this, [&] { queue.events.append(u"a has finished"_s); });
+        a.finish(Error());
+        b.finish(Error());
+        QCOMPARE(queue.log(), u"+a +b +c a has finished -a -b"_s);
+        c.finish(Error());
+        QCOMPARE(queue.log(), u"+a +b +c a has finished -a -b -c +d"_s);
+    }
+
     void refusesWhatItCannotRun()
     {
         Queue queue, other;
