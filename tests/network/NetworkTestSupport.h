@@ -19,7 +19,7 @@
 
 #include <functional>
 
-// What the tests of this room share.
+// Shared by the tests of the network library.
 
 /// Runs the event loop until @p condition holds; false when that takes too long. QTest::qWaitFor() sleeps for
 /// 10 ms after each turn of the loop, and an exchange takes many turns.
@@ -65,6 +65,8 @@ public:
             setAttribute(QNetworkRequest::HttpStatusCodeAttribute, status);
     }
 
+    using QNetworkReply::setError;
+    using QNetworkReply::setOperation;
     using QNetworkReply::setRawHeader;
 
     /// Completes without an error, in the next turn of the event loop, after @p received bytes.
@@ -104,13 +106,17 @@ private:
     std::function<QNetworkReply*()> m_makeReply;
 };
 
-/// An authenticator that logs in as the test tells it to.
+/// An authenticator whose logins the test starts, ends and fails.
 class TestAuthenticator : public orv::AbstractAuthenticator
 {
 public:
     using AbstractAuthenticator::AbstractAuthenticator;
 
-    QString token() override { return currentToken; }
+    QString token() override
+    {
+        ++tokenCalls;
+        return currentToken;
+    }
 
     void succeed(const char* token)
     {
@@ -128,6 +134,7 @@ public:
 
     QString currentToken;
     int logins = 0;
+    int tokenCalls = 0;
     bool startsLogins = true;
     std::function<void()> duringLogin;
 
@@ -142,7 +149,7 @@ protected:
     }
 };
 
-/// A task that opens what subclasses may use, and writes down its signals in order.
+/// A task that makes its protected functions public and records its signals in order.
 class TestTask : public orv::NetworkTask
 {
 public:
@@ -165,13 +172,22 @@ public:
     using NetworkTask::retry;
     using NetworkTask::setNetworkTaskStatusFromReply;
 
+    void exec() override
+    {
+        ++executions;
+        NetworkTask::exec();
+    }
     QString fullRelativePath(const QString& path) const override { return pathPrefix + path; }
     QHttpMultiPart* createMultiPart() const override
     {
         const auto factory = multiPartFactory; // may delete the task
         return factory ? factory() : nullptr;
     }
-    QString errorMessage() const override { return extraMessage; }
+    QString errorMessage() const override
+    {
+        ++errorMessageCalls;
+        return extraMessage;
+    }
 
     /// Changes one field of the request.
     template <typename Change>
@@ -196,6 +212,8 @@ public:
     QStringList events;
     QString pathPrefix;
     QString extraMessage;
+    int executions = 0;
+    mutable int errorMessageCalls = 0;
     std::function<QHttpMultiPart*()> multiPartFactory;
 
 private:
@@ -206,7 +224,7 @@ private:
     }
 };
 
-/// Collects what is logged while it lives, and lets nothing through.
+/// Collects the log lines of its lifetime, as "type|category|text", and prints none of them.
 class LogCatcher
 {
 public:

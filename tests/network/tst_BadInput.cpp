@@ -13,7 +13,7 @@ using namespace orv;
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
-/// What callers get wrong: each mistake has an outcome of its own, and none is a crash, a hang or silence.
+/// Wrong calls and values: each has a defined outcome, and none crashes or hangs.
 class tst_BadInput : public QObject
 {
     Q_OBJECT
@@ -26,7 +26,7 @@ private Q_SLOTS:
         QVERIFY(!m_server->listen().hasError());
     }
 
-    void failsForUrlsThatAreNone_data()
+    void failsForInvalidUrls_data()
     {
         QTest::addColumn<QString>("url");
         const QString tooLong(300, u'h');
@@ -39,8 +39,8 @@ private Q_SLOTS:
             QTest::newRow(url.isEmpty() ? "empty" : qPrintable(url.left(40))) << url;
     }
 
-    // Nor is what Qt reads from other schemes ever a success.
-    void failsForUrlsThatAreNone()
+    // Nor does content that Qt reads from other schemes ever count as a success.
+    void failsForInvalidUrls()
     {
         QFETCH(QString, url);
         TestTask task(url);
@@ -57,7 +57,7 @@ private Q_SLOTS:
         QVERIFY(QDir(home.path()).isEmpty());
     }
 
-    void sendsNoFieldThatAUrlMadeUp_data()
+    void sendsNoFieldsFromUrls_data()
     {
         QTest::addColumn<QString>("path");
         QTest::newRow("line break") << u"/a HTTP/1.1\r\nEvil: 1\r\nX: "_s;
@@ -66,7 +66,7 @@ private Q_SLOTS:
         QTest::newRow("half a million characters") << u"/"_s + QString(500'000, u'p');
     }
 
-    void sendsNoFieldThatAUrlMadeUp()
+    void sendsNoFieldsFromUrls()
     {
         QFETCH(QString, path);
         TestTask task(m_server->url() + path);
@@ -80,7 +80,7 @@ private Q_SLOTS:
         QCOMPARE(task.hasError(), m_server->requests().isEmpty());
     }
 
-    void takesNull()
+    void toleratesNull()
     {
         NetworkQueue queue;
         queue.append(nullptr);
@@ -113,7 +113,7 @@ private Q_SLOTS:
         QCOMPARE(task.chopFirstBytes(std::numeric_limits<int>::max()), -1);
     }
 
-    void takesNumbersOutOfRange_data()
+    void toleratesNumbersOutOfRange_data()
     {
         QTest::addColumn<std::function<void(NetworkTask&)>>("change");
         QTest::addColumn<int>("attempts");
@@ -131,7 +131,7 @@ private Q_SLOTS:
         });
     }
 
-    void takesNumbersOutOfRange()
+    void toleratesNumbersOutOfRange()
     {
         QFETCH(std::function<void(NetworkTask&)>, change);
         QFETCH(int, attempts);
@@ -150,7 +150,7 @@ private Q_SLOTS:
         QCOMPARE(task.hasError(), attempts == 1);
     }
 
-    // So long a delay never ends; the task waits and can be cancelled.
+    // The task waits and can be cancelled.
     void waitsForDelaysBeyondAnyTimer()
     {
         TestTask task(m_server->url());

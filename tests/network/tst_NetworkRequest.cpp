@@ -22,7 +22,7 @@ private:
     }
 
 private Q_SLOTS:
-    void comparesWhatIdentifiesIt()
+    void comparesUrlTypesAndMethod()
     {
         const auto request = login();
         auto other = request;
@@ -73,6 +73,12 @@ private Q_SLOTS:
         auto request = login();
         request.setMaskingFunction([](const QByteArray&) { return "***"_ba; });
         QString text;
+        QDebug(&text) << 1 << NetworkRequest::Method::Put << 2;
+        QCOMPARE(text, u"1 Method::Put2"_s);
+        text.clear();
+        QDebug(&text) << 1 << static_cast<NetworkRequest::Method>(9) << 2; // leaves the spacing as it was
+        QCOMPARE(text, u"1 2 "_s);
+        text.clear();
         QDebug(&text) << request;
         QCOMPARE(text, u"struct orv::NetworkRequest(url=\"http://host/Path\" "
                        u"postDataContentType=\"application/json\" postData=\"***\" "

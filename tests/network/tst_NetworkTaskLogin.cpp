@@ -8,7 +8,7 @@ using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
-/// How a task gets the token that it needs.
+/// How tasks log in.
 class tst_NetworkTaskLogin : public QObject
 {
     Q_OBJECT
@@ -42,7 +42,7 @@ private Q_SLOTS:
         m_authenticator = std::make_unique<TestAuthenticator>();
     }
 
-    void getsATokenBeforeSending()
+    void logsInBeforeSending()
     {
         auto task = makeWaitingTask();
         QCOMPARE(m_authenticator->logins, 1);
@@ -55,7 +55,7 @@ private Q_SLOTS:
         QCOMPARE(task->retriesCount(), 0);
     }
 
-    void getsANewTokenWhenTheOldOneIsRefused()
+    void logsInAgainWhenTheTokenIsRefused()
     {
         m_authenticator->currentToken = u"expired"_s;
         auto task = makeTask(m_authenticator.get());
@@ -72,6 +72,22 @@ private Q_SLOTS:
         QCOMPARE(task->data(), "in"_ba); // ... and gone with the new reply
         QCOMPARE(m_server->requests().size(), 3);
         QCOMPARE(task->log(), u"started finished"_s);
+    }
+
+    // token() is the program's, and may count its calls.
+    void asksForTheTokenOnceForEachAttempt()
+    {
+        for (const auto* rules : {"orv.network=true", "orv.network=false"}) {
+            const LogCatcher log(rules);
+            m_authenticator->currentToken = u"expired"_s;
+            m_authenticator->tokenCalls = 0;
+            auto task = makeTask(m_authenticator.get());
+            task->exec();
+            QTRY_VERIFY(task->isPaused());
+            m_authenticator->succeed("good");
+            QTRY_VERIFY(task->isFinished());
+            QCOMPARE(m_authenticator->tokenCalls, 2);
+        }
     }
 
     void waitsForALoginThatIsUnderWay()
@@ -92,13 +108,13 @@ private Q_SLOTS:
             m_authenticator->fail(Error(ErrorCode::SessionTimedOut, "no such user"),
                                   AbstractAuthenticator::Error::InvalidCredentials);
             QVERIFY(task->isFinished());
-            const bool isPardoned = policy == NetworkTask::FinishWithSuccess;
-            QCOMPARE(task->error().errorCode(), isPardoned ? ErrorCode::None : ErrorCode::SessionTimedOut);
+            const bool isSuccess = policy == NetworkTask::FinishWithSuccess;
+            QCOMPARE(task->error().errorCode(), isSuccess ? ErrorCode::None : ErrorCode::SessionTimedOut);
         }
         QCOMPARE(m_authenticator->logins, 2);
     }
 
-    void asksAgainAfterAFailureThatPasses()
+    void repeatsALoginAfterATemporaryFailure()
     {
         m_authenticator->setMaxRetriesCount(2);
         auto task = makeWaitingTask();
@@ -113,7 +129,7 @@ private Q_SLOTS:
         QCOMPARE(task->error().errorMessage(), u"down"_s);
     }
 
-    void neverSucceedsOnAFailureWithoutAReason()
+    void failsWhenALoginFailsWithoutAnError()
     {
         auto task = makeWaitingTask();
         m_authenticator->fail(Error());
@@ -150,8 +166,8 @@ private Q_SLOTS:
         QCOMPARE(task->error().errorMessage(), u"Authentication failed"_s);
     }
 
-    void goesOnWithANewAuthenticator_data() { addRows("replacement", {"token", "no token", "null"}); }
-    void goesOnWithANewAuthenticator()
+    void continuesWithANewAuthenticator_data() { addRows("replacement", {"token", "no token", "null"}); }
+    void continuesWithANewAuthenticator()
     {
         QFETCH(QString, replacement);
         const bool isNull = replacement == "null"_L1;
@@ -160,7 +176,7 @@ private Q_SLOTS:
         if (replacement == "token"_L1)
             other.currentToken = u"good"_s;
         task->setAuthenticator(isNull ? nullptr : &other);
-        m_authenticator->fail(Error(ErrorCode::General, "old")); // nobody listens to it any more
+        m_authenticator->fail(Error(ErrorCode::General, "old")); // no task is connected to it any more
         if (replacement == "no token"_L1) {
             QTRY_COMPARE(other.logins, 1);
             other.succeed("good");
@@ -170,7 +186,7 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().size(), isNull ? 0 : 1);
     }
 
-    void logsInThroughTheQueueThatWaits()
+    void logsInThroughTheQueueOfTheWaitingTasks()
     {
         m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
         NetworkQueue queue; // one slot

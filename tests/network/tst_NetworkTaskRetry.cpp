@@ -2,6 +2,8 @@
 
 #include <TasksQueue.h>
 
+#include <QElapsedTimer>
+
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -34,8 +36,8 @@ private Q_SLOTS:
         QVERIFY(!m_server->listen().hasError());
     }
 
-    void retriesWhatPasses_data() { addRows("status", {"408", "429", "503"}); }
-    void retriesWhatPasses()
+    void retriesTransientFailures_data() { addRows("status", {"408", "429", "503"}); }
+    void retriesTransientFailures()
     {
         QFETCH(QString, status);
         answer({status.toInt(), status.toInt(), 200});
@@ -54,11 +56,12 @@ private Q_SLOTS:
         QCOMPARE(task->data(), "content 200"_ba); // ... does not leave it with the new one
         QCOMPARE(task->retriesCount(), 2);
         QCOMPARE(m_server->requests().size(), 3);
+        QCOMPARE(task->executions, 3);
         QCOMPARE(task->log(), u"started aboutToRetry started retried aboutToRetry started retried "
                               u"finished"_s);
     }
 
-    // The attempt that failed has no say in the one that its retry has begun.
+    // The failed attempt must not affect the one that follows.
     void retriesRepliesThatCannotBeRead()
     {
         int replies = 0;
@@ -74,7 +77,7 @@ private Q_SLOTS:
         QCOMPARE(task->log(), u"started aboutToRetry started retried finished"_s);
     }
 
-    void givesUpInTheEnd()
+    void endsAfterTheLastRetry()
     {
         m_server->addReply(u"/"_s, LoopbackReply::silence());
         for (const int retries : {10, 2, 0}) {
@@ -91,7 +94,7 @@ private Q_SLOTS:
         }
     }
 
-    void retriesOnlyWhatItCallsRecoverable()
+    void retriesOnlyRecoverableErrors()
     {
         answer({500, 500, 200, 503, 200});
         auto task = makeTask();
@@ -107,21 +110,35 @@ private Q_SLOTS:
         strict->unregisterRecoverableNetworkErrors({QNetworkReply::ServiceUnavailableError});
         QVERIFY(strict->run());
         QCOMPARE(strict->error().errorDetails().toInt(), 2503);
-        QVERIFY(makeTask()->canRetry());
     }
 
-    void waitsLongerEachTime()
+    void waitsForTheDelayInSeconds()
     {
-        answer({503});
+        answer({503, 200});
         TestTask task(m_server->url());
-        task.exec();
-        QTRY_VERIFY(task.isPaused());
-        QCOMPARE(task.retryDelay(), 1s);
+        QElapsedTimer sinceFailure;
+        connect(&task, &NetworkTask::aboutToRetry, this, [&] { sinceFailure.start(); });
+        connect(&task, &NetworkTask::retried, this, [&] {
+            QVERIFY(task.isPaused());
+            QCOMPARE(task.retryDelay(), 1s);
+        });
+        QVERIFY(task.succeeds());
+        QVERIFY(sinceFailure.hasExpired(990));
+        QCOMPARE(task.log(), u"started aboutToRetry started retried finished"_s);
     }
 
     void repeatsInTheQueue()
     {
-        TasksQueue queue;
+        class Queue : public TasksQueue
+        {
+        public:
+            void removeTask(Task* task) override
+            {
+                ++removals;
+                TasksQueue::removeTask(task);
+            }
+            int removals = 0;
+        } queue;
         answer({503, 200});
         auto first = makeTask();
         auto second = makeTask();
@@ -137,6 +154,7 @@ private Q_SLOTS:
         queue.append(second.get());
         QTRY_VERIFY(queue.isEmpty());
         QCOMPARE(started.join(QString()), u"121"_s); // behind, with priority 0
+        QCOMPARE(queue.removals, 1);
         QCOMPARE(first->log(), u"started aboutToRetry retried started finished"_s);
         QVERIFY(!first->hasError() && !second->hasError());
     }
