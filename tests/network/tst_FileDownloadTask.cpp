@@ -102,6 +102,33 @@ private:
         QCOMPARE(readFile(m_file), "old"_ba);
     }
 
+    // The program takes a part of the content, or all of it.
+    static void addRowsOfContentTakenAway()
+    {
+        const auto row = [](const char* name, const Step& prepare) {
+            QTest::newRow(name) << LoopbackReply(200, QByteArray(1000, 'x')).dripped(400, 1ms) << prepare
+                                << ErrorCode::General;
+        };
+        const Step readAll = [](FileDownloadTask& task) { task.read(); };
+        const Step readPart = [](FileDownloadTask& task) { task.read(4); };
+        row("read as it comes", onReadyRead(readAll));
+        row("read in part as it comes", onReadyRead(readPart));
+        row("read at the end", onStatus(200, readAll));
+        row("read in part at the end", onStatus(200, readPart));
+        const Step readPartAndLook = [=](FileDownloadTask& task) {
+            onReadyRead(readPart)(task);
+            onStatus(200, [](FileDownloadTask& judged) { QVERIFY(!judged.data().isEmpty()); })(task);
+        };
+        row("read in part, then collected", readPartAndLook);
+        const Step stream = [](FileDownloadTask& task) {
+            auto request = task.request();
+            request.streaming = true;
+            task.setRequest(request);
+            onReadyRead([](FileDownloadTask& streaming) { streaming.chopFirstBytes(200); })(task);
+        };
+        row("streamed", stream);
+    }
+
     static bool run(FileDownloadTask& task)
     {
         task.exec();
@@ -258,7 +285,6 @@ private Q_SLOTS:
         const Step nothing = [](FileDownloadTask&) {};
         const Step finish = [](FileDownloadTask& task) { task.finish(Error()); };
         const QByteArray content(1000, 'x');
-        const auto whole = LoopbackReply(200, content).dripped(400, 1ms);
         const auto cut = LoopbackReply(200, content).cutAfter(500);
         const auto stalled = LoopbackReply(200, content).dripped(400, 60s);
         row("404", LoopbackReply(404, "page"), accept, ErrorCode::None);
@@ -276,26 +302,7 @@ private Q_SLOTS:
         row("cut off, not judged yet", cut, finishBeforeJudging, ErrorCode::None);
         row("canceled", stalled, onReadyRead([](FileDownloadTask& task) { task.cancel(); }),
             ErrorCode::Canceled);
-
-        // The program takes content away.
-        const Step readAll = [](FileDownloadTask& task) { task.read(); };
-        const Step readPart = [](FileDownloadTask& task) { task.read(4); };
-        row("read as it comes", whole, onReadyRead(readAll), ErrorCode::General);
-        row("read in part as it comes", whole, onReadyRead(readPart), ErrorCode::General);
-        row("read at the end", whole, onStatus(200, readAll), ErrorCode::General);
-        row("read in part at the end", whole, onStatus(200, readPart), ErrorCode::General);
-        const Step readPartAndLook = [=](FileDownloadTask& task) {
-            onReadyRead(readPart)(task);
-            onStatus(200, [](FileDownloadTask& judged) { QVERIFY(!judged.data().isEmpty()); })(task);
-        };
-        row("read in part, then collected", whole, readPartAndLook, ErrorCode::General);
-        const Step stream = [](FileDownloadTask& task) {
-            auto request = task.request();
-            request.streaming = true;
-            task.setRequest(request);
-            onReadyRead([](FileDownloadTask& streaming) { streaming.chopFirstBytes(200); })(task);
-        };
-        row("streamed", whole, stream, ErrorCode::General);
+        addRowsOfContentTakenAway();
     }
 
     void keepsTheOldFileWithoutAWholeSuccess()
