@@ -1,12 +1,12 @@
 #include "FileDownloadTask.h"
 
 #include "NetworkLog_p.h"
+#include "Redaction_p.h"
 
 #include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QPointer>
 #include <QRegularExpression>
 #include <QSaveFile>
 
@@ -17,23 +17,7 @@ class FileDownloadTask::Private : public QObject
     Q_OBJECT
 
 public:
-    explicit Private(FileDownloadTask* task)
-        : q(task)
-    {
-    }
-
-    void watch(QNetworkReply* reply);
-    bool isDownloaded() const;
-    bool isIncomplete(const QByteArray& content, qint64 unread) const;
-    Error saveContent() const;
-
     QString destinationPath;
-    FileDownloadTask* const q;
-
-    QPointer<QNetworkReply> previousReply; // of the attempt before the current one
-    QPointer<QNetworkReply> watchedReply;
-    qint64 received = 0; // bytes of content, as the watched reply counts them
-    qint64 held = 0;     // how many of those the task or the reply still had then
 };
 
 namespace {
@@ -53,11 +37,6 @@ bool isSafeFileName(const QString& name)
         return false;
 #endif
     return !name.contains(unsafe) && QFile::encodeName(name).size() <= maxSize;
-}
-
-bool isSavedStatus(HttpResponseStatusCode code)
-{
-    return code == HttpResponseStatusCode::OK || code == HttpResponseStatusCode::Created;
 }
 
 // The message is for the user; what it leaves out goes into the log and the error's warnings.
@@ -93,70 +72,14 @@ Error writeFile(const QString& path, const QByteArray& content)
 
 } // namespace
 
-// Called with each piece that arrives, before any slot of the program can take it away with read(). The
-// reply's last count comes with its end.
-void FileDownloadTask::Private::watch(QNetworkReply* reply)
-{
-    if (reply == watchedReply)
-        return;
-    watchedReply = reply;
-    received = held = 0;
-    connect(reply, &QNetworkReply::downloadProgress, q, [this, reply](qint64 bytesReceived) {
-        received = bytesReceived;
-        held = reply->bytesAvailable();
-        if (q->request().streaming)
-            held += q->data().size();
-    });
-}
-
-// Whether there is a complete reply that succeeded. The task's status alone does not say so: it is 200 from
-// exec() until the reply is judged, also while the reply of the previous attempt is still there.
-bool FileDownloadTask::Private::isDownloaded() const
-{
-    auto* reply = q->networkReply();
-    if (!reply || reply == previousReply || !reply->isFinished() || !reply->isReadable())
-        return false;
-    if (reply->error() != QNetworkReply::NoError || q->networkResponseError() != QNetworkReply::NoError)
-        return false;
-    const bool isJudged = !q->networkConnection();
-    return isSavedStatus(isJudged ? q->httpResponseStatusCode() : responseStatusCode(reply));
-}
-
-// Whether @p content is what is left of the reply after a part was taken away. Content of another size has
-// been set by the program. A reply from a cache does not count its bytes, so nothing is known of it.
-bool FileDownloadTask::Private::isIncomplete(const QByteArray& content, qint64 unread) const
-{
-    if (watchedReply != q->networkReply() || content.size() >= received)
-        return false;
-    return content.size() == unread || content.size() == held;
-}
-
-Error FileDownloadTask::Private::saveContent() const
-{
-    const auto unread = q->networkReply()->bytesAvailable();
-    const auto content = q->data();
-    qCInfo(networkLog) << "Downloaded file" << q->sourceUrl() << content.size() << "bytes";
-    const auto path = q->destinationFilePath();
-    if (path.isEmpty())
-        return noFileName();
-    if (isIncomplete(content, unread)) {
-        const auto reason =
-            FileDownloadTask::tr("only %1 of %2 bytes are left").arg(content.size()).arg(received);
-        return fileError(ErrorCode::General, FileDownloadTask::tr("Could not write downloaded file"), path,
-                         reason);
-    }
-    return writeFile(path, content);
-}
-
 FileDownloadTask::FileDownloadTask(const QString& sourceUrl, const QString& destinationPath)
     : NetworkTask(Priority::High, nullptr)
-    , d(std::make_unique<Private>(this))
+    , d(std::make_unique<Private>())
 {
     d->destinationPath = destinationPath;
     if (destinationPath.endsWith(QLatin1Char('/')) || destinationPath.endsWith(QLatin1Char('\\')))
         d->destinationPath.chop(1);
     setRequest(sourceUrl, NetworkRequest::octetStreamContentType, NetworkRequest::Method::Get, false);
-    connect(this, &NetworkTask::readyRead, this, [this] { d->watch(networkReply()); });
 }
 
 FileDownloadTask::~FileDownloadTask() = default;
@@ -187,10 +110,7 @@ QString FileDownloadTask::destinationFilePath() const
 // loop and not while the caller may still be using the task.
 void FileDownloadTask::exec()
 {
-    const bool isIdle = !isRunning() && !isFinished();
-    if (isIdle)
-        d->previousReply = networkReply();
-    if (!isIdle || !destinationFilePath().isEmpty()) {
+    if (isRunning() || isFinished() || !destinationFilePath().isEmpty()) {
         NetworkTask::exec();
         return;
     }
@@ -210,16 +130,31 @@ Error FileDownloadTask::doFinish()
 {
     if (hasError()) {
         auto failure = error();
-        qCWarning(networkLog) << "Download error of file" << sourceUrl() << failure.errorMessage();
+        qCWarning(networkLog) << "Download error of file" << withoutPasswords(sourceUrl())
+                              << failure.errorMessage();
         return failure.ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
     }
-    if (!d->isDownloaded()) {
-        qCWarning(networkLog) << "Nothing to save of" << sourceUrl() << "status"
+    if (!isReplyWhole()) {
+        qCWarning(networkLog) << "Nothing to save of" << withoutPasswords(sourceUrl()) << "status"
                               << httpResponseStatusCodeNumber() << networkResponseError();
         return Error().addWarning(tr("No file was saved because the download did not succeed"));
     }
-    auto outcome = d->saveContent();
+    auto outcome = saveContent();
     return outcome.hasError() ? outcome.ecatch(Q_FUNC_INFO, __FILE__, __LINE__) : outcome;
+}
+
+Error FileDownloadTask::saveContent() const
+{
+    const auto content = data();
+    qCInfo(networkLog) << "Downloaded file" << withoutPasswords(sourceUrl()) << content.size() << "bytes";
+    const auto path = destinationFilePath();
+    if (path.isEmpty())
+        return noFileName();
+    if (isDataIncomplete()) {
+        return fileError(ErrorCode::General, tr("Could not write downloaded file"), path,
+                         tr("only %1 of %2 bytes are left").arg(content.size()).arg(bytesReceived()));
+    }
+    return writeFile(path, content);
 }
 
 } // namespace orv

@@ -73,6 +73,8 @@ protected:
     Error doFinish() override;
 
 private:
+    Error saveContent() const;
+
     class Private;
     std::unique_ptr<Private> d;
 };

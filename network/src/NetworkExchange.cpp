@@ -181,7 +181,13 @@ QByteArray NetworkExchange::take(qint64 maxSize)
     return content;
 }
 
-// RFC 9110, 6.4.1
+bool NetworkExchange::isWhole() const
+{
+    return isReadable() && m_reply->isFinished() && m_reply->error() == QNetworkReply::NoError &&
+           !isContentShort() && !isHeadLost();
+}
+
+// Whether there can be content after the head, RFC 9110, 6.4.1.
 bool NetworkExchange::mayHaveContent() const
 {
     const bool isHead = m_method == NetworkRequest::Method::Head ||
@@ -190,9 +196,10 @@ bool NetworkExchange::mayHaveContent() const
     return !isHead && status != 204 && status != 304;
 }
 
-// Qt reports some replies that were cut off as complete, when the end of the connection comes together with
-// the last bytes. This can be detected where the length is stated and Qt did not decode the content (it then
-// drops the field). What comes from a cache is whole, and is read without any progress.
+// Whether less content has arrived than the reply states. Qt reports some replies that were cut off as
+// complete, when the end of the connection comes together with the last bytes. This can be detected where the
+// length is stated and Qt did not decode the content (it then drops the field). What comes from a cache is
+// whole, and is read without any progress.
 bool NetworkExchange::isContentShort() const
 {
     const auto length = m_reply->header(QNetworkRequest::ContentLengthHeader);

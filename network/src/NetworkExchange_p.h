@@ -70,12 +70,10 @@ public:
     /// Takes up to @p maxSize bytes of the content that has arrived.
     QByteArray take(qint64 maxSize);
 
-    /// Whether the reply can have content: it is no answer to HEAD, and its status allows it.
-    bool mayHaveContent() const;
-    /// Whether less content has arrived than the reply states.
-    bool isContentShort() const;
-    /// Whether Qt has dropped the reply's fields because it could not parse one of them.
-    bool isHeadLost() const;
+    /// How many bytes of content the reply has reported.
+    qint64 bytesReported() const { return m_bytesReported; }
+    /// Whether the reply has finished without an error and is not known to lack anything.
+    bool isWhole() const;
     /// Whether an HTTP/2 server has said that it did not process the request.
     bool isUnprocessed() const;
 
@@ -84,6 +82,9 @@ protected:
 
 private:
     bool isReadable() const { return m_reply && m_reply->isOpen() && m_reply->isReadable(); }
+    bool mayHaveContent() const;
+    bool isContentShort() const;
+    bool isHeadLost() const;
     void connectReply();
     void disposeReply(QNetworkReply* reply);
     void announceCompletion();

@@ -31,7 +31,7 @@ public:
     {
         auto* manager = current.load();
         auto* application = QCoreApplication::instance();
-        if (manager || (wasMade.exchange(true) && !application))
+        if (manager || (wasDeleted && !application))
             return manager;
         auto made = std::unique_ptr<DefaultManager>(new DefaultManager(application));
         // Another thread may have been faster.
@@ -41,7 +41,8 @@ public:
     ~DefaultManager() override
     {
         auto* self = this;
-        current.compare_exchange_strong(self, nullptr);
+        if (current.compare_exchange_strong(self, nullptr))
+            wasDeleted = true;
     }
 
 private:
@@ -51,7 +52,7 @@ private:
     }
 
     static inline std::atomic<DefaultManager*> current = nullptr;
-    static inline std::atomic<bool> wasMade = false;
+    static inline std::atomic<bool> wasDeleted = false;
 };
 
 } // namespace

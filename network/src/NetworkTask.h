@@ -344,6 +344,11 @@ protected:
     void handleUnauthorizedError();
 
 private:
+    friend class FileDownloadTask;
+
+    bool isReplyWhole() const;
+    bool isDataIncomplete() const;
+
     static constexpr qint64 MB = 1048576;
 
     class Private;

@@ -206,7 +206,7 @@ void NetworkTask::Private::judgeContent()
 {
     if (networkResponseError != QNetworkReply::NoError)
         return;
-    if (exchange->isContentShort() || exchange->isHeadLost()) {
+    if (!exchange->isWhole()) {
         q->setNetworkResponseError(QNetworkReply::RemoteHostClosedError);
         q->setNetworkResponseErrorMessage(NetworkTask::tr("Connection closed"));
     }
@@ -401,6 +401,23 @@ void NetworkTask::Private::onTransportLost()
     q->setNetworkResponseError(QNetworkReply::UnknownNetworkError);
     q->setNetworkResponseErrorMessage(text);
     q->processFailedReply(text);
+}
+
+// Whether the last attempt has brought the whole content of a success. The status alone does not say so: it
+// is 200 from exec() until a reply is judged.
+bool NetworkTask::isReplyWhole() const
+{
+    const auto code = d->httpResponseStatusCode;
+    return d->phase == Private::Phase::Deciding && d->networkResponseError == QNetworkReply::NoError &&
+           (code == HttpResponseStatusCode::OK || code == HttpResponseStatusCode::Created) &&
+           d->exchange->isWhole();
+}
+
+// Whether the program has taken a part of the content away, with read() or from a stream.
+bool NetworkTask::isDataIncomplete() const
+{
+    const bool isFromReply = d->isDataFromReply || d->exchange->isStreaming();
+    return isFromReply && data().size() < d->exchange->bytesReported();
 }
 
 Error NetworkTask::doFinish()

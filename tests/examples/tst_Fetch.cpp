@@ -265,7 +265,7 @@ private Q_SLOTS:
         row("401", {LoopbackReply(401)}, {}, 6, 1, "refused the credentials");
         row("no token", {LoopbackReply::json({{u"token"_s, 7}})}, {}, 6, 1, "no token");
         row("bad tokens", {tokenReply(u"bad"_s)}, {}, 6, 12, "(HTTP 401)");
-        row("a token with a line break", {tokenReply(u"a\r\nX: b"_s)}, {}, 1, 1, "line break");
+        row("a token with a line break", {tokenReply(u"a\r\nX: b"_s)}, {}, 1, 1, "control character");
     }
 
     void failsAfterLoginsWithoutAUsableToken()
