@@ -4,19 +4,19 @@
 
 namespace orv {
 
-/// Something that can be cancelled: a flag, and the operation that acts on it.
+/// The interface of operations that can be canceled.
 ///
-/// What a cancel does, and on which thread it may be asked for, is for the class that implements it to say.
+/// What cancel() does, and from which thread it may be called, is up to the class that implements it.
 class ORV_BASE_EXPORT Cancelable
 {
 public:
     virtual ~Cancelable();
 
-    /// Whether a cancel has been asked for. False at first.
+    /// Whether the operation has been canceled; false at first.
     virtual bool isCanceled() const = 0;
-    /// Sets the flag alone; nothing is stopped by it.
+    /// Sets what isCanceled() returns; stops nothing.
     virtual void setCanceled(bool canceled) = 0;
-    /// Stops the work.
+    /// Stops the operation and sets the flag.
     virtual void cancel() = 0;
 
 protected:

@@ -18,8 +18,8 @@ namespace orv {
 /// The outcome of an operation, as a value: success, or a code with a message for the user and details for
 /// the program.
 ///
-/// An error that leaves a function is marked with ecatch(), so that it arrives with the trail of the
-/// functions it passed through:
+/// Each function that returns an error marks it with ecatch(), so that the caller gets the trail of the
+/// functions that it passed through:
 /// @code
 /// Error save(const QString& path)
 /// {
@@ -49,9 +49,9 @@ public:
     explicit Error(ErrorCode code);
     /// An error with a @p message that is already translated.
     Error(ErrorCode code, const QString& message);
-    /// An error with @p details for the program. Mind the order: details, then message.
+    /// An error with @p details for the program, and a translated @p message. Note the order.
     Error(ErrorCode code, const QVariant& details, const QString& message);
-    /// An error with a message from a literal in UTF-8.
+    /// An error with a message that is a literal in UTF-8, not translated.
     Error(ErrorCode code, const char* message);
 
     Error(const Error& other) = default;
@@ -67,22 +67,23 @@ public:
     bool hasError() const { return m_code != ErrorCode::None; }
     /// The kind of the error; ErrorCode::None for success.
     ErrorCode errorCode() const { return m_code; }
-    /// The text for the user; may be empty.
+    /// The text for users, translated; may be empty.
     QString errorMessage() const { return m_message; }
-    /// What the program may want to know. Network errors hold one int here, see
+    /// Details for the program, invalid if there are none. Network errors hold one int here, see
     /// HttpResponseStatusCodesUtils.h.
     QVariant errorDetails() const { return m_details; }
-    /// Replaces the details. Returns this error, so that calls can be chained, as the next three do.
+    /// Replaces the details. Like the next three functions it returns this error, so that calls can be
+    /// chained.
     Error& setErrorDetails(const QVariant& details);
 
     /// Appends to the error's own warnings.
     Error& addWarning(const QString& warning);
     /// Appends all of @p warnings to the error's own.
     Error& addWarnings(const QList<QString>& warnings);
-    /// Drops the error's own warnings.
+    /// Removes all warnings of the error.
     Error& clearWarnings();
 
-    /// Notes that the error passed through @p function (its full signature) at @p line of @p file.
+    /// Records that the error passed through @p function (its full signature) at @p line of @p file.
     Error& ecatch(const char* function, const char* file, int line);
     /// The functions that the error passed through, innermost first.
     QList<CatchPoint> catchTrail() const { return m_catchTrail; }

@@ -8,7 +8,7 @@ class ErrorCancelable::Private
 {
 public:
     Error error;
-    bool canceled = false;
+    bool isCanceled = false;
 };
 
 ErrorCancelable::ErrorCancelable(QObject* parent)
@@ -21,12 +21,12 @@ ErrorCancelable::~ErrorCancelable() = default;
 
 bool ErrorCancelable::isCanceled() const
 {
-    return d->canceled;
+    return d->isCanceled;
 }
 
 void ErrorCancelable::setCanceled(bool canceled)
 {
-    d->canceled = canceled;
+    d->isCanceled = canceled;
 }
 
 bool ErrorCancelable::hasError() const

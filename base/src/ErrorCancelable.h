@@ -10,34 +10,33 @@
 
 namespace orv {
 
-/// A QObject that can be cancelled and that ends with an Error.
+/// A QObject that can be canceled and that ends with an Error.
 ///
-/// It holds the two facts and leaves it to derived classes to act on them. Lives on, and is used from, one
-/// thread.
+/// It stores both, and derived classes act on them. Used from the thread that it lives on.
 class ORV_BASE_EXPORT ErrorCancelable : public QObject, public Cancelable
 {
     Q_OBJECT
 
 public:
-    /// Neither cancelled nor in error.
+    /// An object that is not canceled and has no error.
     explicit ErrorCancelable(QObject* parent = nullptr);
     ~ErrorCancelable() override;
 
     bool isCanceled() const override;
     void setCanceled(bool canceled) override;
 
-    /// Whether the stored error is one.
+    /// Whether error() is an error rather than success.
     bool hasError() const;
     /// A copy of the stored error; success until one is stored.
     Error error() const;
 
 Q_SIGNALS:
-    /// The object was cancelled. Emitted at most once, after the flag is set. Deleting the sender in a slot
-    /// is safe.
+    /// The object was canceled. Emitted at most once, after isCanceled() has become true. Deleting the sender
+    /// in a slot is safe.
     void canceled();
 
 protected:
-    /// Stores @p error for hasError() and error().
+    /// Stores @p error for hasError() and error(); emits nothing.
     void setError(Error error);
 
 private:

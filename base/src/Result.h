@@ -26,7 +26,7 @@ inline constexpr bool isResult<Result<T>> = true;
 
 } // namespace detail
 
-/// Either a value of type @p T or the Error that took its place, with warnings beside it in both cases.
+/// Either a value of type @p T or the Error that prevented it, and warnings in both cases.
 ///
 /// @code
 /// Result<NetworkRequest> request = prepare(url);
@@ -43,7 +43,7 @@ template <typename T>
 class Result : public Warnings
 {
     static_assert(std::is_object_v<T> && !std::is_array_v<T>, "a Result holds an object");
-    static_assert(!std::is_same_v<std::remove_cv_t<T>, Error>, "an Error says it all without a Result");
+    static_assert(!std::is_same_v<std::remove_cv_t<T>, Error>, "return an Error instead of a Result of one");
 
 public:
     /// The type of the value.
@@ -76,7 +76,7 @@ public:
             std::construct_at(std::addressof(m_error), other.m_error);
     }
 
-    /// Moves what @p other holds. It goes on holding a value, or an error, that has been moved from.
+    /// Moves what @p other holds, which then holds a moved-from value or error.
     Result(Result&& other) noexcept(
         std::is_nothrow_move_constructible_v<T>) requires std::move_constructible<T>
         : m_hasValue(other.m_hasValue)
@@ -89,7 +89,7 @@ public:
             std::move(other)); // last, so that a throwing move of the value leaves all as it was
     }
 
-    /// Copies what @p other holds in place of what this one held.
+    /// Replaces the value or error by a copy of what @p other holds.
     Result& operator=(const Result& other) requires(std::copy_constructible<T>&& std::is_copy_assignable_v<T>)
     {
         if (this == std::addressof(other))
@@ -105,7 +105,7 @@ public:
         return *this;
     }
 
-    /// Moves what @p other holds in place of what this one held.
+    /// Replaces the value or error by what @p other holds, which is moved from.
     Result& operator=(Result&& other) noexcept(
         std::is_nothrow_move_constructible_v<T>&& std::is_nothrow_move_assignable_v<
             T>) requires(std::move_constructible<T>&& std::is_move_assignable_v<T>)
@@ -124,7 +124,7 @@ public:
 
     ~Result() override { destroyHeld(); }
 
-    /// Whether there is a value. Warnings have no say in it.
+    /// Whether there is a value. Warnings make no difference.
     bool hasValue() const { return m_hasValue; }
     /// Whether there is an error instead of a value.
     bool hasError() const { return !m_hasValue; }
@@ -151,7 +151,7 @@ public:
     void addWarning(const QString& warning) { addWarningInternal(warning); }
     /// Appends all of @p warnings.
     void addWarnings(const QList<QString>& warnings) { addWarningsInternal(warnings); }
-    /// Drops all warnings.
+    /// Removes all warnings.
     void clearWarnings() { clearWarningsInternal(); }
     using Warnings::resetWarning;
     using Warnings::resetWarnings;

@@ -7,10 +7,10 @@
 
 namespace orv {
 
-/// A list of warnings that travels with a value: things worth telling that did not make the operation fail.
+/// A list of warnings that accompanies a value: problems that did not make the operation fail.
 ///
-/// Error and Result are Warnings. Every edit runs through one of five protected hooks, so that a class that
-/// holds a second list can keep both in step.
+/// Error and Result are Warnings. Every edit goes through one of five protected virtual functions, so that a
+/// class that holds a second list can update both.
 ///
 /// A value type; distinct objects may be used on distinct threads.
 class ORV_BASE_EXPORT Warnings
@@ -33,11 +33,11 @@ public:
     void resetWarnings(const QList<QString>& warnings);
 
 protected:
-    /// Appends one warning. All edits come through this hook and the four below.
+    /// Appends one warning. All edits go through this function and the four below.
     virtual void addWarningInternal(const QString& warning);
     /// Appends all of @p warnings.
     virtual void addWarningsInternal(const QList<QString>& warnings);
-    /// Drops all warnings.
+    /// Removes all warnings.
     virtual void clearWarningsInternal();
     /// Replaces the whole list by @p warning.
     virtual void resetWarningInternal(const QString& warning);

@@ -49,16 +49,16 @@ void AbstractAuthenticator::onAuthenticationRequired()
     qCDebug(networkLog) << "Authentication required";
     const QPointer<AbstractAuthenticator> self(this);
     // A login that ended inside authenticate() may have been followed by another one there.
-    const auto isUnderWay = [&self, login = ++d->lastLogin] {
+    const auto isInProgress = [&self, login = ++d->lastLogin] {
         return self && self->state() == State::Authenticating && self->d->lastLogin == login;
     };
-    auto restoreState = qScopeGuard([&isUnderWay, this, before = state()] {
-        if (isUnderWay())
+    auto restoreState = qScopeGuard([&isInProgress, this, before = state()] {
+        if (isInProgress())
             setState(before);
     });
     // Before the call, since authenticate() may run an event loop in which other tasks ask for a login too.
     setState(State::Authenticating);
-    if (!authenticate() || !isUnderWay())
+    if (!authenticate() || !isInProgress())
         return;
     restoreState.dismiss();
     Q_EMIT authenticating();

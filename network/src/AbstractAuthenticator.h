@@ -13,10 +13,10 @@ namespace orv {
 
 /// Obtains and holds the access token that network tasks send along.
 ///
-/// The base keeps the state, the last error, the count of retries and the signals; a derived class knows how
-/// to log in. One authenticator may serve any number of tasks: those that need a token call
-/// onAuthenticationRequired(), which starts one login for all of them, and wait for authenticated() or
-/// error().
+/// The base class holds the state, the last error and the number of retries, and declares the signals; a
+/// derived class implements the login. One authenticator may serve any number of tasks: those that need a
+/// token call onAuthenticationRequired(), which starts one login for all of them, and wait for
+/// authenticated() or error().
 ///
 /// A derived class starts its login in authenticate() and usually ends it later, from the event loop: on
 /// success it sets State::Authenticated and emits authenticated(), on failure it calls setError(), sets
@@ -40,47 +40,48 @@ namespace orv {
 /// }
 /// @endcode
 ///
-/// It belongs to the application, lives on the thread of its tasks and may be destroyed at any time; tasks
-/// that wait for it then end with ErrorCode::AuthenticationFailed.
+/// The application owns it. It lives on the thread of its tasks and may be destroyed at any time; tasks that
+/// wait for it then end with ErrorCode::AuthenticationFailed.
 class ORV_NETWORK_EXPORT AbstractAuthenticator : public QObject, public Retriable
 {
     Q_OBJECT
 
 public:
-    /// Where a login stands. The base sets Authenticating, the derived class the rest.
+    /// The state of the login. The base class sets Authenticating, the derived class the others.
     enum class State : int {
-        Idle = 0,           ///< No login has been made.
-        Authenticated = 1,  ///< The last login gave a token.
-        Authenticating = 2, ///< A login is under way.
+        Idle = 0,           ///< No login has been started.
+        Authenticated = 1,  ///< The last login succeeded.
+        Authenticating = 2, ///< A login is in progress.
         Failed = 3,         ///< The last login failed.
     };
 
-    /// Why a login failed, for the tasks that wait.
+    /// The reason why a login failed.
     enum class Error : int {
-        Failed = 1,             ///< For a reason without a value of its own.
+        Failed = 1,             ///< For any other reason.
         InvalidCredentials = 2, ///< The server refused name or password.
-        Canceled = 3,           ///< The user or the program gave up.
-        TemporaryFailure = 6,   ///< It may pass: tasks ask for another login while canRetry() allows one.
+        Canceled = 3,           ///< The user or the program canceled it.
+        TemporaryFailure = 6,   ///< Transient: tasks ask for another login while canRetry() allows it.
     };
 
-    /// Idle, and without an error.
+    /// An idle authenticator without an error.
     explicit AbstractAuthenticator(QObject* parent = nullptr);
     ~AbstractAuthenticator() override;
 
-    /// Where the current or last login stands.
+    /// The state of the current or last login.
     State state() const;
-    /// The error of the last login, as the derived class set it.
+    /// The error that the derived class has stored for the last failed login; success until then.
     orv::Error authenticationError() const;
-    /// Counts a retry and asks for a login, unless one is under way.
+    /// Counts a retry and starts a login. Does nothing while a login is in progress.
     void retryAuthentication();
 
-    /// The access token, empty when there is none. Sent as Latin-1.
+    /// The current access token, empty if there is none. Tasks send it in the field Authorization, encoded as
+    /// Latin-1.
     virtual QString token() = 0;
 
 public Q_SLOTS:
-    /// Starts a login, unless one is under way.
+    /// Starts a login. Does nothing while one is in progress.
     void onAuthenticationRequired();
-    /// Gives up a login that is under way. The base does nothing.
+    /// Cancels a login that is in progress. The base does nothing.
     virtual void cancel();
 
 protected:
@@ -91,21 +92,22 @@ protected:
     /// set another one. A login may also end inside the call. Deleting the authenticator in it is safe.
     virtual bool authenticate() = 0;
 
-    /// Sets the state, and tells nobody.
+    /// Stores the state; emits nothing.
     void setState(const State& state);
-    /// Sets authenticationError(), and tells nobody. Tasks that wait end with it when error() follows.
+    /// Stores what authenticationError() returns; emits nothing. Waiting tasks end with it when error() is
+    /// emitted.
     void setError(const orv::Error& error);
 
 Q_SIGNALS:
     /// A login has started: emitted once for each, after authenticate() has returned, with the state
     /// Authenticating. Not emitted for a login that ended inside authenticate(). Deleting the sender is safe.
     void authenticating();
-    /// A token is there. Emitted by derived classes, once for each login that succeeds and after setState();
-    /// resets the count of retries. The tasks that wait go on inside the emit. Deleting the sender is safe.
-    void authenticated();
-    /// A login failed. Emitted by derived classes, once for each login that fails and after setError() and
-    /// setState(). The tasks that wait end, or ask for another login, inside the emit. Deleting the sender is
+    /// A token is available. Derived classes emit it once for each successful login, after setState(). It
+    /// resets the retries, and the waiting tasks continue before the emit returns. Deleting the sender is
     /// safe.
+    void authenticated();
+    /// A login failed. Derived classes emit it once for each failed login, after setError() and setState().
+    /// The waiting tasks end, or ask for another login, before the emit returns. Deleting the sender is safe.
     void error(orv::AbstractAuthenticator::Error err);
 
 private:

@@ -20,7 +20,7 @@ const int UNKNOWN_ERROR_CODE = 65535;
 
 namespace {
 
-constexpr int highestStatus = 999;
+constexpr auto highestStatus = 999;
 
 bool isSuccess(HttpResponseStatusCode code)
 {

@@ -1,7 +1,7 @@
 #pragma once
 
 /// @file
-/// HTTP statuses, error numbers, and the functions that turn the one into the other.
+/// HTTP statuses, error numbers, and functions that convert between them.
 
 #include "orv_network_export.h"
 
@@ -22,41 +22,41 @@ Q_NAMESPACE_EXPORT(ORV_NETWORK_EXPORT)
 enum class HttpResponseStatusCode : int {
     Unknown = 0,               ///< No status, as with a pure transport failure.
     OK = 200,                  ///< Success.
-    Created = 201,             ///< Success, and a resource was made.
-    TemporaryRedirect = 307,   ///< To be asked again elsewhere with the same method; not followed.
+    Created = 201,             ///< Success: a resource was created.
+    TemporaryRedirect = 307,   ///< The resource is at another address for now; not followed.
     BadRequest = 400,          ///< An error under the response error policy.
-    Unauthorized = 401,        ///< A login is needed: the task waits for its authenticator.
+    Unauthorized = 401,        ///< Authentication is required: the task waits for its authenticator.
     Forbidden = 403,           ///< An error.
     NotFound = 404,            ///< An error under the response error policy.
     RequestTimeout = 408,      ///< Retried. Also set when a task itself times out.
     Locked = 423,              ///< An error (RFC 4918, section 11.3).
     TooManyRequests = 429,     ///< Retried (RFC 6585, section 4).
-    LoginTimeout = 440,        ///< The login session has ended; in no RFC.
+    LoginTimeout = 440,        ///< The login session has expired; not standardized.
     InternalServerError = 500, ///< An error.
 };
 Q_ENUM_NS(HttpResponseStatusCode)
 
 } // namespace ORV_QEnumsHttpResponseStatusCodesUtils
 
-/// The enumeration under the name that programs use.
+/// The name of the enumeration that programs use.
 using HttpResponseStatusCode = ORV_QEnumsHttpResponseStatusCodesUtils::HttpResponseStatusCode;
 
-/// The numbers in the details of every Error that stands for a network outcome: one int, an HTTP status or a
-/// transport error moved by its offset, or UNKNOWN_ERROR_CODE.
+/// The details of every Error that describes a network failure are one int: an HTTP status or a transport
+/// error plus its offset, or UNKNOWN_ERROR_CODE.
 namespace NetworkErrorConstants {
 /// 2000; added to an HTTP status.
 ORV_NETWORK_EXPORT extern const int HTTP_ERROR_OFFSET;
 /// 3000; added to a QNetworkReply::NetworkError.
 ORV_NETWORK_EXPORT extern const int NETWORK_ERROR_OFFSET;
-/// 65535; a failure of which nothing is known.
+/// 65535; an unknown failure.
 ORV_NETWORK_EXPORT extern const int UNKNOWN_ERROR_CODE;
 } // namespace NetworkErrorConstants
 
 // All functions below are reentrant. None throws.
 
-/// The HTTP status of @p reply, which must not be null; 0 when it has none.
+/// The HTTP status of @p reply, which must not be null; 0 if it has none.
 ORV_NETWORK_EXPORT int responseStatusCodeNumber(QNetworkReply* reply);
-/// responseStatusCodeNumber() as an enumeration value, whether it is a key or not.
+/// responseStatusCodeNumber() as a value of the enumeration, which may have no key.
 ORV_NETWORK_EXPORT HttpResponseStatusCode responseStatusCode(QNetworkReply* reply);
 /// The key of @p code in words, for example "Too Many Requests"; empty for a value without a key.
 ORV_NETWORK_EXPORT QString httpResponseStatusCodeName(HttpResponseStatusCode code);
@@ -65,10 +65,12 @@ ORV_NETWORK_EXPORT QString httpResponseStatusCodeName(HttpResponseStatusCode cod
 ORV_NETWORK_EXPORT int httpErrorCode(HttpResponseStatusCode code);
 /// The error number of a transport error: @p error plus NETWORK_ERROR_OFFSET, at most the largest int.
 ORV_NETWORK_EXPORT int networkErrorCode(QNetworkReply::NetworkError error);
-/// The HTTP status in the details of @p error; OK where there is none, as in a transport error or a success.
+/// The HTTP status in the details of @p error: an error number from 2000 to 2999, less 2000. OK for all
+/// others, such as those of transport errors and of success.
 ORV_NETWORK_EXPORT HttpResponseStatusCode httpResponseStatusCode(const Error& error);
-/// The transport error in the details of @p error; NoError where there is none. Unbounded above: an unknown
-/// failure reads back as 62535.
+/// The transport error in the details of @p error: an error number of 3000 or more, less 3000. NoError for
+/// all others. There is no upper bound, so UNKNOWN_ERROR_CODE gives 62535, which is no
+/// QNetworkReply::NetworkError.
 ORV_NETWORK_EXPORT QNetworkReply::NetworkError networkError(const Error& error);
 
 /// Success for 200 and 201, otherwise forcedNetworkError().
@@ -84,10 +86,10 @@ ORV_NETWORK_EXPORT Error networkError(QNetworkReply::NetworkError error, const Q
 /// ErrorCode::General, "Unknown error", with UNKNOWN_ERROR_CODE in the details.
 ORV_NETWORK_EXPORT Error networkUnknownError();
 
-/// Success when @p reply is there and has the status 200 or 201.
+/// Success if @p reply is not null and has the status 200 or 201.
 ///
-/// Otherwise ErrorCode::InvalidArgument for a null reply or ErrorCode::Network, both without a message; the
-/// text for people is appended to the errors of @p messages, which may be null.
+/// Otherwise ErrorCode::InvalidArgument for a null reply or ErrorCode::Network, both without a message. A
+/// text with the URL, without its password, is appended to the errors of @p messages, which may be null.
 ORV_NETWORK_EXPORT Error checkHttpStatus(QNetworkReply* reply, ErrorWarningMessages* messages);
 
 } // namespace orv

@@ -6,14 +6,14 @@
 
 #include <chrono>
 
-/// Constants that the library shares with the applications that use it.
+/// Constants for applications that use the library. All are initialized when the library is loaded.
 namespace network {
 
 /// How long a request may go without progress before it times out, unless a task says otherwise: 300,000 ms.
 ORV_NETWORK_EXPORT extern const std::chrono::milliseconds DEFAULT_TIMEOUT;
 
-/// How many requests Qt sends to one host at a time: 6. For applications that size their own parallelism, for
-/// example with TasksQueue::setMaxRunningTasks(); nothing in the library applies it.
+/// How many requests Qt sends to one host at a time over HTTP/1.1: 6. For applications, for example as an
+/// argument of TasksQueue::setMaxRunningTasks(); the library itself does not use it.
 ORV_NETWORK_EXPORT extern const int MAX_PARALLEL_REQUESTS;
 
 /// The User-Agent of tasks and queues that are not given another one: "OrvLabs".

@@ -13,11 +13,11 @@ namespace orv {
 class AbstractAuthenticator;
 class SslIgnorantNetworkAccessManager;
 
-/// A queue for network tasks, which share what they need: an access manager, a login and a User-Agent.
+/// A queue for network tasks that share an access manager, an authenticator and a User-Agent.
 ///
-/// Each task is given them as it is added. The queue's authenticator replaces the task's own; the access
-/// manager and the User-Agent go to tasks that have none of their own. How many run at once is set with
-/// setMaxRunningTasks().
+/// A task is given them when it is added. The queue's authenticator replaces the task's own; the access
+/// manager and the User-Agent are given to tasks that have none of their own. setMaxRunningTasks() sets how
+/// many run at once.
 /// @code
 /// NetworkQueue queue;
 /// queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
@@ -26,8 +26,8 @@ class SslIgnorantNetworkAccessManager;
 ///     queue.append(new NetworkTask(url, NetworkTask::Priority::Normal, this));
 /// @endcode
 ///
-/// Each queue makes an access manager of its own, a child of the application object that outlives the queue.
-/// The authenticator belongs to the application. Everything lives on one thread.
+/// Each queue creates an access manager of its own, as a child of the application object; it outlives the
+/// queue. The application owns the authenticator. All of these objects live on one thread.
 class ORV_NETWORK_EXPORT NetworkQueue : public TasksQueue
 {
     Q_OBJECT
@@ -39,22 +39,24 @@ public:
 
     /// The authenticator for tasks that are added, or null when none was set or it has been destroyed.
     AbstractAuthenticator* authenticator() const;
-    /// Sets the authenticator for tasks that are added from now on; null, the initial value, leaves them
-    /// their own. Tasks already added keep what they were given. Not owned; forgotten when it is destroyed.
+    /// For tasks that are added from now on; with null, the initial value, they keep their own. Tasks in the
+    /// queue keep what they were given. The queue does not own it, and has none after it is destroyed.
     void setAuthenticator(AbstractAuthenticator* authenticator);
 
     /// The queue's access manager, or null if it has been destroyed.
     SslIgnorantNetworkAccessManager* networkAccessManager();
-    /// Whether the queue's access manager takes any certificate. Also affects tasks already added. To be
-    /// called only while the application object exists.
+    /// Whether the queue's access manager accepts any certificate; false by default. Affects every request
+    /// that is sent through it from now on, also those of tasks in the queue. To be called only while the
+    /// application object exists.
     void setIgnoreSslErrors(bool ignore);
 
-    /// The User-Agent for tasks that are added; "OrvLabs" by default.
+    /// The User-Agent for tasks that are added without one; "OrvLabs" by default.
     QByteArray userAgent() const;
-    /// Sets it for tasks that are added from now on; tasks already added keep what they were given.
+    /// For tasks that are added from now on; tasks in the queue keep what they were given.
     void setUserAgent(const QByteArray& userAgent);
 
 protected:
+    /// Gives the task what the queue's tasks share, and enqueues it.
     void addTask(Task* task, EnqueueMode mode) override;
 
 private:

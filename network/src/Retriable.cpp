@@ -19,7 +19,7 @@ struct Retriable::Private
 
 namespace {
 
-// Truncates toward zero; a number that no int holds becomes the nearest one that is held.
+// Truncates toward zero; numbers out of range become the nearest int.
 int saturatedInt(double number)
 {
     if (std::isnan(number))

@@ -9,8 +9,8 @@ namespace orv {
 
 /// Counts the attempts of an operation and computes the growing delay to wait before the next one.
 ///
-/// A mix-in that only stores and computes; whoever runs the operation does the waiting. Nothing resets the
-/// counters by itself. All arithmetic saturates: no factor, delay or maximum overflows.
+/// A mix-in that only stores and computes; the class that runs the operation also waits and resets. All
+/// arithmetic saturates: no factor, delay or maximum overflows. An object is used from one thread at a time.
 class ORV_NETWORK_EXPORT Retriable
 {
 public:
@@ -18,62 +18,63 @@ public:
     enum class DelayPolicy : int {
         None = 0,        ///< No delay.
         Linear = 1,      ///< The increment factor is added, in seconds.
-        Exponential = 2, ///< From one second on, multiplied by the increment factor.
+        Exponential = 2, ///< One second at first, then multiplied by the increment factor.
     };
 
-    /// No retry counted, and the defaults named below.
+    /// A counter at 0, with the defaults that are stated below.
     Retriable();
     ~Retriable();
     Retriable(const Retriable&) = delete;
     Retriable& operator=(const Retriable&) = delete;
 
-    /// Whether retries are enabled and some are left.
+    /// Whether retries are enabled and fewer than maxRetriesCount() have been counted.
     bool canRetry() const;
-    /// Counts a retry and lets the delay grow.
+    /// incrementRetriesCount() and incrementDelay().
     void incrementRetries();
-    /// Counts a retry and leaves the delay as it is.
+    /// Counts a retry; the delay stays as it is.
     void incrementRetriesCount();
-    /// Lets the delay grow as delayPolicy() says, at most to maxDelay(). Fractions of a second are dropped.
+    /// Computes the next delay by delayPolicy(), at most maxDelay(). Fractions of a second are truncated.
     void incrementDelay();
-    /// Sets count and delay to 0.
+    /// Sets retriesCount() and retryDelay() to 0.
     void resetRetries();
-    /// Sets the count alone to 0.
+    /// Sets retriesCount() to 0; the delay stays as it is.
     void resetRetriesCount();
 
-    /// Retries counted so far.
+    /// The number of retries that have been counted since the last reset.
     int retriesCount() const;
-    /// How many retries are allowed; 10 by default. With 0 or less there is none.
+    /// How many retries are allowed; 10 by default. 0 and negative values allow none.
     int maxRetriesCount() const;
-    /// Sets how many retries are allowed; those counted so far stay counted.
+    /// Retries that have already been counted still count.
     void setMaxRetriesCount(int maxRetriesCount);
-    /// Whether there may be retries at all; true by default.
+    /// Whether any retries are allowed; true by default.
     bool retriesEnabled() const;
-    /// Allows or forbids retries without touching the counters.
+    /// Changes neither the number of retries nor the delay.
     void setRetriesEnabled(bool enabled);
 
-    /// The delay before the next attempt; 0 at first.
+    /// The delay before the next attempt, in whole seconds; 0 at first.
     std::chrono::seconds retryDelay() const;
-    /// Sets the delay, at most to maxDelay(). A negative delay counts as none where it is waited.
+    /// Sets the delay in seconds; a value above maxDelay() is replaced by it. NetworkTask does not wait for a
+    /// negative delay.
     void setDelay(int seconds);
-    /// The same.
+    /// As setDelay(int), for a duration.
     void setDelay(std::chrono::seconds delay);
 
     /// The longest delay; 300 seconds by default.
     std::chrono::seconds maxDelay() const;
-    /// Sets the longest delay. A current delay that is not above it is raised to it; one above it stays as it
-    /// is.
+    /// Sets the longest delay in seconds. A current delay up to the new value is raised to it; a longer one
+    /// stays as it is.
     void setMaxDelay(int seconds);
-    /// The same.
+    /// As setMaxDelay(int), for a duration.
     void setMaxDelay(std::chrono::seconds maxDelay);
 
-    /// DelayPolicy::Exponential by default.
+    /// How incrementDelay() computes the next delay; DelayPolicy::Exponential by default.
     DelayPolicy delayPolicy() const;
-    /// Counts from the next growth of the delay on.
+    /// Takes effect with the next incrementDelay(); the current delay stays as it is.
     void setDelayPolicy(DelayPolicy policy);
     /// What Linear adds, in seconds, and Exponential multiplies by; 2.0 by default.
     double incrementFactor() const;
-    /// Counts from the next growth of the delay on. Any number is taken: below 1, an exponential delay
-    /// shrinks.
+    /// Takes effect with the next incrementDelay(). Any number is allowed; with one below 1 an exponential
+    /// delay becomes shorter.
     void setIncrementFactor(double factor);
 
 private:

@@ -10,14 +10,14 @@ namespace orv {
 
 class TasksQueue;
 
-/// A piece of work with a name, a state and exactly one end.
+/// A unit of work that has a name, a state and an outcome.
 ///
-/// A task is idle, running, paused or finished. Work begins with setRunning(), may go back to idle to begin
-/// again later, and ends with finish(), once. A paused task is one that waits for something and holds none of
-/// its queue's slots meanwhile; isRunning() stays true for it. Every change is made before the signal that
-/// tells of it, and every signal may be answered by deleting the task.
+/// A task is idle, running, paused or finished. It starts with setRunning(), may return to idle to be run
+/// again later, and ends with finish(), exactly once. A paused task waits for something and holds no slot of
+/// its queue; isRunning() is true for it too. Signals are emitted after the state has changed, and a slot of
+/// any of them may delete the task.
 ///
-/// A task does not own its queue and is not owned by it. It is used from the thread that it lives on.
+/// A task does not own its queue and is not owned by it. Used from the thread that it lives on.
 class ORV_TASKS_EXPORT BaseTask : public ErrorCancelable
 {
     Q_OBJECT
@@ -27,58 +27,67 @@ public:
     explicit BaseTask(QObject* parent = nullptr);
     ~BaseTask() override;
 
-    /// A name for log lines; empty by default.
+    /// The name that log lines contain; empty by default.
     QString name() const;
-    /// Names the task, at any time.
+    /// Sets the name; allowed in every state.
     virtual void setName(const QString& name);
 
-    /// True from setRunning() until the task goes back to idle or finishes, pauses included.
+    /// True from setRunning() until the task returns to idle or finishes, also while it is paused.
     bool isRunning() const;
-    /// True while the task waits.
+    /// True from pause() until resume(), or until the task returns to idle or finishes.
     bool isPaused() const;
-    /// True once the task has ended, for the rest of its life.
+    /// True from the call of finalize() on, for the rest of the task's life.
     bool isFinished() const;
 
     /// Deletes the task (deferred) after finished() when @p autoDelete is true. Off by default.
     void setAutoDelete(bool autoDelete);
 
-    /// Marks an idle task running and emits started(); a paused one goes on. Without effect on a finished
-    /// task.
+    /// Makes an idle task running and emits started(); a paused one becomes running without the signal. Does
+    /// nothing once finish() has been called.
     void setRunning();
-    /// Puts a running or paused task back, to be run again. Without effect on a finished task.
+    /// Makes a running or paused task idle, so that it can be run again. Emits nothing; does nothing once
+    /// finish() has been called.
     void setIdle();
 
-    /// Ends the task, in whatever state it is, with @p error, or with success when it is none.
+    /// Ends the task, whatever its state, with @p error or with success.
     ///
     /// Stores the error, calls doFinish(), whose result is the final error, makes the task finished, calls
-    /// finalize(), emits finished() and tells the queue. Only the first call acts; a call made while it runs
-    /// does nothing.
+    /// finalize(), emits finished() and informs the queue. Only the first call has an effect, even if another
+    /// one is made before it returns. An exception from doFinish() becomes an error of code
+    /// ErrorCode::General; one from finalize() is logged; one from a slot of finished() reaches the caller
+    /// after the queue was informed.
     void finish(Error error);
 
-    /// The queue that holds the task, or null.
+    /// The queue that the task is pending or active in, or null.
     TasksQueue* queue() const;
 
-    /// Ends a task that has not finished with ErrorCode::Canceled, an idle one included: sets the flag, emits
-    /// canceled() and calls finish(). Without effect once finish() has begun.
+    /// Ends a task with ErrorCode::Canceled, also an idle one: sets the flag, emits canceled() and calls
+    /// finish(). Does nothing once finish() has been called. An exception from a slot of canceled() reaches
+    /// the caller after the task has finished.
     void cancel() override;
 
-    /// Marks a running task as waiting: it gives back the slot of its queue. Without effect in other states.
+    /// Makes a running task paused: it waits, and gives its slot of the queue back. Does nothing in other
+    /// states; emits nothing.
     virtual void pause();
-    /// Marks a waiting task as going on: it takes a slot of its queue. Without effect in other states.
+    /// Makes a paused task running again: it takes a slot of its queue, even if none is free. Does nothing in
+    /// other states; emits nothing.
     virtual void resume();
 
 protected:
-    /// Releases what the finished task holds. Called once, before finished() is emitted.
+    /// Releases the resources of a finished task. Called once, before finished() is emitted. The base does
+    /// nothing.
     virtual void finalize();
 
-    /// Judges the end: error() holds what finish() was given; the result is what the task ends with. The base
-    /// returns the stored error as it is.
+    /// Returns the error that the task ends with. error() is the argument of finish() during the call, and
+    /// the base returns just that. Called once, while the task still has the state that it had before
+    /// finish().
     virtual Error doFinish();
 
 Q_SIGNALS:
-    /// The task went from idle to running; once for each attempt of a task that is run again.
+    /// An idle task has become running; emitted once for each attempt of a task that is run again. Deleting
+    /// the sender is safe.
     void started();
-    /// The task has ended; emitted exactly once, when state and error are final.
+    /// The task has ended, and state and error are final. Emitted exactly once. Deleting the sender is safe.
     void finished();
 
 private:

@@ -6,8 +6,8 @@ namespace orv {
 
 class Task;
 
-/// A link of an intrusive ring, so that a task enters and leaves its queue's lists without an allocation or a
-/// search.
+/// A link of an intrusive ring: a task is added to and removed from the lists of its queue without an
+/// allocation or a search.
 struct TaskLink
 {
     TaskLink() = default;
@@ -63,7 +63,7 @@ public:
     bool isCanceling = false; // cancel() has been called
     bool isAutoDelete = false;
 
-    // What the queue keeps about the task; written by TasksQueue only.
+    // The queue's data about the task; only TasksQueue writes it.
     TasksQueue* queue = nullptr;
     TaskLink link;
     int priority = 0;

@@ -67,7 +67,7 @@ QCoro::Task<Error> Task::co_doExec()
     co_return doExec();
 }
 
-// Outlives the task when the task is destroyed while its coroutine is suspended; touches it only through the
+// Outlives a task that is destroyed while its coroutine is suspended, so it uses the task only through the
 // guard.
 QCoro::Task<> Task::run(Task* task)
 {

@@ -9,8 +9,8 @@ namespace orv {
 
 /// A task that is run by calling exec(), directly or by a TasksQueue.
 ///
-/// A derived class gives its work in one of three forms: doExec() for work that is done when it returns,
-/// co_doExec() for a coroutine, or exec() itself for work that ends with finish() some time later.
+/// A derived class implements its work in one of three functions: doExec() for work that is done when it
+/// returns, co_doExec() for a coroutine, or exec() itself for work that ends with finish() some time later.
 /// @code
 /// QCoro::Task<Error> ChecksumTask::co_doExec()
 /// {
@@ -32,26 +32,26 @@ public:
     explicit Task(QObject* parent = nullptr);
     ~Task() override;
 
-    /// The larger, the earlier a queue runs the task; read when the task is added to a queue. 0 by default,
-    /// which is also the lowest that a queue knows: it takes a negative priority as 0.
+    /// A queue runs tasks of larger priority first. Read when the task is added to a queue, where a negative
+    /// value counts as 0, the default.
     void setPriority(int priority);
 
 protected:
     void finalize() override;
 
 public:
-    /// Runs the task: marks it running, runs co_doExec() and finishes with its result. A running or
-    /// finished task is not run again. An exception that leaves co_doExec() or doExec() becomes an error of
-    /// code ErrorCode::General.
+    /// Makes an idle task running, runs co_doExec() and finishes with its result. A running task is left
+    /// alone, and for a finished one a warning is logged. An exception from co_doExec() or doExec() becomes
+    /// an error of code ErrorCode::General.
     ///
-    /// A task may be deleted while its coroutine is suspended. The coroutine itself then stays suspended, or
-    /// goes on when what it awaits comes, so it must look whether its task still exists before it touches it.
+    /// A task may be deleted while its coroutine is suspended. The coroutine may still be resumed, and must
+    /// check that its task exists before it uses it.
     virtual void exec();
 
 protected:
     /// The work, for a task that is done when this returns. The base returns success.
     virtual Error doExec();
-    /// The work as a coroutine, begun inside exec(). The base runs doExec().
+    /// The work as a coroutine, started inside exec(). The base runs doExec().
     virtual QCoro::Task<Error> co_doExec();
 
 private:

@@ -55,7 +55,7 @@ void TasksQueue::Private::adopt(Task* task)
     of(task)->link.task = task;
 }
 
-// Undoes whatever the queue knows about the task.
+// Removes the task from the lists, gives its slot back and resets its link to the queue.
 void TasksQueue::Private::release(Task* task)
 {
     auto* t = of(task);
@@ -115,7 +115,7 @@ bool TasksQueue::Private::isInActiveList(const Task* task) const
     return false;
 }
 
-// A task that was run from outside while it was pending goes on as it is.
+// A task that was run by other code while it was pending stays as it is.
 void TasksQueue::Private::start(Task* task)
 {
     setHoldsSlot(of(task), !task->isPaused());
@@ -123,8 +123,8 @@ void TasksQueue::Private::start(Task* task)
         q->exec(task);
 }
 
-// Starts as many tasks as there are free slots. Where some are done at once, more follow, since a turn of the
-// event loop costs more than such a task; but only for a moment, since everything else waits meanwhile.
+// Starts as many tasks as there are free slots. If some of them finish at once, more are started for up to a
+// millisecond: a turn of the event loop costs more than such a task, but must not be put off for long.
 void TasksQueue::Private::dispatch()
 {
     isDispatchScheduled = false;
@@ -156,7 +156,7 @@ TasksQueue::TasksQueue(QObject* parent)
 
 TasksQueue::~TasksQueue()
 {
-    d->isDispatchScheduled = true; // nothing is to be scheduled on a dying object
+    d->isDispatchScheduled = true; // nothing may be scheduled on an object that is being destroyed
     while (d->active.isLinked())
         d->release(d->active.next->task);
     for (auto& [priority, head] : d->pending) {
@@ -269,7 +269,7 @@ void TasksQueue::onTaskDestroyed(Task* task)
         d->release(task);
 }
 
-// A task that has not been started holds no slot, whatever is done to it.
+// A pending task holds no slot, whatever its state.
 void TasksQueue::onTaskStateChanged(BaseTask* task)
 {
     auto* t = task->d.get();

@@ -19,7 +19,7 @@ private Q_SLOTS:
             QVERIFY(Error(code).hasError());
     }
 
-    void tellsDetailsFromMessage()
+    void keepsDetailsAndMessageApart()
     {
         const Error error(ErrorCode::FileAccess, QVariant(7), u"Kann nicht öffnen"_s);
         QCOMPARE(error.errorDetails().toInt(), 7);
@@ -27,7 +27,7 @@ private Q_SLOTS:
         QCOMPARE(Error(ErrorCode::FileAccess, "Kann nicht öffnen").errorMessage(), error.errorMessage());
     }
 
-    void keepsEverythingWhileItIsPassedOn()
+    void keepsEverythingWhenCopiedAndMoved()
     {
         const auto inner = [] {
             return Error(ErrorCode::Network, 2404, u"gone"_s)
@@ -48,7 +48,7 @@ private Q_SLOTS:
         QCOMPARE(copy.catchTrail().size(), 2);
     }
 
-    void printsWhatALogReaderNeeds()
+    void printsCodeDetailsMessageAndTrail()
     {
         QString text;
         QDebug(&text) << Error(ErrorCode::Network, 2404, u"gone"_s).ecatch("f()", "a.cpp", 10) << "next";

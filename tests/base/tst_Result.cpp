@@ -15,7 +15,7 @@ using orv::Result;
 
 namespace {
 
-// Counts its living objects and throws from the copy or move that it is told to.
+// Counts its objects, and throws from the copy or move that the test selects.
 struct Tracked
 {
     explicit Tracked(int v)
@@ -129,7 +129,7 @@ private Q_SLOTS:
         verify(source, fromValue, 2);
     }
 
-    void staysAsItWasWhenTheValueThrows()
+    void isUnchangedWhenTheValueThrows()
     {
         const auto source = make(true, 2);
         auto target = make(false, 1);
@@ -142,7 +142,7 @@ private Q_SLOTS:
         QVERIFY_THROWS_EXCEPTION(std::runtime_error, Result<Tracked>{source});
     }
 
-    void warnsItsErrorToo()
+    void passesWarningsToItsError()
     {
         auto result = failed("x");
         result.addWarning(u"a"_s);

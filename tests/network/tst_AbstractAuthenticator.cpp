@@ -108,7 +108,7 @@ private Q_SLOTS:
         QCOMPARE(authenticator.retryDelay(), std::chrono::seconds(0));
     }
 
-    void isReferredToWithoutBeingOwned()
+    void isForgottenWhenDestroyed()
     {
         Authenticable first;
         QVERIFY(!first.authenticator());

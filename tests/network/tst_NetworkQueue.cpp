@@ -27,7 +27,7 @@ class tst_NetworkQueue : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void handsOutWhatTasksShare()
+    void configuresTasksThatAreAdded()
     {
         TestAuthenticator authenticator;
         TestAuthenticator own;
@@ -97,7 +97,7 @@ private Q_SLOTS:
         QCOMPARE(manager->parent(), QCoreApplication::instance());
         delete manager;
         delete second.networkAccessManager();
-        second.setIgnoreSslErrors(true); // nobody left to tell
+        second.setIgnoreSslErrors(true); // does nothing
     }
 };
 

@@ -15,7 +15,7 @@ class tst_Retriable : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void allowsTenRetriesUnlessToldOtherwise()
+    void allowsTenRetriesByDefault()
     {
         Retriable retriable;
         for (int i = 0; i < 10; ++i) {
@@ -29,7 +29,7 @@ private Q_SLOTS:
         QVERIFY(!retriable.canRetry());
     }
 
-    void growsTheDelay_data()
+    void incrementsTheDelay_data()
     {
         constexpr int most = std::numeric_limits<int>::max();
         const auto row = addColumns<Policy, double, int, int, QList<int>>(
@@ -46,7 +46,7 @@ private Q_SLOTS:
         row("no number", Policy::Linear, std::numeric_limits<double>::quiet_NaN(), 5, 9, QList<int>{0});
     }
 
-    void growsTheDelay()
+    void incrementsTheDelay()
     {
         QFETCH(Policy, policy);
         QFETCH(double, factor);

@@ -18,7 +18,7 @@ using namespace orv;
 
 namespace {
 
-// Writes down what happens to it, in order, and does what it is told to when it does.
+// Records its signals and calls in order, and reacts to them as the test asks.
 class RecordingTask : public Task
 {
     Q_OBJECT
@@ -60,7 +60,7 @@ public:
     std::optional<Error> verdict;
 };
 
-// Suspends its coroutine until somebody resumes the handle.
+// Its coroutine is suspended until the test resumes the handle.
 class SuspendedTask : public Task
 {
 public:
@@ -96,7 +96,7 @@ class tst_Task : public QObject
 private Q_SLOTS:
     void cleanup() { QLoggingCategory::setFilterRules({}); }
 
-    void endsInOrder()
+    void finishesStepByStep()
     {
         RecordingTask task;
         task.outcome = Error(ErrorCode::General, "stored");
@@ -119,8 +119,8 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorCode(), ErrorCode::FileAccess);
     }
 
-    void finishesOnceThoughEverybodyTries_data() { addRows("event", {"doFinish", "finalize", "finished"}); }
-    void finishesOnceThoughEverybodyTries()
+    void finishesOnlyOnce_data() { addRows("event", {"doFinish", "finalize", "finished"}); }
+    void finishesOnlyOnce()
     {
         QFETCH(QString, event);
         RecordingTask task;
@@ -135,8 +135,8 @@ private Q_SLOTS:
         QVERIFY(!task.hasError());
     }
 
-    void cancelsFromEveryState_data() { addRows("state", {"idle", "running", "paused", "idle again"}); }
-    void cancelsFromEveryState()
+    void isCanceledInEveryState_data() { addRows("state", {"idle", "running", "paused", "idle again"}); }
+    void isCanceledInEveryState()
     {
         QFETCH(QString, state);
         RecordingTask task;
@@ -159,7 +159,7 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorCode(), ErrorCode::Canceled);
     }
 
-    void deletesItselfWhenToldTo()
+    void deletesItselfAfterFinishing()
     {
         QPointer<RecordingTask> task = new RecordingTask;
         task->setAutoDelete(true);
@@ -179,7 +179,7 @@ private Q_SLOTS:
         QCOMPARE(task.error().errorMessage(), u"resumed"_s);
     }
 
-    void outlivesNothingItsCoroutineTouches()
+    void mayEndWhileItsCoroutineIsSuspended()
     {
         std::coroutine_handle<> handle;
         {

@@ -16,7 +16,7 @@ using namespace orv;
 
 namespace {
 
-// Runs until it is finished from outside.
+// Runs until the test finishes it.
 class OpenTask : public Task
 {
 public:
@@ -104,7 +104,7 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+a"_s);
         a.pause();
         QCOMPARE(queue.log(), u"+a +b"_s);
-        a.resume(); // goes on though the slot is taken
+        a.resume(); // although the slot is taken
         b.finish(Error());
         QCOMPARE(queue.log(), u"+a +b -b"_s);
         a.finish(Error());
@@ -122,7 +122,7 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+next"_s);
     }
 
-    void runsAsManyTasksAtOnceAsItIsToldTo()
+    void limitsHowManyTasksRunAtOnce()
     {
         Queue queue;
         OpenTask a("a"), b("b"), c("c"), d("d");
@@ -141,7 +141,7 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+a +b +c a has finished -a -b -c +d"_s);
     }
 
-    void refusesWhatItCannotRun()
+    void ignoresTasksThatCannotBeAdded()
     {
         Queue queue, other;
         Task done;
@@ -162,7 +162,7 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"-a emptied"_s);
     }
 
-    void clearsWhatThePolicyNames()
+    void finishesTheTasksThatThePolicySelects()
     {
         Queue queue;
         OpenTask a("a"), b("b"), c("c"), late("late");
@@ -179,11 +179,11 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+a -b -c -late -a emptied"_s);
     }
 
-    void survivesWhatDequeueTaskDoes_data()
+    void allowsDeletionsInDequeueTask_data()
     {
         addRows("action", {"delete queue", "delete task", "delete task, return null", "return foreign task"});
     }
-    void survivesWhatDequeueTaskDoes()
+    void allowsDeletionsInDequeueTask()
     {
         QFETCH(QString, action);
         QPointer<MeddlingQueue> queue = new MeddlingQueue;
@@ -206,7 +206,7 @@ private Q_SLOTS:
         QVERIFY(!second.queue());
     }
 
-    // What a slot may do to the queue that is calling it, in each of its signals and in those of its tasks.
+    // A slot of any signal of the queue or of its tasks may change or delete any of them.
     void staysConsistentWhateverASlotDoes_data()
     {
         addRowsForActions({"taskStarted", "taskFinished", "started", "finished", "emptied"},

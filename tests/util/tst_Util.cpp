@@ -44,7 +44,7 @@ private Q_SLOTS:
         QCOMPARE(as::value(key, 7).toInt(), 7);
     }
 
-    void refusesNullPointers()
+    void reportsNullPointers()
     {
         ErrorWarningMessages messages;
         int number = 0;

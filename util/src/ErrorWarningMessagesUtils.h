@@ -6,11 +6,11 @@
 
 namespace orv {
 
-/// Texts that checks leave for their caller, beside the Error they return.
+/// Texts that check functions write for their caller, in addition to the Error that they return.
 struct ErrorWarningMessages
 {
     QString errors;   ///< Texts of failures, appended one after the other without a separator.
-    QString warnings; ///< Texts of things that did not make a check fail.
+    QString warnings; ///< Texts of problems that did not make a check fail.
 };
 
 /// Checks that @p pointer is not null.

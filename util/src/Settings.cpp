@@ -14,7 +14,8 @@ class ThreadSettings
 public:
     const QSettings& current()
     {
-        // Names set after the first read would otherwise leave this thread with the wrong file for good.
+        // If the names are set after the first read, this thread would otherwise read the wrong file ever
+        // after.
         const auto organization = QCoreApplication::organizationName();
         const auto domain = QCoreApplication::organizationDomain();
         const auto application = QCoreApplication::applicationName();

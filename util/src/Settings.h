@@ -11,12 +11,12 @@ namespace as {
 /// The application setting stored under @p key, or @p defaultValue where none is stored.
 ///
 /// Reads the application's own QSettings, that is the one of its organisation and application name. Each
-/// thread that reads keeps one QSettings object for its life, since building one costs more than many a task
-/// may; what other QSettings objects of this process write is seen at once, what other processes write when
-/// that object is synced by Qt. A later change of the two names is followed.
+/// thread that reads keeps one QSettings object as long as it runs, since constructing one is expensive.
+/// Values that other QSettings objects of this process write are read at once, those of other processes after
+/// Qt has synced the object. If the two names change later, the settings of the new names are read.
 ///
-/// May be called from any thread; needs no application object, but reads nothing useful before the names are
-/// set.
+/// May be called from any thread, with or without an application object; before the names are set it returns
+/// the default value.
 ORV_UTIL_EXPORT QVariant value(const QString& key, const QVariant& defaultValue = {});
 
 } // namespace as

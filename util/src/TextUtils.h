@@ -7,7 +7,7 @@
 
 namespace orv {
 
-/// Small operations on texts.
+/// Functions on texts. All are reentrant.
 class ORV_UTIL_EXPORT TextUtils
 {
 public:
@@ -15,8 +15,8 @@ public:
 
     /// Puts @p separator between the words of a camel-case identifier: "NotFound" becomes "Not Found".
     ///
-    /// Every upper-case letter but the first character begins a word, so a run of capitals comes apart letter
-    /// by letter.
+    /// Every upper-case letter except the first character begins a word, so each letter of a run of capitals
+    /// becomes a word of its own.
     static QString separateCamelCase(const QString& text, QChar separator);
 };
 
