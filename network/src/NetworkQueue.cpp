@@ -14,22 +14,15 @@ class NetworkQueue::Private : public QObject
     Q_OBJECT
 
 public:
-    explicit Private(NetworkQueue* queue)
-        : networkAccessManager(new SslIgnorantNetworkAccessManager(
-              SslIgnorantNetworkAccessManager::SslMode::Verify, QCoreApplication::instance()))
-        , q(queue)
-    {
-    }
-
     QPointer<AbstractAuthenticator> authenticator;
-    QPointer<SslIgnorantNetworkAccessManager> networkAccessManager;
+    QPointer<SslIgnorantNetworkAccessManager> networkAccessManager = new SslIgnorantNetworkAccessManager(
+        SslIgnorantNetworkAccessManager::SslMode::Verify, QCoreApplication::instance());
     QByteArray userAgent = NetworkTask::defaultUserAgent();
-    NetworkQueue* const q;
 };
 
 NetworkQueue::NetworkQueue(QObject* parent)
     : TasksQueue(parent)
-    , d(std::make_unique<Private>(this))
+    , d(std::make_unique<Private>())
 {
     setMaxPriority(2);
 }

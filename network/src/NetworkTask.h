@@ -31,6 +31,10 @@ namespace orv {
 
 class SslIgnorantNetworkAccessManager;
 
+// Authenticable has a public destructor that is not virtual, and must not be deleted through.
+QT_WARNING_PUSH
+QT_WARNING_DISABLE_GCC("-Wnon-virtual-dtor")
+
 /// One HTTP exchange as a task: it sends a request, collects or streams the content of the reply and ends,
 /// exactly once, with the content or with an Error.
 ///
@@ -354,6 +358,8 @@ private:
     class Private;
     std::unique_ptr<Private> d;
 };
+
+QT_WARNING_POP
 
 /// Writes the task with its request (content masked) and what it received, in no-space mode.
 ORV_NETWORK_EXPORT QDebug operator<<(QDebug debug, const NetworkTask& task);
