@@ -29,7 +29,7 @@ void silence(QNetworkReply* reply)
 // A reply that has failed and is about to say so needs no abort, and Qt would print a warning.
 void abortUnlessFailed(QNetworkReply* reply)
 {
-    if (!reply->isFinished() && reply->error() == QNetworkReply::NoError)
+    if (reply->error() == QNetworkReply::NoError)
         reply->abort();
 }
 

@@ -62,7 +62,7 @@ public:
 
     /// Gives up the attempt: aborts the reply unless it has finished, and reports nothing more.
     void giveUp();
-    /// Aborts the reply unless it has finished or is about to say that it failed.
+    /// Aborts the reply unless it has failed.
     void abort();
 
     /// Takes all content that has arrived.
