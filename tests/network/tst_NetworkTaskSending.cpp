@@ -270,14 +270,11 @@ private Q_SLOTS:
         QTRY_VERIFY(task.isFinished());
         QCOMPARE(m_server->requests().size(), 1);
 
-        LogCatcher log("orv.network.warning=true");
-        task.exec();
-        QCOMPARE(log.lines, QStringList{u"1|orv.network|Unable to continue, the task is finished"_s});
-
+        task.exec(); // does nothing
         TestTask canceled(m_server->url());
         canceled.exec();
         canceled.cancel();
-        QTRY_VERIFY(log.lines.contains(u"1|orv.network|Task is already finished"_s));
+        QCoreApplication::processEvents();
         QCOMPARE(m_server->requests().size(), 1);
         QCOMPARE(canceled.log(), u"started canceled finished"_s);
     }

@@ -86,9 +86,9 @@ private Q_SLOTS:
             run(QStringLiteral("data:text/plain,hello"), method);
             run(server.url(QStringLiteral("/200")), method, "line\r\nbreak " + FIELD_SECRET);
         }
-        FileDownloadTask download(server.url(QStringLiteral("/200")),
+        FileDownloadTask download(withPassword(server.url(QStringLiteral("/200"))),
                                   m_home.filePath(QStringLiteral("file")));
-        FileDownloadTask failed(server.url(QStringLiteral("/404")), m_home.path());
+        FileDownloadTask failed(withPassword(server.url(QStringLiteral("/404"))), m_home.path());
         for (auto* task : {&download, &failed}) {
             task->exec();
             QVERIFY(runUntil([=] { return task->isFinished(); }));
