@@ -9,7 +9,7 @@ QString withoutPasswords(const QString& text)
 {
     if (!text.contains(QLatin1Char('@')))
         return text;
-    static const QRegularExpression password(QStringLiteral("(//[^/?#:@]*):[^/?#]*@"));
+    static const QRegularExpression password(QStringLiteral("(//[^/?#:]*):[^/?#]*@"));
     return QString(text).replace(password, QStringLiteral("\\1@"));
 }
 
