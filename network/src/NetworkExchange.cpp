@@ -66,6 +66,8 @@ void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStr
 {
     if (m_reply)
         m_reply->disconnect(this);
+    if (std::exchange(m_isCompletionOnItsWay, false))
+        QCoreApplication::removePostedEvents(this);
     if (reply)
         reply->setParent(parent);
     m_isStreaming = isStreaming;

@@ -368,6 +368,8 @@ void NetworkTask::Private::onTimeout()
 {
     const bool isCompletionNext = phase == Phase::Exchanging && exchange->isCompletionOnItsWay();
     const bool mayTimeOut = phase == Phase::Exchanging || phase == Phase::Deciding;
+    if (isCompletionNext)
+        timer.restart(); // the caller may still replace the reply
     if (!q->isRunning() || !mayTimeOut || isCompletionNext)
         return;
     const ForeignCall masking(calls);

@@ -175,8 +175,8 @@ private Q_SLOTS:
 
     void timesOutWhateverBecomesOfTheConnection_data()
     {
-        addRows("action",
-                {"same reply", "another reply", "no reply", "disconnected", "disconnected at the end"});
+        addRows("action", {"same reply", "another reply", "another reply at the end", "no reply",
+                           "disconnected", "disconnected at the end"});
     }
     void timesOutWhateverBecomesOfTheConnection()
     {
@@ -190,6 +190,10 @@ private Q_SLOTS:
             task->setNetworkReply(task->networkReply());
         else if (action == "another reply"_L1)
             task->setNetworkReply(new FakeReply(200));
+        else if (action == "another reply at the end"_L1) // in front of the completion that is on its way
+            connect(
+                NetworkTask::defaultNetworkAccessManager(), &QNetworkAccessManager::finished, task.get(),
+                [&] { task->setNetworkReply(new FakeReply(200)); }, Qt::QueuedConnection);
         else if (action == "no reply"_L1)
             task->setNetworkReply(nullptr);
         else if (action == "disconnected"_L1)
