@@ -50,6 +50,8 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
 
 void NetworkTask::Private::onContentArrived()
 {
+    if (q->isFinished()) // of a reply that the caller has set since
+        return;
     if (exchange->isStreaming())
         readAvailableData();
     const ForeignCall call(calls, ForeignCall::From::ReplySignal);

@@ -177,6 +177,10 @@ void NetworkTask::Private::scheduleSending()
 // Called when what the task waited for is over.
 void NetworkTask::Private::startSending()
 {
+    if (q->isFinished()) { // and a subclass's finalize() has kept that from being noticed
+        enterPhase(Phase::Ended);
+        return;
+    }
     enterPhase(Phase::Sending);
     const ForeignCall call(calls);
     if (q->isPaused())
