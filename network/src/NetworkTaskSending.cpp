@@ -211,6 +211,9 @@ void NetworkTask::Private::sendRequest()
         networkRequest.setAttribute(attribute.key(), attribute.value());
     if (isSentAgain)
         networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    // The content stays with the reply until data() takes it; the manager may be set to delete it before
+    // that.
+    networkRequest.setAttribute(QNetworkRequest::AutoDeleteReplyOnFinishAttribute, false);
     executeRequest(networkRequest);
 }
 

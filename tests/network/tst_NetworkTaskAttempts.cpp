@@ -245,6 +245,37 @@ private Q_SLOTS:
         QCOMPARE(task->data(), data);
     }
 
+    void keepsItsContentWhereTheManagerDeletesReplies()
+    {
+        m_server.addReply(u"/"_s, LoopbackReply(200, "content"));
+        SslIgnorantNetworkAccessManager manager;
+        manager.setAutoDeleteReplies(true);
+        auto task = makeTask();
+        task->setNetworkAccessManager(&manager);
+        QVERIFY(task->succeeds());
+        QCOMPARE(task->data(), "content"_ba);
+    }
+
+    void sendsAndEmitsNothingAfterTheEnd()
+    {
+        class Unfinalized : public TestTask
+        {
+            using TestTask::TestTask;
+            void finalize() override {}
+        };
+        m_server.clearRequests();
+        Unfinalized task(m_server.url(u"/"_s));
+        task.exec();
+        task.cancel();
+        QSignalSpy readyRead(&task, &NetworkTask::readyRead);
+        auto* reply = new FakeReply(200);
+        task.setNetworkReply(reply);
+        Q_EMIT reply->readyRead();
+        QCOMPARE(readyRead.size(), 0);
+        QTest::qWait(50);
+        QVERIFY(m_server.requests().isEmpty());
+    }
+
     void asksForNoLoginUnlessItRuns()
     {
         TestAuthenticator authenticator;
