@@ -3,6 +3,7 @@
 #include <FileDownloadTask.h>
 #include <NetworkQueue.h>
 
+#include <QAuthenticator>
 #include <QFile>
 #include <QNetworkDiskCache>
 #include <QSignalSpy>
@@ -254,6 +255,31 @@ private Q_SLOTS:
         task->setNetworkAccessManager(&manager);
         QVERIFY(task->succeeds());
         QCOMPARE(task->data(), "content"_ba);
+    }
+
+    // As with a dialog for the password. Qt is still busy with the reply then, and uses it again.
+    void keepsTheReplyWhileASlotOfItsManagerRunsAnEventLoop()
+    {
+        const auto refusal = LoopbackReply(401).withField("WWW-Authenticate", "Basic realm=\"x\"");
+        m_server.addReply(u"/password"_s, refusal);
+        SslIgnorantNetworkAccessManager manager;
+        auto task = makeTask(u"/password"_s);
+        task->setMaxRetriesCount(1);
+        task->setNetworkAccessManager(&manager);
+        task->setTimeout(100ms);
+        QPointer<QNetworkReply> first;
+        bool isAsking = false;
+        const auto ask = [&](QNetworkReply* reply) {
+            if (std::exchange(isAsking, true))
+                return;
+            first = reply;
+            runUntil([&] { return task->isFinished() || task->networkReply() != reply; });
+            QVERIFY(first);
+        };
+        connect(&manager, &QNetworkAccessManager::authenticationRequired, this, ask);
+        QVERIFY(!task->succeeds());
+        task.reset();
+        QTRY_VERIFY(!first);
     }
 
     void sendsAndEmitsNothingAfterTheEnd()
