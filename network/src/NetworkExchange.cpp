@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QMetaMethod>
 #include <QNetworkAccessManager>
+#include <QThread>
 
 #include <algorithm>
 #include <array>
@@ -32,6 +33,33 @@ void abortUnlessFailed(QNetworkReply* reply)
     if (reply->error() == QNetworkReply::NoError)
         reply->abort();
 }
+
+int loopLevel()
+{
+    return std::max(QThread::currentThread()->loopLevel(), 1); // before the first loop runs, too
+}
+
+// Deletes its parent when the event loops above @p level have returned.
+class DeletionAfterLoops : public QObject
+{
+public:
+    DeletionAfterLoops(QNetworkReply* reply, int level)
+        : QObject(reply)
+        , m_level(level)
+    {
+        startTimer(std::chrono::milliseconds(50));
+    }
+
+protected:
+    void timerEvent(QTimerEvent* /*event*/) override
+    {
+        if (loopLevel() <= m_level)
+            delete parent();
+    }
+
+private:
+    const int m_level;
+};
 
 // All content that has arrived, in one allocation of its size. QIODevice::readAll() does not ask for the size
 // and grows its result in steps, and a read that is shorter than QIODevice's buffer allocates that buffer
@@ -66,6 +94,8 @@ void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStr
 {
     if (m_reply)
         m_reply->disconnect(this);
+    if (std::exchange(m_isCompletionOnItsWay, false))
+        QCoreApplication::removePostedEvents(this);
     if (reply)
         reply->setParent(parent);
     m_isStreaming = isStreaming;
@@ -74,6 +104,7 @@ void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStr
         m_reply = reply;
         m_bytesReported = m_bytesTaken = 0;
         disposeReply(previous);
+        m_loopLevel = loopLevel();
     }
     if (reply)
         connectReply();
@@ -97,21 +128,27 @@ void NetworkExchange::connectReply()
         m_reply->setReadBufferSize(streamingBufferSize);
 }
 
-// Deletes a reply and the content that it may be reading.
+// Deletes a reply and the content that it may be reading. If event loops have been entered since the reply
+// was made, one of them may run in a slot that Qt has called for this reply, with a question for the user
+// about sslErrors() for one, and Qt uses the reply again when that returns.
 void NetworkExchange::disposeReply(QNetworkReply* reply)
 {
     QHttpMultiPart* content = m_content;
     m_content = nullptr;
-    if (reply && m_calls.deleteAfterSignal(reply)) {
-        silence(reply);
-        abortUnlessFailed(reply);
-        reply->setParent(nullptr);
-        if (content)
-            content->setParent(reply);
+    const bool isEmitting = reply && m_calls.deleteAfterSignal(reply);
+    const bool mayBeInUse = reply && !isEmitting && loopLevel() > m_loopLevel;
+    if (!isEmitting && !mayBeInUse) {
+        delete reply;
+        delete content;
         return;
     }
-    delete reply;
-    delete content;
+    silence(reply);
+    abortUnlessFailed(reply);
+    reply->setParent(mayBeInUse ? reply->manager() : nullptr);
+    if (content)
+        content->setParent(reply);
+    if (mayBeInUse)
+        new DeletionAfterLoops(reply, m_loopLevel);
 }
 
 void NetworkExchange::setSent(NetworkRequest::Method method, QHttpMultiPart* content)

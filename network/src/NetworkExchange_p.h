@@ -38,7 +38,7 @@ public:
 
     /// An exchange without a reply.
     NetworkExchange(InactivityTimer& timer, ForeignCalls& calls, Listener& listener);
-    /// Deletes reply and content: at once, or once Qt is out of the reply's signals.
+    /// Deletes reply and content: at once, or once Qt does not use them any more.
     ~NetworkExchange() override;
 
     QNetworkReply* reply() const { return m_reply; }
@@ -98,6 +98,7 @@ private:
     NetworkRequest::Method m_method = NetworkRequest::Method::Get;
     qint64 m_bytesReported = 0; // by the reply's progress
     qint64 m_bytesTaken = 0;
+    int m_loopLevel = 0; // of event loops when the reply was taken
     bool m_isStreaming = false;
     bool m_isCompletionOnItsWay = false;
 };

@@ -50,6 +50,8 @@ void NetworkTask::setNetworkReply(QNetworkReply* reply)
 
 void NetworkTask::Private::onContentArrived()
 {
+    if (q->isFinished()) // of a reply that the caller has set since
+        return;
     if (exchange->isStreaming())
         readAvailableData();
     const ForeignCall call(calls, ForeignCall::From::ReplySignal);
@@ -368,6 +370,8 @@ void NetworkTask::Private::onTimeout()
 {
     const bool isCompletionNext = phase == Phase::Exchanging && exchange->isCompletionOnItsWay();
     const bool mayTimeOut = phase == Phase::Exchanging || phase == Phase::Deciding;
+    if (isCompletionNext)
+        timer.restart(); // the caller may still replace the reply
     if (!q->isRunning() || !mayTimeOut || isCompletionNext)
         return;
     const ForeignCall masking(calls);

@@ -177,6 +177,10 @@ void NetworkTask::Private::scheduleSending()
 // Called when what the task waited for is over.
 void NetworkTask::Private::startSending()
 {
+    if (q->isFinished()) { // and a subclass's finalize() has kept that from being noticed
+        enterPhase(Phase::Ended);
+        return;
+    }
     enterPhase(Phase::Sending);
     const ForeignCall call(calls);
     if (q->isPaused())
@@ -207,6 +211,9 @@ void NetworkTask::Private::sendRequest()
         networkRequest.setAttribute(attribute.key(), attribute.value());
     if (isSentAgain)
         networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
+    // The content stays with the reply until data() takes it; the manager may be set to delete it before
+    // that.
+    networkRequest.setAttribute(QNetworkRequest::AutoDeleteReplyOnFinishAttribute, false);
     executeRequest(networkRequest);
 }
 

@@ -3,6 +3,7 @@
 #include <FileDownloadTask.h>
 #include <NetworkQueue.h>
 
+#include <QAuthenticator>
 #include <QFile>
 #include <QNetworkDiskCache>
 #include <QSignalSpy>
@@ -175,8 +176,8 @@ private Q_SLOTS:
 
     void timesOutWhateverBecomesOfTheConnection_data()
     {
-        addRows("action",
-                {"same reply", "another reply", "no reply", "disconnected", "disconnected at the end"});
+        addRows("action", {"same reply", "another reply", "another reply at the end", "no reply",
+                           "disconnected", "disconnected at the end"});
     }
     void timesOutWhateverBecomesOfTheConnection()
     {
@@ -190,6 +191,10 @@ private Q_SLOTS:
             task->setNetworkReply(task->networkReply());
         else if (action == "another reply"_L1)
             task->setNetworkReply(new FakeReply(200));
+        else if (action == "another reply at the end"_L1) // in front of the completion that is on its way
+            connect(
+                NetworkTask::defaultNetworkAccessManager(), &QNetworkAccessManager::finished, task.get(),
+                [&] { task->setNetworkReply(new FakeReply(200)); }, Qt::QueuedConnection);
         else if (action == "no reply"_L1)
             task->setNetworkReply(nullptr);
         else if (action == "disconnected"_L1)
@@ -239,6 +244,62 @@ private Q_SLOTS:
         const auto data = task->data();
         task->finish(Error());
         QCOMPARE(task->data(), data);
+    }
+
+    void keepsItsContentWhereTheManagerDeletesReplies()
+    {
+        m_server.addReply(u"/"_s, LoopbackReply(200, "content"));
+        SslIgnorantNetworkAccessManager manager;
+        manager.setAutoDeleteReplies(true);
+        auto task = makeTask();
+        task->setNetworkAccessManager(&manager);
+        QVERIFY(task->succeeds());
+        QCOMPARE(task->data(), "content"_ba);
+    }
+
+    // As with a dialog for the password. Qt is still busy with the reply then, and uses it again.
+    void keepsTheReplyWhileASlotOfItsManagerRunsAnEventLoop()
+    {
+        const auto refusal = LoopbackReply(401).withField("WWW-Authenticate", "Basic realm=\"x\"");
+        m_server.addReply(u"/password"_s, refusal);
+        SslIgnorantNetworkAccessManager manager;
+        auto task = makeTask(u"/password"_s);
+        task->setMaxRetriesCount(1);
+        task->setNetworkAccessManager(&manager);
+        task->setTimeout(100ms);
+        QPointer<QNetworkReply> first;
+        bool isAsking = false;
+        const auto ask = [&](QNetworkReply* reply) {
+            if (std::exchange(isAsking, true))
+                return;
+            first = reply;
+            runUntil([&] { return task->isFinished() || task->networkReply() != reply; });
+            QVERIFY(first);
+        };
+        connect(&manager, &QNetworkAccessManager::authenticationRequired, this, ask);
+        QVERIFY(!task->succeeds());
+        task.reset();
+        QTRY_VERIFY(!first);
+    }
+
+    void sendsAndEmitsNothingAfterTheEnd()
+    {
+        class Unfinalized : public TestTask
+        {
+            using TestTask::TestTask;
+            void finalize() override {}
+        };
+        m_server.clearRequests();
+        Unfinalized task(m_server.url(u"/"_s));
+        task.exec();
+        task.cancel();
+        QSignalSpy readyRead(&task, &NetworkTask::readyRead);
+        auto* reply = new FakeReply(200);
+        task.setNetworkReply(reply);
+        Q_EMIT reply->readyRead();
+        QCOMPARE(readyRead.size(), 0);
+        QTest::qWait(50);
+        QVERIFY(m_server.requests().isEmpty());
     }
 
     void asksForNoLoginUnlessItRuns()
