@@ -16,13 +16,8 @@
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-using downloads::DownloadItem;
-using downloads::DownloadModel;
-using downloads::LoginDialog;
-using downloads::MainWindow;
-using orv::LoopbackReply;
-using orv::LoopbackRequest;
-using orv::LoopbackServer;
+using namespace downloads;
+using namespace orv;
 using State = DownloadItem::State;
 
 namespace {

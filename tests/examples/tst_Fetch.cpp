@@ -15,9 +15,7 @@
 
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
-using orv::LoopbackReply;
-using orv::LoopbackRequest;
-using orv::LoopbackServer;
+using namespace orv;
 
 namespace {
 
@@ -65,7 +63,6 @@ private Q_SLOTS:
         m_server = std::make_unique<LoopbackServer>();
         QVERIFY(!m_server->listen().hasError());
         m_directory = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_directory->isValid());
     }
 
     void sendsTheRequestThatTheOptionsDescribe_data()

@@ -103,10 +103,6 @@ public:
 
 Q_DECLARE_METATYPE(Scenario)
 
-#define REQUIRE(server)                                                                                      \
-    if (!(server)->missingProgram().isEmpty())                                                               \
-    QSKIP(qPrintable((server)->missingProgram() + u" is not installed"_s))
-
 /// The library, on its own and in the program orv-fetch, against nginx and lighttpd.
 class tst_Servers : public QObject
 {
@@ -118,7 +114,10 @@ private Q_SLOTS:
         for (const auto kind : {RealServer::Nginx, RealServer::Lighttpd}) {
             auto& server = m_servers.at(kind);
             server = std::make_unique<RealServer>(kind);
-            const auto failure = server->missingProgram().isEmpty() ? server->start() : QString();
+            const auto missing = server->missingProgram();
+            if (!missing.isEmpty())
+                QSKIP(qPrintable(missing + u" is not installed"_s));
+            const auto failure = server->start();
             QVERIFY2(failure.isEmpty(), qPrintable(failure));
         }
     }
@@ -149,7 +148,6 @@ private Q_SLOTS:
         QFETCH(const int, exitCode);
         QFETCH(const QByteArray, content);
         const auto& server = m_servers.at(kind);
-        REQUIRE(server);
 
         for (const auto port : {RealServer::Plain, RealServer::Tls}) {
             const auto mode = port == RealServer::Plain ? u"--stream"_s : u"--insecure"_s;
@@ -162,7 +160,6 @@ private Q_SLOTS:
     void refusesAnUnknownCertificate()
     {
         const auto& server = m_servers.at(RealServer::Nginx);
-        REQUIRE(server);
         FetchProcess fetch({server->url(RealServer::Tls, u"/text"_s)});
         QCOMPARE(fetch.run(), 3);
         QVERIFY2(fetch.messages().contains("certificate"), fetch.messages().constData());
@@ -200,7 +197,6 @@ private Q_SLOTS:
     {
         QFETCH(const Scenario, scenario);
         const auto& server = m_servers.at(scenario.kind);
-        REQUIRE(server);
 
         Crowd crowd(scenario.inParallel);
         for (int i = 0; i < scenario.count; ++i) {
@@ -241,7 +237,6 @@ private Q_SLOTS:
         QFETCH(const RealServer::Kind, kind);
         QFETCH(const RealServer::Port, port);
         const auto& server = m_servers.at(kind);
-        REQUIRE(server);
 
         Crowd crowd;
         auto& first = crowd.add(server->url(port, u"/slow"_s), surviveGoAway);
