@@ -177,7 +177,8 @@ void NetworkTask::Private::scheduleSending()
 // Called when what the task waited for is over.
 void NetworkTask::Private::startSending()
 {
-    if (q->isFinished()) { // and a subclass's finalize() has kept that from being noticed
+    if (q->isFinished()) { // finalize() of a subclass has thrown, or does not call its base
+        qCWarning(networkLog) << "Task is already finished";
         enterPhase(Phase::Ended);
         return;
     }
@@ -211,9 +212,6 @@ void NetworkTask::Private::sendRequest()
         networkRequest.setAttribute(attribute.key(), attribute.value());
     if (isSentAgain)
         networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    // The content stays with the reply until data() takes it; the manager may be set to delete it before
-    // that.
-    networkRequest.setAttribute(QNetworkRequest::AutoDeleteReplyOnFinishAttribute, false);
     executeRequest(networkRequest);
 }
 
@@ -276,6 +274,10 @@ void NetworkTask::Private::executeRequest(QNetworkRequest networkRequest)
         enterPhase(Phase::Deciding);
         return;
     }
+    // The content stays with the reply until data() takes it, so the manager must not delete it before.
+    constexpr auto autoDelete = QNetworkRequest::AutoDeleteReplyOnFinishAttribute;
+    if (manager()->autoDeleteReplies() || requestAttributes.contains(autoDelete))
+        networkRequest.setAttribute(autoDelete, false);
     const ForeignCall call(calls);
     auto content = createContent();
     if (!call)

@@ -52,14 +52,8 @@ public:
         return hasEnded && m_process.exitStatus() == QProcess::NormalExit ? m_process.exitCode() : -1;
     }
 
-    /// The standard output so far.
-    const QByteArray& output()
-    {
-        m_output += m_process.readAllStandardOutput();
-        return m_output;
-    }
-
-    /// The standard error; only complete after run() or wait().
+    /// The standard output and the standard error, after run() or wait().
+    const QByteArray& output() const { return m_output; }
     const QByteArray& messages() const { return m_messages; }
 
     QProcess& process() { return m_process; }

@@ -42,47 +42,28 @@ private Q_SLOTS:
     void refusesFilesThatCannotBeOpened()
     {
         const auto result = FileDownloadOutput::createAndOpen(path("none/x"));
-        QVERIFY(result.hasError());
         QCOMPARE(result.error().errorCode(), ErrorCode::FileAccess);
         QCOMPARE(result.error().errorMessage(), u"Cannot open file %1 for writing"_s.arg(path("none/x")));
         QCOMPARE(result.error().warnings(), QStringList{qt_error_string(ENOENT)});
         QCOMPARE(result.error().catchTrail().size(), 2);
-    }
-
-    void needsAnOpenFile()
-    {
-        FileDownloadOutput closed;
-        const auto error = closed.writeNewData("x");
-        QCOMPARE(error.errorCode(), ErrorCode::General);
-        QCOMPARE(error.errorDetails().toInt(), int(QFileDevice::OpenError));
+        QCOMPARE(FileDownloadOutput().writeNewData("x").errorDetails().toInt(), int(QFileDevice::OpenError));
     }
 
 #ifdef Q_OS_UNIX
     // The disk fills up within a piece, and has space again later.
-    void failsForGoodOncePartOfAPieceIsNotWritten_data()
-    {
-        QTest::addColumn<int>("size");
-        QTest::newRow("small piece") << 1000;
-        QTest::newRow("large piece") << 1000000;
-    }
-
     void failsForGoodOncePartOfAPieceIsNotWritten()
     {
-        QFETCH(int, size);
         FileDownloadOutput output;
         QVERIFY(!output.open(path("full")).hasError());
         Error first;
         {
             const FileSizeLimit limit(700);
-            first = output.writeNewData(QByteArray(size, 'x'));
+            first = output.writeNewData(QByteArray(1000, 'x'));
         }
-        QCOMPARE(first.errorCode(), ErrorCode::General);
         QCOMPARE(first.errorMessage(), u"Error while writing to the file: "_s + qt_error_string(EFBIG));
         QCOMPARE(first.errorDetails().toInt(), int(QFileDevice::WriteError));
         QCOMPARE(output.size(), 700);
-        QCOMPARE(output.writeNewData("y").errorMessage(), first.errorMessage());
         output.clear();
-        QCOMPARE(output.size(), 0);
         QCOMPARE(output.writeNewData("z").errorMessage(), first.errorMessage());
         output.finalize();
         QCOMPARE(output.writeNewData({}).errorDetails(), first.errorDetails());
@@ -101,7 +82,6 @@ private Q_SLOTS:
         const auto* allocation = output.data().constData();
         output.clear();
         QCOMPARE(output.size(), 0);
-        QCOMPARE(output.data(), QByteArray());
         QVERIFY(!output.writeNewData("new").hasError());
         QCOMPARE(output.data(), "new"_ba);
         QCOMPARE(static_cast<const void*>(output.data().constData()), static_cast<const void*>(allocation));

@@ -55,10 +55,6 @@ private Q_SLOTS:
         QVERIFY(particular.userAgent().isEmpty());
         QCOMPARE(plain.userAgent(), "queue"_ba);
 
-        Task other;
-        queue.append(&other);
-        QCOMPARE(queue.pendingTasksCount(), 3);
-
         queue.setAuthenticator(&authenticator);
         LoginTask authenticable;
         queue.append(&authenticable);

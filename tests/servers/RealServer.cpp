@@ -32,7 +32,6 @@ tail -c +500001 random
 constexpr auto NGINX = R"(
 daemon off;
 user root;
-worker_processes 1;
 pid nginx.pid;
 error_log error.log;
 events {}
@@ -46,14 +45,12 @@ http {
   ssl_certificate certificate.pem;
   ssl_certificate_key key.pem;
   root %4;
-  limit_req_zone $server_port zone=limited:1m rate=2r/s;
   server {
     listen 127.0.0.1:%1;
     listen 127.0.0.1:%2 ssl http2;
     location /slow { limit_rate 1m; }
     location /long { gzip on; gzip_types *; }
     location /closed { return 444; }
-    location /limited { limit_req zone=limited; limit_req_status 429; alias %4/text; }
   }
   server {
     listen 127.0.0.1:%3 ssl http2;

@@ -15,7 +15,6 @@
 ///   /slow      the same, spread over about a second; lighttpd: chunked
 ///   /long      a long text, the same as longText(), gzip-encoded
 ///   /closed    nginx: the connection is closed without a reply
-///   /limited   nginx: the text, but 429 for more than two requests a second
 ///   /post      nginx: the text "posted"
 class RealServer
 {
