@@ -11,7 +11,7 @@ function(orv_configure_target target)
         QT_NO_KEYWORDS QT_NO_FOREACH QT_STRICT_ITERATORS)
     target_compile_options(${target} PRIVATE
         $<$<CXX_COMPILER_ID:GNU,Clang,AppleClang>:-Wall -Wextra -Wpedantic -Wshadow
-            -Woverloaded-virtual -Wnon-virtual-dtor -Wcast-align -Wformat=2 -Wimplicit-fallthrough>
+            -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough>
         $<$<CXX_COMPILER_ID:MSVC>:/W4 /permissive-  /utf-8>)
     set_target_properties(${target} PROPERTIES
         AUTOMOC ON
