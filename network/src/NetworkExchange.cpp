@@ -16,7 +16,7 @@ namespace orv {
 
 namespace {
 
-// Disconnects everybody from the reply's public signals. Its other signals carry an abort to Qt's own
+// Disconnects all receivers from the reply's public signals. Its other signals carry an abort to Qt's own
 // thread.
 void silence(QNetworkReply* reply)
 {
@@ -243,7 +243,7 @@ bool NetworkExchange::isContentShort() const
 
 // Qt's HTTP/1 engine drops all fields of a head in which it cannot parse one, or which has more than a
 // hundred, and keeps the status. It then knows neither length nor coding of the content and takes whatever
-// arrives for the whole. A server that sends no field at all cannot be told from that.
+// arrives for the whole. A reply that the server sent without any field looks the same.
 bool NetworkExchange::isHeadLost() const
 {
     return m_reply->rawHeaderPairs().isEmpty() && m_reply->inherits("QNetworkReplyHttpImpl") &&

@@ -29,7 +29,7 @@ public:
         virtual void onContentArrived() = 0;
         /// @p bytes of content have been received so far.
         virtual void onProgress(qint64 bytes) = 0;
-        /// The reply or its manager was destroyed by somebody else. Qt does not report such an end.
+        /// The reply or its manager was destroyed by other code. Qt does not report such an end.
         virtual void onTransportLost() = 0;
 
     protected:
@@ -43,7 +43,7 @@ public:
 
     QNetworkReply* reply() const { return m_reply; }
     /// Takes ownership of @p reply, in place of the one before, and makes it a child of @p parent. With
-    /// @p isStreaming, Qt holds only so much of the content while nobody takes it. Completion is awaited no
+    /// @p isStreaming, Qt buffers only a part of the content until it is taken. Completion is awaited no
     /// longer, even if the reply is the same.
     void setReply(QNetworkReply* reply, QObject* parent, bool isStreaming);
     bool isStreaming() const { return m_isStreaming; }
@@ -52,7 +52,6 @@ public:
 
     /// What the request was sent with; takes ownership of @p content.
     void setSent(NetworkRequest::Method method, QHttpMultiPart* content);
-    bool hasMultiPartContent() const { return m_content; }
 
     /// Reports onCompleted() when the reply has finished, also if it has already. Returns the connection on
     /// which this depends until then.

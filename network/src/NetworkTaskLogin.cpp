@@ -79,7 +79,7 @@ void NetworkTask::Private::subscribeToAuthenticator()
     authenticator->onAuthenticationRequired();
 }
 
-// A task that waits for another authenticator goes on with the new one, or ends for the lack of one.
+// A task that waits for another authenticator goes on with the new one, or ends if there is none.
 void NetworkTask::Private::onAuthenticatorReplaced()
 {
     if (phase != Phase::LoggingIn)

@@ -155,7 +155,7 @@ bool NetworkTask::setNetworkTaskStatusFromReply()
     return true;
 }
 
-// By now, the completion may be one that nobody waits for any more.
+// By now, the completion may not be awaited any more.
 void NetworkTask::Private::onCompleted()
 {
     if (phase != Phase::Exchanging)
@@ -184,7 +184,7 @@ void NetworkTask::Private::processNetworkReply()
     } else {
         const ForeignCall call(calls);
         q->processFailedReply({});
-        // A retry has begun another attempt, in which this reply has no say.
+        // A retry has begun another attempt, which this reply does not concern.
         if (!call.isTaskAlive() || !(phase == Phase::Deciding || phase == Phase::Ended))
             return;
     }
@@ -197,7 +197,7 @@ void NetworkTask::Private::processNetworkReply()
         qCDebug(networkLog) << "Task" << q->name() << "is not running";
         return;
     }
-    if (!isReadable || handleStatus()) // the policy has let the task run on, or a handler has the last word
+    if (!isReadable || handleStatus()) // the policy has let the task run on, or a handler has decided
         return;
     qCDebug(networkLog) << "Unhandled reply";
     q->processUnhandledReply();
@@ -414,7 +414,7 @@ Error NetworkTask::doFinish()
         const ForeignCall call(d->calls);
         abort();
         if (!call.isTaskAlive())
-            return Error(ErrorCode::Canceled); // nobody is left to read it
+            return Error(ErrorCode::Canceled); // the caller of doFinish() is gone, too
     }
     return Task::doFinish();
 }

@@ -204,7 +204,7 @@ void NetworkTask::Private::sendRequest()
     if (!call)
         return;
     if (!isAuthorized) {
-        enterPhase(Phase::Deciding); // nobody has asked for a login, so the subclass has to go on
+        enterPhase(Phase::Deciding); // no login was asked for, so the subclass has to go on
         return;
     }
     for (auto attribute = requestAttributes.cbegin(); attribute != requestAttributes.cend(); ++attribute)
