@@ -87,7 +87,7 @@ NetworkExchange::NetworkExchange(InactivityTimer& timer, ForeignCalls& calls, Li
 NetworkExchange::~NetworkExchange()
 {
     QObject::disconnect(m_replyDestroyed);
-    disposeReply(m_reply);
+    disposeReply(m_reply, m_content, m_loopLevel);
 }
 
 void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStreaming)
@@ -99,15 +99,14 @@ void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStr
     if (reply)
         reply->setParent(parent);
     m_isStreaming = isStreaming;
-    if (reply != m_reply) {
-        QNetworkReply* previous = m_reply;
-        m_reply = reply;
-        m_bytesReported = m_bytesTaken = 0;
-        disposeReply(previous);
-        m_loopLevel = loopLevel();
-    }
+    QNetworkReply* previous = std::exchange(m_reply, QPointer<QNetworkReply>(reply));
     if (reply)
         connectReply();
+    if (reply == previous)
+        return;
+    m_bytesReported = m_bytesTaken = 0;
+    const auto previousLevel = std::exchange(m_loopLevel, loopLevel());
+    disposeReply(previous, std::exchange(m_content, nullptr), previousLevel); // may delete this
 }
 
 void NetworkExchange::connectReply()
@@ -131,12 +130,10 @@ void NetworkExchange::connectReply()
 // Deletes a reply and the content that it may be reading. If event loops have been entered since the reply
 // was made, one of them may run in a slot that Qt has called for this reply, with a question for the user
 // about sslErrors() for one, and Qt uses the reply again when that returns.
-void NetworkExchange::disposeReply(QNetworkReply* reply)
+void NetworkExchange::disposeReply(QNetworkReply* reply, QHttpMultiPart* content, int level)
 {
-    QHttpMultiPart* content = m_content;
-    m_content = nullptr;
     const bool isEmitting = reply && m_calls.deleteAfterSignal(reply);
-    const bool mayBeInUse = reply && !isEmitting && loopLevel() > m_loopLevel;
+    const bool mayBeInUse = reply && !isEmitting && loopLevel() > level;
     if (!isEmitting && !mayBeInUse) {
         delete reply;
         delete content;
@@ -148,7 +145,7 @@ void NetworkExchange::disposeReply(QNetworkReply* reply)
     if (content)
         content->setParent(reply);
     if (mayBeInUse)
-        new DeletionAfterLoops(reply, m_loopLevel);
+        new DeletionAfterLoops(reply, level);
 }
 
 void NetworkExchange::setSent(NetworkRequest::Method method, QHttpMultiPart* content)

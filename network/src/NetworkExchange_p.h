@@ -52,7 +52,6 @@ public:
 
     /// What the request was sent with; takes ownership of @p content.
     void setSent(NetworkRequest::Method method, QHttpMultiPart* content);
-    bool hasMultiPartContent() const { return m_content; }
 
     /// Reports onCompleted() when the reply has finished, also if it has already. Returns the connection on
     /// which this depends until then.
@@ -86,7 +85,7 @@ private:
     bool isContentShort() const;
     bool isHeadLost() const;
     void connectReply();
-    void disposeReply(QNetworkReply* reply);
+    void disposeReply(QNetworkReply* reply, QHttpMultiPart* content, int level);
     void announceCompletion();
 
     QPointer<QNetworkReply> m_reply;

@@ -69,7 +69,7 @@ void NetworkTask::Private::subscribeToAuthenticator()
         onAuthenticatorDestroyed();
         return;
     }
-    pending = std::make_unique<QObject>();
+    pending = std::make_unique<QObject>(q);
     auto* context = pending.get();
     QObject::connect(authenticator, &AbstractAuthenticator::authenticated, context,
                      [this] { onAccessGranted(); });
@@ -85,7 +85,7 @@ void NetworkTask::Private::onAuthenticatorReplaced()
     if (phase != Phase::LoggingIn)
         return;
     enterPhase(Phase::LoggingIn);
-    pending = std::make_unique<QObject>();
+    pending = std::make_unique<QObject>(q);
     QMetaObject::invokeMethod(
         pending.get(), [this] { startSending(); }, Qt::QueuedConnection);
 }

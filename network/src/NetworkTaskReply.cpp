@@ -442,7 +442,8 @@ void NetworkTask::finalize()
     if (d->phase == Private::Phase::Delayed)
         qCWarning(networkLog) << "Task is already finished"; // so its request is not sent
     resetNetworkConnection();
-    d->enterPhase(Private::Phase::Ended);
+    if (d->phase != Private::Phase::Ended)
+        d->enterPhase(Private::Phase::Ended);
     if (networkReply())
         networkReply()->disconnect();
     Task::finalize();
@@ -486,7 +487,7 @@ bool NetworkTask::Private::retry()
     const ForeignCall call(calls);
     if (!logAttempt())
         return true;
-    Q_EMIT q->aboutToRetry();
+    endIfThrown([this] { Q_EMIT q->aboutToRetry(); });
     return !call || executeAgain();
 }
 
@@ -510,13 +511,13 @@ bool NetworkTask::Private::executeAgain()
     q->setPriority(0);
     q->setIdle();
     const ForeignCall call(calls);
-    if (const QPointer<TasksQueue> queue = q->queue()) {
+    const QPointer<TasksQueue> queue = q->queue();
+    if (queue)
         queue->removeTask(q);
-        if (call && queue)
-            queue->append(q);
-    } else if (!QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection)) {
+    if (call && queue)
+        queue->append(q);
+    else if (call && !QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection))
         return false;
-    }
     if (call.isTaskAlive() && phase != Phase::Ended)
         Q_EMIT q->retried();
     return true;

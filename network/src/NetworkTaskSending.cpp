@@ -108,8 +108,9 @@ std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
 class Delay : public QObject
 {
 public:
-    Delay(std::chrono::milliseconds time, std::function<void()> call)
-        : m_call(std::move(call))
+    Delay(std::chrono::milliseconds time, QObject* parent, std::function<void()> call)
+        : QObject(parent)
+        , m_call(std::move(call))
     {
         constexpr std::chrono::seconds coarse(2); // as QTimer has it
         if (time > std::chrono::milliseconds(0))
@@ -145,6 +146,7 @@ void NetworkTask::exec()
         return;
     }
     if (d->phase != Private::Phase::Idle) {
+        resetNetworkConnection();
         d->enterPhase(Private::Phase::Idle);
         clearData();
     }
@@ -169,7 +171,7 @@ void NetworkTask::Private::scheduleSending()
     const auto delay = waitingTime(q->retryDelay());
     enterPhase(Phase::Delayed);
     isSentAgain = false;
-    pending = std::make_unique<Delay>(delay, [this] { startSending(); });
+    pending = std::make_unique<Delay>(delay, q, [this] { startSending(); });
     if (delay > std::chrono::milliseconds(0))
         q->pause();
 }
@@ -183,11 +185,30 @@ void NetworkTask::Private::startSending()
         return;
     }
     enterPhase(Phase::Sending);
+    endIfThrown([this] {
+        const ForeignCall call(calls);
+        if (q->isPaused())
+            q->resume();
+        if (call)
+            sendRequest();
+    });
+}
+
+// An exception from code that is not ours would leave the task in a phase in which nothing is pending.
+void NetworkTask::Private::endIfThrown(const std::function<void()>& step)
+{
     const ForeignCall call(calls);
-    if (q->isPaused())
-        q->resume();
-    if (call)
-        sendRequest();
+    try {
+        step();
+    } catch (const std::exception& exception) {
+        if (call.isTaskAlive())
+            q->finish(Error(ErrorCode::General, QString::fromUtf8(exception.what())));
+        throw;
+    } catch (...) {
+        if (call.isTaskAlive())
+            q->finish(Error(ErrorCode::General, Task::tr("Unknown exception")));
+        throw;
+    }
 }
 
 void NetworkTask::Private::sendRequest()

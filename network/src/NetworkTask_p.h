@@ -44,6 +44,7 @@ public:
     // Sending
     void scheduleSending();
     void startSending();
+    void endIfThrown(const std::function<void()>& step);
     void sendRequest();
     QNetworkRequest buildRequest(Error& refusal) const;
     bool authorize(QNetworkRequest& networkRequest);

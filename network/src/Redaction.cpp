@@ -9,7 +9,8 @@ QString withoutPasswords(const QString& text)
 {
     if (!text.contains(QLatin1Char('@')))
         return text;
-    static const QRegularExpression password(QStringLiteral("(//[^/?#:]*):[^/?#]*@"));
+    // Qt writes " - " between a URL without a path and the reason.
+    static const QRegularExpression password(QStringLiteral("(//(?:(?! - )[^/?#:])*):(?:(?! - )[^/?#])*@"));
     return QString(text).replace(password, QStringLiteral("\\1@"));
 }
 

@@ -10,6 +10,7 @@
 #include <QTemporaryDir>
 
 #include <memory>
+#include <stdexcept>
 
 using namespace Qt::StringLiterals;
 using namespace orv;
@@ -411,6 +412,17 @@ private Q_SLOTS:
         queue.append(other.get());
         QTRY_VERIFY(other->isFinished());
         task->cancel();
+    }
+
+    void endsWhenCodeOfTheProgramThrows()
+    {
+        auto task = makeTask();
+        task->change([](auto& request) { request.method = NetworkRequest::Method::Post; });
+        task->multiPartFactory = []() -> QHttpMultiPart* { throw std::runtime_error("no content"); };
+        task->exec();
+        QVERIFY_EXCEPTION_THROWN(QCoreApplication::sendPostedEvents(), std::runtime_error);
+        QVERIFY(task->isFinished());
+        QCOMPARE(task->error().errorMessage(), u"no content"_s);
     }
 
     // main() has deleted an application object whose default manager was in use.
