@@ -52,7 +52,7 @@ InactivityTimer::~InactivityTimer()
 
 void InactivityTimer::start(int limit)
 {
-    disable();
+    stop();
     if (limit < 0)
         return;
     m_timer->setInterval(limit);
@@ -60,15 +60,15 @@ void InactivityTimer::start(int limit)
     startAnew();
 }
 
-void InactivityTimer::stop()
+void InactivityTimer::suspend()
 {
     m_timer->stop();
 }
 
-void InactivityTimer::disable()
+void InactivityTimer::stop()
 {
     m_isEnabled = false;
-    stop();
+    m_timer->stop();
 }
 
 void InactivityTimer::extend()

@@ -26,13 +26,13 @@ public:
     /// Starts with an interval of @p limit milliseconds; does not start if it is negative.
     void start(int limit);
     /// Stops until start() or restart().
-    void stop();
+    void suspend();
     /// Stops until start().
-    void disable();
+    void stop();
 
     /// Progress was made: a running timer starts anew.
     void extend();
-    /// Progress was made: starts anew, even if the timer was stopped.
+    /// Progress was made: starts anew, even if the timer was suspended.
     void restart();
 
 private:

@@ -177,7 +177,7 @@ void NetworkExchange::customEvent(QEvent* /*event*/)
 
 void NetworkExchange::giveUp()
 {
-    m_timer.disable();
+    m_timer.stop();
     QCoreApplication::removePostedEvents(this);
     if (!m_reply || m_reply->isFinished()) // a finished one emits nothing more
         return;

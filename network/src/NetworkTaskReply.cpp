@@ -116,7 +116,7 @@ void NetworkTask::resetNetworkConnection()
         QObject::disconnect(*d->networkConnection);
         d->networkConnection.reset();
     }
-    d->timer.stop();
+    d->timer.suspend();
     if (d->phase == Private::Phase::Exchanging)
         d->enterPhase(Private::Phase::Deciding);
 }
@@ -177,7 +177,7 @@ void NetworkTask::Private::onCompleted()
 
 void NetworkTask::Private::processNetworkReply()
 {
-    timer.disable();
+    timer.stop();
     const bool isReadable = q->setNetworkTaskStatusFromReply();
     if (isReadable) {
         judgeContent();
@@ -457,7 +457,7 @@ void NetworkTask::abort()
 
 void NetworkTask::cancel()
 {
-    d->timer.stop();
+    d->timer.suspend();
     Task::cancel();
 }
 
