@@ -74,8 +74,8 @@ private Q_SLOTS:
         QCOMPARE(task->log(), u"started finished"_s);
     }
 
-    // token() is the program's, and may count its calls.
-    void asksForTheTokenOnceForEachAttempt()
+    // token() and errorMessage() are the program's, and may count their calls.
+    void asksForTokensAndMessagesOnceForEachAttempt()
     {
         for (const auto* rules : {"orv.network=true", "orv.network=false"}) {
             const LogCatcher log(rules);
@@ -87,6 +87,7 @@ private Q_SLOTS:
             m_authenticator->succeed("good");
             QTRY_VERIFY(task->isFinished());
             QCOMPARE(m_authenticator->tokenCalls, 2);
+            QCOMPARE(task->errorMessageCalls, 1); // for the 401
         }
     }
 

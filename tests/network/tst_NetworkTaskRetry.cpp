@@ -88,6 +88,8 @@ private Q_SLOTS:
             task->setRetriesEnabled(retries > 0);
             QVERIFY(task->run());
             QCOMPARE(task->error().errorDetails().toInt(), 2408);
+            QCOMPARE(task->error().errorMessage(), u"Network timeout"_s);
+            QCOMPARE(task->networkResponseError(), QNetworkReply::NoError); // not that of the abort
             QCOMPARE(task->retriesCount(), retries);
             QCOMPARE(task->events.count(u"retried"_s), retries);
             QCOMPARE(task->events.last(), u"finished"_s);
