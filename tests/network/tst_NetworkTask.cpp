@@ -159,13 +159,18 @@ private Q_SLOTS:
                            u" httpResponseStatusCodeNumber=418)"_s);
     }
 
+    // main() has deleted an application object whose default manager was in use.
     void sharesOneDefaultManagerAndForgetsADestroyedOne()
     {
         auto* shared = NetworkTask::defaultNetworkAccessManager();
         QCOMPARE(NetworkTask::defaultNetworkAccessManager(), shared);
         QCOMPARE(shared->parent(), QCoreApplication::instance());
         QCOMPARE(shared->sslMode(), SslIgnorantNetworkAccessManager::SslMode::Verify);
-        NetworkTask task;
+        LoopbackServer server;
+        server.addReply(u"/"_s, LoopbackReply(200));
+        QVERIFY(!server.listen().hasError());
+        TestTask task(server.url());
+        QVERIFY(task.succeeds());
         auto manager = std::make_unique<SslIgnorantNetworkAccessManager>();
         task.setNetworkAccessManager(manager.get());
         manager.reset();

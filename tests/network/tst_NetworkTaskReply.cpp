@@ -185,6 +185,7 @@ private Q_SLOTS:
         row("404", 0, Code::NotFound, true);
         row("500", 0, Code::InternalServerError, false);
         row("cut content", 3, Code::OK, false);
+        row("unreadable", 0, Code::OK, false);
         row("time-out", -1, Code::RequestTimeout, false);
     }
 
@@ -193,11 +194,12 @@ private Q_SLOTS:
         QFETCH(int, received);
         QFETCH(Code, status);
         QFETCH(bool, isUnderResponsePolicy);
+        const bool isReadable = QTest::currentDataTag() != "unreadable"_ba;
         FakeManager manager([&] {
             auto* reply = new FakeReply(static_cast<int>(status));
             reply->setRawHeader("Content-Length", "10");
             if (received >= 0)
-                reply->complete(received);
+                reply->complete(received, isReadable ? QIODevice::ReadOnly : QIODevice::NotOpen);
             return reply;
         });
         using enum NetworkTask::ErrorPolicy;
