@@ -4,7 +4,6 @@
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <functional>
@@ -50,10 +49,6 @@ private Q_SLOTS:
     void initTestCase()
     {
         // The dump settings are read once, so they are set before the first task.
-        QVERIFY(m_home.isValid());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
-        QCoreApplication::setOrganizationName(u"orv"_s);
-        QCoreApplication::setApplicationName(u"tst_NetworkTaskReply"_s);
         QSettings().setValue(u"Network/DumpData"_s, true);
         QSettings().setValue(u"Network/MaxDumpSize"_s, 5);
     }
@@ -349,7 +344,7 @@ private Q_SLOTS:
     void logsEachStep();
 
 private:
-    QTemporaryDir m_home;
+    const TemporarySettings m_settings;
     std::unique_ptr<LoopbackServer> m_server;
     std::unique_ptr<TestAuthenticator> m_authenticator;
 };
