@@ -59,17 +59,6 @@ private Q_SLOTS:
         QCOMPARE(QMetaEnum::fromType<NetworkTask::ErrorPolicy>().keyToValue("FinishWithSuccess"), 2);
     }
 
-    void startsWithItsDefaults()
-    {
-        const NetworkTask task(u"http://host/"_s, NetworkTask::Priority::High);
-        QCOMPARE(task.timeout().count(), 300000);
-        QCOMPARE(task.findChild<QTimer*>()->interval(), 300000);
-        QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::Unknown);
-        QVERIFY(!task.hasOverriddenUserAgent() && !task.requiresAuthentication());
-        QVERIFY(!task.networkAccessManager() && !task.networkReply());
-        QVERIFY(task.requestAttributes().isEmpty() && task.data().isEmpty());
-    }
-
     void queuesByTheConstructorsPriority()
     {
         NetworkTask low(u"http://host/"_s, NetworkTask::Low);
@@ -96,21 +85,11 @@ private Q_SLOTS:
         task.setRequest(u"http://host/"_s, "text/plain", NetworkRequest::Method::Put, true);
         QCOMPARE(task.request().postData, "data"_ba);
         QCOMPARE(task.request().rawHeaders.size(), 1);
-        QVERIFY(task.request().streaming);
 
-        task.setHttpResponseStatusCode(HttpResponseStatusCode::NotFound);
-        task.setHttpResponseStatusCodeNumber(418);
-        QCOMPARE(task.httpResponseStatusCode(), HttpResponseStatusCode::NotFound);
-
-        TestAuthenticator authenticator;
-        task.setAuthenticator(&authenticator);
-        task.setAuthenticator(nullptr);
-        QVERIFY(task.requiresAuthentication() && !task.authenticator());
-
+        using Attributes = decltype(task.requestAttributes());
         task.setRequestAttribute(QNetworkRequest::User, 1);
         task.setRequestAttributes({{QNetworkRequest::UserMax, 2}});
-        QCOMPARE(task.requestAttributes(),
-                 (decltype(task.requestAttributes()){{QNetworkRequest::UserMax, 2}}));
+        QCOMPARE(task.requestAttributes(), (Attributes{{QNetworkRequest::UserMax, 2}}));
     }
 
     void replacesTheConnectionToTheReply()
