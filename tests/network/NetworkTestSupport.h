@@ -14,6 +14,8 @@
 #include <QLoggingCategory>
 #include <QMetaMethod>
 #include <QPointer>
+#include <QSettings>
+#include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
 
@@ -52,6 +54,21 @@ inline QStringList methodsOf(const QMetaObject& metaObject)
     }
     return methods;
 }
+
+/// Settings of the program that are gone after the test.
+class TemporarySettings
+{
+public:
+    TemporarySettings()
+    {
+        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
+        QCoreApplication::setOrganizationName(QStringLiteral("orv"));
+        QCoreApplication::setApplicationName(QStringLiteral("test"));
+    }
+
+private:
+    const QTemporaryDir m_home;
+};
 
 /// A reply with a status and nothing behind it.
 class FakeReply : public QNetworkReply
@@ -111,6 +128,7 @@ class TestAuthenticator : public orv::AbstractAuthenticator
 {
 public:
     using AbstractAuthenticator::AbstractAuthenticator;
+    using AbstractAuthenticator::setState;
 
     QString token() override
     {

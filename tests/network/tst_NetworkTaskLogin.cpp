@@ -149,12 +149,16 @@ private Q_SLOTS:
         QTRY_VERIFY(task->isFinished());
         m_authenticator->succeed("better"); // ... and when it has finished
         m_authenticator->fail(Error(ErrorCode::General));
+        task->handleUnauthorizedError();
         auto idle = makeTask(m_authenticator.get());
         idle->handleUnauthorizedError();
+        QCOMPARE(m_authenticator->logins, 1);
         m_authenticator->succeed("better");
         QTest::qWait(20);
         QCOMPARE(m_server->requests().size(), 2);
         QVERIFY(!task->hasError());
+        QCOMPARE(task->httpResponseStatusCodeNumber(), 200);
+        QCOMPARE(task->data(), "in"_ba);
         m_accepted = "Bearer good";
     }
 

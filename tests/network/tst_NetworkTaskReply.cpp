@@ -4,7 +4,6 @@
 #include <QRegularExpression>
 #include <QSettings>
 #include <QSignalSpy>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <functional>
@@ -50,10 +49,6 @@ private Q_SLOTS:
     void initTestCase()
     {
         // The dump settings are read once, so they are set before the first task.
-        QVERIFY(m_home.isValid());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
-        QCoreApplication::setOrganizationName(u"orv"_s);
-        QCoreApplication::setApplicationName(u"tst_NetworkTaskReply"_s);
         QSettings().setValue(u"Network/DumpData"_s, true);
         QSettings().setValue(u"Network/MaxDumpSize"_s, 5);
     }
@@ -181,9 +176,11 @@ private Q_SLOTS:
     void appliesThePolicies_data()
     {
         const auto row = addColumns<int, Code, bool>({"received", "status", "isUnderResponsePolicy"});
+        row("400", 0, Code::BadRequest, true);
         row("404", 0, Code::NotFound, true);
         row("500", 0, Code::InternalServerError, false);
         row("cut content", 3, Code::OK, false);
+        row("unreadable", 0, Code::OK, false);
         row("time-out", -1, Code::RequestTimeout, false);
     }
 
@@ -192,11 +189,12 @@ private Q_SLOTS:
         QFETCH(int, received);
         QFETCH(Code, status);
         QFETCH(bool, isUnderResponsePolicy);
+        const bool isReadable = QTest::currentDataTag() != "unreadable"_ba;
         FakeManager manager([&] {
             auto* reply = new FakeReply(static_cast<int>(status));
             reply->setRawHeader("Content-Length", "10");
             if (received >= 0)
-                reply->complete(received);
+                reply->complete(received, isReadable ? QIODevice::ReadOnly : QIODevice::NotOpen);
             return reply;
         });
         using enum NetworkTask::ErrorPolicy;
@@ -346,7 +344,7 @@ private Q_SLOTS:
     void logsEachStep();
 
 private:
-    QTemporaryDir m_home;
+    const TemporarySettings m_settings;
     std::unique_ptr<LoopbackServer> m_server;
     std::unique_ptr<TestAuthenticator> m_authenticator;
 };

@@ -4,7 +4,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSettings>
-#include <QTemporaryDir>
 #include <QTimer>
 
 #include <memory>
@@ -33,14 +32,6 @@ class tst_NetworkTaskSending : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QVERIFY(m_home.isValid());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
-        QCoreApplication::setOrganizationName(u"orv"_s);
-        QCoreApplication::setApplicationName(u"tst_NetworkTaskSending"_s);
-    }
-
     void init()
     {
         m_server = std::make_unique<LoopbackServer>();
@@ -63,9 +54,10 @@ private Q_SLOTS:
         QFETCH(Method, method);
         QFETCH(bool, hasContent);
         TestTask task(m_server->url(u"/a?b=c d"_s), method);
-        task.change([](auto& request) {
+        task.change([=](auto& request) {
             request.postData = "{}";
-            request.postDataContentType = "application/x-test";
+            // What is not sent is not checked either.
+            request.postDataContentType = hasContent ? "application/x-test"_ba : "a\r\nEvil: 1"_ba;
         });
         QVERIFY2(task.succeeds(), qPrintable(task.error().errorMessage()));
         QCOMPARE(m_server->requests().size(), 1);
@@ -145,7 +137,6 @@ private Q_SLOTS:
         TestTask task(m_server->url(u"/old"_s));
         task.setResponseHandler(static_cast<HttpResponseStatusCode>(302), [&] { task.finish(Error()); });
         QVERIFY(task.run());
-        QCOMPARE(task.httpResponseStatusCodeNumber(), 302);
         QCOMPARE(m_server->requests().size(), 1);
 
         TestTask follower(m_server->url(u"/old"_s));
@@ -210,49 +201,41 @@ private Q_SLOTS:
         QFETCH(QByteArray, name);
         QFETCH(QByteArray, value);
         QFETCH(bool, isValid);
-        const auto where = QString::fromLatin1(name);
         TestAuthenticator authenticator;
-        authenticator.currentToken = where == "Authorization"_L1 ? QString::fromLatin1(value) : u"token"_s;
+        authenticator.currentToken = u"token"_s;
         TestTask task(m_server->url(), Method::Post);
         task.setAuthenticator(&authenticator);
         QPointer<QHttpMultiPart> form;
-        if (where == "boundary"_L1) {
+        task.change([&](auto& request) {
+            if (name == "Accept")
+                request.acceptedContentTypes = value;
+            else if (name == "Content-Type")
+                request.postDataContentType = value;
+            else if (name == "User-Agent")
+                task.setUserAgent(value);
+            else if (name == "Authorization")
+                authenticator.currentToken = QString::fromLatin1(value);
+            else if (name != "boundary")
+                request.rawHeaders.insert(name, value);
+        });
+        if (name == "boundary") {
             task.multiPartFactory = [&] {
                 form = formWith("value");
                 form->setBoundary(value);
                 return form;
             };
         }
-        task.change([&](auto& request) {
-            if (where == "Accept"_L1)
-                request.acceptedContentTypes = value;
-            else if (where == "Content-Type"_L1)
-                request.postDataContentType = value;
-            else if (authenticator.currentToken == "token"_L1 && !task.multiPartFactory &&
-                     where != "User-Agent"_L1)
-                request.rawHeaders.insert(name, value);
-        });
-        if (where == "User-Agent"_L1)
-            task.setUserAgent(value);
         QVERIFY(task.run());
-        QCOMPARE(task.log(), u"started finished"_s);
         QCOMPARE(m_server->requests().size(), isValid ? 1 : 0);
         if (isValid)
             return;
         QCOMPARE(task.error().errorCode(), ErrorCode::InvalidArgument);
         const auto message = task.error().errorMessage();
+        const auto field = name == "boundary" ? "Content-Type"_ba : name;
         if (value != "value")
-            QVERIFY(message.contains(task.multiPartFactory ? u"Content-Type"_s : where) &&
-                    !message.contains(QString::fromLatin1(value)));
+            QVERIFY(message.contains(QLatin1String(field)) && !message.contains(QLatin1String(value)));
         QCOMPARE(m_server->connectionCount(), 0);
         QVERIFY(!form);
-    }
-
-    void checksOnlyWhatIsSent()
-    {
-        TestTask task(m_server->url());
-        task.change([](auto& request) { request.postDataContentType = "a\r\nEvil: 1"; });
-        QVERIFY2(task.succeeds(), qPrintable(task.error().errorMessage()));
     }
 
     void sendsFromTheEventLoop()
@@ -266,17 +249,9 @@ private Q_SLOTS:
         QCOMPARE(task.networkResponseError(), QNetworkReply::NoError);
         QCOMPARE(task.networkResponseErrorMessage(), QString());
         QCOMPARE(task.httpResponseStatusCodeNumber(), 200); // until a reply has been judged
-        task.exec();                                        // again, before anything was sent
-        QTRY_VERIFY(task.isFinished());
-        QCOMPARE(m_server->requests().size(), 1);
-
-        task.exec(); // does nothing
-        TestTask canceled(m_server->url());
-        canceled.exec();
-        canceled.cancel();
-        QCoreApplication::processEvents();
-        QCOMPARE(m_server->requests().size(), 1);
-        QCOMPARE(canceled.log(), u"started canceled finished"_s);
+        task.cancel();
+        QTest::qWait(20);
+        QCOMPARE(m_server->connectionCount(), 0);
     }
 
     void preparesRequestsFromPaths_data()
@@ -300,7 +275,6 @@ private Q_SLOTS:
         if (url.isEmpty()) {
             QCOMPARE(result.error().errorCode(), ErrorCode::InvalidArgument);
             QCOMPARE(result.error().errorMessage(), u"relative path must start with '/'"_s);
-            QCOMPARE(result.error().catchTrail().size(), 1);
             return;
         }
         QCOMPARE(result.value().url, url);
@@ -328,6 +302,7 @@ private Q_SLOTS:
         m_server->addReply(u"/"_s, LoopbackReply(503));
         LogCatcher log("orv.network.warning=true");
         TestTask task(m_server->url());
+        QCOMPARE(task.timeout(), std::chrono::minutes(5));
         task.setTimeout(std::chrono::milliseconds((qint64{1} << 32) + 60000)); // is truncated to 32 bits
         task.setDelayPolicy(Retriable::DelayPolicy::None);
         const QVariantList settings{u"abc"_s, 70000, 80000};
@@ -346,7 +321,7 @@ private Q_SLOTS:
     }
 
 private:
-    QTemporaryDir m_home;
+    const TemporarySettings m_settings;
     std::unique_ptr<LoopbackServer> m_server;
 };
 

@@ -56,10 +56,6 @@ class tst_Secrets : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY(m_home.isValid());
-        QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, m_home.path());
-        QCoreApplication::setOrganizationName(QStringLiteral("orv"));
-        QCoreApplication::setApplicationName(QStringLiteral("tst_Secrets"));
         QSettings().setValue(QStringLiteral("Network/DumpData"), true); // read once, with the first reply
     }
 
@@ -149,7 +145,8 @@ private:
         }
     }
 
-    QTemporaryDir m_home;
+    const TemporarySettings m_settings;
+    const QTemporaryDir m_home;
 };
 
 QTEST_GUILESS_MAIN(tst_Secrets)

@@ -6,6 +6,7 @@
 #include <QPointer>
 #include <QTest>
 
+#include <algorithm>
 #include <functional>
 #include <memory>
 #include <utility>
@@ -20,10 +21,12 @@ namespace {
 class OpenTask : public Task
 {
 public:
-    explicit OpenTask(const char* name, int priority = 0)
+    explicit OpenTask(const char* name, TasksQueue* queue = nullptr, int priority = 0)
     {
         setName(QString::fromLatin1(name));
         setPriority(priority);
+        if (queue)
+            queue->append(this);
     }
 
     void exec() override { setRunning(); }
@@ -36,10 +39,11 @@ class Queue : public TasksQueue
 public:
     Queue()
     {
-        connect(this, &TasksQueue::taskStarted, this,
-                [this](Task* task) { events.append(u'+' + task->name()); });
-        connect(this, &TasksQueue::taskFinished, this,
-                [this](Task* task) { events.append(u'-' + task->name()); });
+        const auto note = [this](char sign) {
+            return [this, sign](Task* task) { events.append(QLatin1Char(sign) + task->name()); };
+        };
+        connect(this, &TasksQueue::taskStarted, this, note('+'));
+        connect(this, &TasksQueue::taskFinished, this, note('-'));
         connect(this, &TasksQueue::emptied, this, [this] { events.append(u"emptied"_s); });
     }
 
@@ -56,15 +60,14 @@ public:
     QStringList events;
 };
 
-// Passes the first task that it takes through a function of the test.
+// Takes a task that the test chooses.
 class MeddlingQueue : public Queue
 {
 public:
     Task* dequeueTask() override
     {
         Task* task = Queue::dequeueTask();
-        const auto change = std::exchange(meddle, {}); // outlives the queue
-        return change ? change(task) : task;
+        return meddle ? std::exchange(meddle, {})(task) : task;
     }
 
     std::function<Task*(Task*)> meddle;
@@ -81,12 +84,9 @@ private Q_SLOTS:
     {
         Queue queue;
         queue.setMaxPriority(2);
-        OpenTask a("a", 0), b("b", 2), c("c", -5), d("d", 9), e("e", 1), first("first", 7);
-        for (auto* task : {&a, &b, &c, &d, &e}) {
-            connect(task, &Task::started, task, [task] { task->finish(Error()); });
-            queue.append(task);
-        }
-        connect(&first, &Task::started, &first, [&] { first.finish(Error()); });
+        connect(&queue, &Queue::taskStarted, this, [](Task* task) { task->finish(Error()); });
+        OpenTask a("a", &queue), b("b", &queue, 2), c("c", &queue, -5), d("d", &queue, 9), e("e", &queue, 1);
+        OpenTask first("first", nullptr, 7);
         queue.addTask(&first, TasksQueue::EnqueueMode::Front);
         QCOMPARE(queue.pendingTasksCount(), 6);
         QVERIFY(queue.events.isEmpty() && !a.isRunning()); // nothing runs inside append()
@@ -98,9 +98,7 @@ private Q_SLOTS:
     void givesNoSlotToTasksThatWait()
     {
         Queue queue;
-        OpenTask a("a"), b("b"), c("c");
-        for (auto* task : {&a, &b, &c})
-            queue.append(task);
+        OpenTask a("a", &queue), b("b", &queue), c("c", &queue);
         QCOMPARE(queue.log(), u"+a"_s);
         a.pause();
         QCOMPARE(queue.log(), u"+a +b"_s);
@@ -113,10 +111,8 @@ private Q_SLOTS:
         c.finish(Error());
         QCOMPARE(queue.log(), u"+a +b -b -a +c -c emptied"_s);
 
-        OpenTask waiting("waiting"), next("next");
         queue.events.clear();
-        queue.append(&waiting);
-        queue.append(&next);
+        OpenTask waiting("waiting", &queue), next("next", &queue);
         waiting.exec();
         waiting.pause(); // before its turn comes
         QCOMPARE(queue.log(), u"+next"_s);
@@ -125,9 +121,7 @@ private Q_SLOTS:
     void limitsHowManyTasksRunAtOnce()
     {
         Queue queue;
-        OpenTask a("a"), b("b"), c("c"), d("d");
-        for (auto* task : {&a, &b, &c, &d})
-            queue.append(task);
+        OpenTask a("a", &queue), b("b", &queue), c("c", &queue), d("d", &queue);
         queue.setMaxRunningTasks(2);
         QCOMPARE(queue.log(), u"+a +b"_s);
         queue.setMaxRunningTasks(3); // starts another one
@@ -149,8 +143,7 @@ private Q_SLOTS:
         queue.append(&done);
         queue.removeTask(&done);
         QVERIFY(queue.isEmpty());
-        OpenTask a("a");
-        other.append(&a);
+        OpenTask a("a", &other);
         queue.append(&a);
         queue.append(&a);
         QCOMPARE(a.queue(), &queue);
@@ -165,9 +158,7 @@ private Q_SLOTS:
     void finishesTheTasksThatThePolicySelects()
     {
         Queue queue;
-        OpenTask a("a"), b("b"), c("c"), late("late");
-        for (auto* task : {&a, &b, &c})
-            queue.append(task);
+        OpenTask a("a", &queue), b("b", &queue), c("c", &queue), late("late");
         queue.log();
         connect(&b, &Task::finished, &queue, [&] { queue.append(&late); });
         queue.clear(TasksQueue::ClearPolicy::PendingOnly, Error(ErrorCode::General, "cleared"));
@@ -179,31 +170,22 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+a -b -c -late -a emptied"_s);
     }
 
-    void allowsDeletionsInDequeueTask_data()
+    void takesOnlyTasksThatItHas_data() { addRows("taken", {"none", "deleted", "foreign"}); }
+    void takesOnlyTasksThatItHas()
     {
-        addRows("action", {"delete queue", "delete task", "delete task, return null", "return foreign task"});
-    }
-    void allowsDeletionsInDequeueTask()
-    {
-        QFETCH(QString, action);
-        QPointer<MeddlingQueue> queue = new MeddlingQueue;
+        QFETCH(QString, taken);
+        MeddlingQueue queue;
         auto first = std::make_unique<OpenTask>("first");
         OpenTask second("second"), foreign("foreign");
-        queue->meddle = [&](Task* task) {
-            if (action == "delete queue"_L1)
-                delete queue;
-            if (action.startsWith(u"delete task"_s))
+        queue.meddle = [&](Task* task) -> Task* {
+            if (taken != "foreign"_L1)
                 first.reset();
-            return action.endsWith(u"null"_s)           ? nullptr
-                   : action.endsWith(u"foreign task"_s) ? &foreign
-                                                        : task;
+            return taken == "none"_L1 ? nullptr : taken == "foreign"_L1 ? &foreign : task;
         };
-        queue->append(first.get());
-        queue->append(&second);
-        QTRY_VERIFY(!queue || second.isRunning());
+        queue.append(first.get());
+        queue.append(&second);
+        QTRY_VERIFY(second.isRunning());
         QVERIFY(!foreign.isRunning());
-        delete queue;
-        QVERIFY(!second.queue());
     }
 
     // A slot of any signal of the queue or of its tasks may change or delete any of them.
@@ -223,37 +205,30 @@ private Q_SLOTS:
         for (auto& task : tasks)
             task = new Task;
         auto* late = new Task;
-        const auto deleteOthers = [&] {
-            for (std::size_t i = 1; i < tasks.size(); ++i)
-                delete tasks[i];
-        };
-        const auto cancelAll = [&] {
-            for (const auto& task : tasks)
-                task->cancel();
-        };
-        const auto clear = [&] {
-            queue->clear(TasksQueue::ClearPolicy::PendingAndRunning, Error(ErrorCode::General));
-        };
         const QHash<QString, std::function<void()>> actions{
             {u"delete task"_s, [&] { delete tasks[0]; }},
             {u"delete queue"_s, [&] { delete queue; }},
-            {u"delete others"_s, deleteOthers},
+            {u"delete others"_s,
+             [&] { std::for_each(tasks.begin() + 1, tasks.end(), [](auto& task) { delete task; }); }},
             {u"remove"_s, [&] { queue->removeTask(tasks[0]); }},
-            {u"cancel"_s, cancelAll},
-            {u"clear"_s, clear},
+            {u"cancel"_s,
+             [&] { std::for_each(tasks.begin(), tasks.end(), [](auto& task) { task->cancel(); }); }},
+            {u"clear"_s, [&] { queue->clear(TasksQueue::ClearPolicy::PendingAndRunning, Error()); }},
             {u"append"_s, [&] { queue->append(late); }},
             {u"nested loop"_s, [&] { QCoreApplication::processEvents(); }},
         };
         bool acted = false;
-        const auto actIn = [&](QLatin1String here) {
-            if (place == here && !std::exchange(acted, true))
-                actions[action]();
+        const auto actIn = [&](const char* here) {
+            return [&, isHere = place == QLatin1String(here)] {
+                if (isHere && !std::exchange(acted, true))
+                    actions[action]();
+            };
         };
-        connect(queue, &TasksQueue::taskStarted, this, [&] { actIn("taskStarted"_L1); });
-        connect(queue, &TasksQueue::taskFinished, this, [&] { actIn("taskFinished"_L1); });
-        connect(queue, &TasksQueue::emptied, this, [&] { actIn("emptied"_L1); });
-        connect(tasks[0], &Task::started, this, [&] { actIn("started"_L1); });
-        connect(tasks[0], &Task::finished, this, [&] { actIn("finished"_L1); });
+        connect(queue, &TasksQueue::taskStarted, this, actIn("taskStarted"));
+        connect(queue, &TasksQueue::taskFinished, this, actIn("taskFinished"));
+        connect(queue, &TasksQueue::emptied, this, actIn("emptied"));
+        connect(tasks[0], &Task::started, this, actIn("started"));
+        connect(tasks[0], &Task::finished, this, actIn("finished"));
         for (const auto& task : tasks)
             queue->append(task);
 
