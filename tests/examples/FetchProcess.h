@@ -17,17 +17,6 @@ public:
         m_process.setArguments(arguments);
     }
 
-    ~FetchProcess()
-    {
-        if (m_process.state() == QProcess::NotRunning)
-            return;
-        m_process.kill();
-        m_process.waitForFinished();
-    }
-
-    FetchProcess(const FetchProcess&) = delete;
-    FetchProcess& operator=(const FetchProcess&) = delete;
-
     /// Runs the program until it exits and returns the exit code; -1 if there is none. The event loop runs
     /// meanwhile.
     int run(const QByteArray& input = {})

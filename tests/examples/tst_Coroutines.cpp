@@ -1,11 +1,14 @@
+#include "../Rows.h"
+
 #include <awaitTask.h>
-#include <TasksQueue.h>
+#include <Task.h>
 
 #include <QTest>
 
 #include <functional>
 #include <memory>
 
+using namespace Qt::StringLiterals;
 using namespace orv;
 
 /// A coroutine whose frame may be destroyed while it is suspended, which a QCoro::Task never does.
@@ -34,13 +37,13 @@ struct Scene
     static Frame wait(Scene* scene)
     {
         auto end = awaitTask(scene->task); // outlives the suspension, as in an expression with several awaits
-        scene->log += QString::number(static_cast<int>((co_await end).errorCode())) + QLatin1Char(' ');
+        scene->log += QString::number(static_cast<int>((co_await end).errorCode())) + u' ';
         co_await std::suspend_always();
-        scene->log += QStringLiteral("resumed again");
+        scene->log += u"resumed again"_s;
     }
 
     QString log;
-    TasksQueue queue;
+    QObject context;
     std::unique_ptr<Probe> owner = std::make_unique<Probe>();
     Probe* task = owner.get(); // may dangle once the owner is reset
     Frame frame;
@@ -55,29 +58,20 @@ private Q_SLOTS:
     {
         using Step = std::function<void(Scene&)>;
         const Step nothing = [](Scene&) {};
-        const Step append = [](Scene& s) { s.queue.append(s.task); };
         const Step succeed = [](Scene& s) { s.task->finish({}); };
-        const Step fail = [](Scene& s) { s.task->finish(Error(ErrorCode::Network)); };
-        const Step cancel = [](Scene& s) { s.task->cancel(); };
         const Step destroy = [](Scene& s) { s.owner.reset(), s.task = nullptr; };
         const Step destroyLater = [](Scene& s) { // during finished()
-            connect(s.task, &Task::finished, &s.queue, [&s] { s.owner.reset(); });
+            connect(s.task, &Task::finished, &s.context, [&s] { s.owner.reset(); });
         };
         const Step leave = [=](Scene& s) { s.frame.handle.destroy(), s.frame = {}, succeed(s); };
 
-        QTest::addColumn<Step>("before");
-        QTest::addColumn<Step>("meanwhile");
-        QTest::addColumn<QString>("log");
-        QTest::newRow("result") << nothing << succeed << "run | 0";
-        QTest::newRow("failure") << nothing << fail << "run | 24";
-        QTest::newRow("cancel") << nothing << cancel << "run | 1000";
-        QTest::newRow("destroyed") << nothing << destroy << "run | 1000";
-        QTest::newRow("null") << destroy << nothing << "1000 |";
-        QTest::newRow("finished before") << succeed << nothing << "0 |";
-        QTest::newRow("in a queue") << append << succeed << "| run 0";
-        QTest::newRow("destroyed in finished(), by an earlier slot")
-            << destroyLater << succeed << "run | 1000";
-        QTest::newRow("coroutine destroyed") << nothing << leave << "run |";
+        const auto row = addColumns<Step, Step, QString>({"before", "meanwhile", "log"});
+        row("result", nothing, succeed, u"run | 0"_s);
+        row("destroyed", nothing, destroy, u"run | 1000"_s);
+        row("null", destroy, nothing, u"1000 |"_s);
+        row("finished before", succeed, nothing, u"0 |"_s);
+        row("destroyed in finished(), by an earlier slot", destroyLater, succeed, u"run | 1000"_s);
+        row("coroutine destroyed", nothing, leave, u"run |"_s);
     }
 
     void resumesOnceHoweverTheTaskEnds()
@@ -85,10 +79,10 @@ private Q_SLOTS:
         QFETCH(const std::function<void(Scene&)>, before);
         QFETCH(const std::function<void(Scene&)>, meanwhile);
         Scene scene;
-        scene.task->begin = [&scene] { scene.log += QStringLiteral("run "), scene.task->setRunning(); };
+        scene.task->begin = [&scene] { scene.log += u"run "_s, scene.task->setRunning(); };
         before(scene);
         scene.frame = Scene::wait(&scene);
-        scene.log += QStringLiteral("| ");
+        scene.log += u"| "_s;
         QCoreApplication::processEvents();
         meanwhile(scene);
         scene.owner.reset(); // must not resume it a second time
