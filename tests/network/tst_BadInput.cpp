@@ -59,11 +59,11 @@ private Q_SLOTS:
 
     void sendsNoFieldsFromUrls_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::newRow("line break") << u"/a HTTP/1.1\r\nEvil: 1\r\nX: "_s;
-        QTest::newRow("NUL") << u"/a"_s + QChar(0) + u"b"_s;
-        QTest::newRow("controls") << u"/a\x01\x1f\x7f?b\n#c\r"_s;
-        QTest::newRow("half a million characters") << u"/"_s + QString(500'000, u'p');
+        const auto row = addColumns<QString>({"path"});
+        row("line break", u"/a HTTP/1.1\r\nEvil: 1\r\nX: "_s);
+        row("NUL", u"/a"_s + QChar(0) + u"b"_s);
+        row("controls", u"/a\x01\x1f\x7f?b\n#c\r"_s);
+        row("half a million characters", u"/"_s + QString(500'000, u'p'));
     }
 
     void sendsNoFieldsFromUrls()
@@ -115,11 +115,7 @@ private Q_SLOTS:
 
     void toleratesNumbersOutOfRange_data()
     {
-        QTest::addColumn<std::function<void(NetworkTask&)>>("change");
-        QTest::addColumn<int>("attempts");
-        const auto row = [](const char* name, int attempts, const std::function<void(NetworkTask&)>& change) {
-            QTest::newRow(name) << change << attempts;
-        };
+        const auto row = addColumns<int, std::function<void(NetworkTask&)>>({"attempts", "change"});
         const auto nan = std::numeric_limits<double>::quiet_NaN();
         row("negative retries", 1, [](auto& task) { task.setMaxRetriesCount(-1); });
         row("least delay", 2, [](auto& task) { task.setDelay(std::chrono::seconds::min()); });
