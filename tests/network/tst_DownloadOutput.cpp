@@ -79,12 +79,13 @@ private Q_SLOTS:
     {
         MemoryDownloadOutput output;
         QVERIFY(!output.writeNewData(QByteArray(1000000, 'x')).hasError());
-        const auto* allocation = output.data().constData();
+        const auto place = [&] { return static_cast<const void*>(QByteArrayView(output.data()).data()); };
+        const auto* allocation = place();
         output.clear();
         QCOMPARE(output.size(), 0);
         QVERIFY(!output.writeNewData("new").hasError());
         QCOMPARE(output.data(), "new"_ba);
-        QCOMPARE(static_cast<const void*>(output.data().constData()), static_cast<const void*>(allocation));
+        QCOMPARE(place(), allocation);
     }
 
     void staysBelowItsLimit()
