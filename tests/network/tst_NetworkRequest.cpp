@@ -32,17 +32,18 @@ private Q_SLOTS:
         other.setMaskingRegularExpressions({});
         QVERIFY(request == other);
 
-        const QList<std::function<void(NetworkRequest&)>> differences{
-            [](auto& r) { r.url = u"http://host/path"_s; },
-            [](auto& r) { r.acceptedContentTypes = "text/plain"; },
-            [](auto& r) { r.postDataContentType.clear(); },
-            [](auto& r) { r.method = NetworkRequest::Method::Post; },
-        };
-        for (const auto& change : differences) {
-            auto changed = request;
-            change(changed);
-            QVERIFY(request != changed && !(request == changed));
-        }
+        other = request;
+        other.url = u"http://host/path"_s;
+        QVERIFY(request != other);
+        other = request;
+        other.acceptedContentTypes = "text/plain";
+        QVERIFY(request != other);
+        other = request;
+        other.postDataContentType.clear();
+        QVERIFY(request != other);
+        other = request;
+        other.method = NetworkRequest::Method::Post;
+        QVERIFY(request != other);
     }
 
     void masksItsContentForLogs()
@@ -64,8 +65,6 @@ private Q_SLOTS:
         request.postData = "a\xff";
         request.setMaskingRegularExpressions({});
         QCOMPARE(request.maskedData(), "a\xef\xbf\xbd"_ba);
-        request.setMaskingFunction({});
-        QCOMPARE(request.maskedData(), request.postData);
     }
 
     void printsItselfMasked()
@@ -75,9 +74,6 @@ private Q_SLOTS:
         QString text;
         QDebug(&text) << 1 << NetworkRequest::Method::Put << 2;
         QCOMPARE(text, u"1 Method::Put2"_s);
-        text.clear();
-        QDebug(&text) << 1 << static_cast<NetworkRequest::Method>(9) << 2; // leaves the spacing as it was
-        QCOMPARE(text, u"1 2 "_s);
         text.clear();
         QDebug(&text) << request;
         QCOMPARE(text, u"struct orv::NetworkRequest(url=\"http://host/Path\" "

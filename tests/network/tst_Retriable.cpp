@@ -40,9 +40,6 @@ private Q_SLOTS:
         row("none", Policy::None, 2.0, 7, 300, QList<int>{0, 0});
         row("truncated", Policy::Exponential, 1.5, 3, 300, QList<int>{4, 6, 9, 13});
         row("too large", Policy::Exponential, 1e300, 2, most, QList<int>{most, most});
-        row("too small", Policy::Exponential, -1e300, 2, most,
-            QList<int>{std::numeric_limits<int>::min(), most});
-        row("infinite", Policy::Linear, std::numeric_limits<double>::infinity(), 0, 9, QList<int>{9});
         row("no number", Policy::Linear, std::numeric_limits<double>::quiet_NaN(), 5, 9, QList<int>{0});
     }
 
@@ -77,8 +74,6 @@ private Q_SLOTS:
         retriable.setMaxDelay(10);
         QCOMPARE(retriable.retryDelay(), seconds(30));
         retriable.setMaxDelay(seconds(60));
-        QCOMPARE(retriable.retryDelay(), seconds(60));
-        retriable.setDelay(seconds::max());
         QCOMPARE(retriable.retryDelay(), seconds(60));
         retriable.setMaxDelay(seconds::max());
         retriable.incrementDelay();

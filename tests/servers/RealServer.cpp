@@ -8,23 +8,15 @@
 #include <QTcpSocket>
 #include <QTest>
 
-#ifdef Q_OS_UNIX
-#include <csignal>
-#endif
 #ifdef Q_OS_LINUX
+#include <csignal>
+
 #include <sys/prctl.h>
 #endif
 
 using namespace Qt::StringLiterals;
 
 namespace {
-
-constexpr auto SLOW_SCRIPT = R"(
-printf 'Content-Type: text/plain\r\n\r\n'
-head -c 500000 random
-sleep 0.5
-tail -c +500001 random
-)";
 
 // %1 to %3 stand for the ports, %4 for the directory.
 
@@ -48,7 +40,6 @@ http {
   server {
     listen 127.0.0.1:%1;
     listen 127.0.0.1:%2 ssl http2;
-    location /slow { limit_rate 1m; }
     location /long { gzip on; gzip_types *; }
     location /closed { return 444; }
   }
@@ -61,14 +52,13 @@ http {
 )";
 
 constexpr auto LIGHTTPD = R"(
-server.modules = ("mod_openssl", "mod_deflate", "mod_cgi")
+server.modules = ("mod_openssl", "mod_deflate")
 server.document-root = "%4"
 server.errorlog = "%4/error.log"
 server.upload-dirs = ("%4")
 server.bind = "127.0.0.1"
 server.port = %1
 $HTTP["url"] == "/long" { deflate.mimetypes = ("") deflate.allowed-encodings = ("gzip") }
-$HTTP["url"] == "/slow" { cgi.assign = ("" => "/bin/sh") server.stream-response-body = 1 }
 ssl.pemfile = "%4/certificate.pem"
 ssl.privkey = "%4/key.pem"
 $SERVER["socket"] == "127.0.0.1:%2" { ssl.engine = "enable" }
@@ -77,10 +67,9 @@ $SERVER["socket"] == "127.0.0.1:%3" { ssl.engine = "enable" server.max-keep-aliv
 
 QString program(const QString& name)
 {
-    const auto found = QStandardPaths::findExecutable(name);
     // Debian installs servers in a directory that is in the PATH of the administrator only.
-    return found.isEmpty() ? QStandardPaths::findExecutable(name, {u"/usr/sbin"_s, u"/usr/local/sbin"_s})
-                           : found;
+    const auto found = QStandardPaths::findExecutable(name, {u"/usr/sbin"_s, u"/usr/local/sbin"_s});
+    return found.isEmpty() ? QStandardPaths::findExecutable(name) : found;
 }
 
 // All three servers exist at the same time, so the system gives them different ports.
@@ -122,19 +111,8 @@ QString RealServer::missingProgram() const
 QString RealServer::start()
 {
     const auto failure = prepareFiles();
-    if (!failure.isEmpty())
-        return failure;
     m_ports = freePorts();
-    return launch() ? QString() : QString::fromUtf8(m_process.readAllStandardError());
-}
-
-bool RealServer::reload()
-{
-#ifdef Q_OS_UNIX
-    return ::kill(static_cast<pid_t>(m_process.processId()), m_kind == Nginx ? SIGHUP : SIGUSR1) == 0;
-#else
-    return false;
-#endif
+    return failure.isEmpty() && !launch() ? QString::fromUtf8(m_process.readAllStandardError()) : failure;
 }
 
 QString RealServer::url(Port port, const QString& path) const
@@ -153,10 +131,8 @@ QString RealServer::prepareFiles()
     m_content.resize(1 << 20);
     for (auto& byte : m_content)
         byte = static_cast<char>(QRandomGenerator::global()->generate());
-    const bool isWritten =
-        writeFile(path(u"text"_s), "Hello from a server.\n") && writeFile(path(u"random"_s), m_content) &&
-        writeFile(path(u"slow"_s), m_kind == Nginx ? m_content : QByteArray(SLOW_SCRIPT)) &&
-        writeFile(path(u"long"_s), longText());
+    const bool isWritten = writeFile(path(u"text"_s), "Hello from a server.\n") &&
+                           writeFile(path(u"random"_s), m_content) && writeFile(path(u"long"_s), longText());
     return m_directory.isValid() && isWritten ? makeCertificate() : u"cannot write the files"_s;
 }
 

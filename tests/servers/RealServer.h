@@ -12,7 +12,6 @@
 ///
 ///   /text      the text "Hello from a server.\n"
 ///   /random    a megabyte, the same as content()
-///   /slow      the same, spread over about a second; lighttpd: chunked
 ///   /long      a long text, the same as longText(), gzip-encoded
 ///   /closed    nginx: the connection is closed without a reply
 ///   /post      nginx: the text "posted"
@@ -31,9 +30,6 @@ public:
     QString missingProgram() const;
     /// Starts the server and waits until it accepts connections. Returns an error text; empty on success.
     QString start();
-    /// Makes the server reload its configuration without interrupting requests in progress.
-    bool reload();
-
     QString url(Port port, const QString& path) const;
     const QByteArray& content() const { return m_content; }
     static QByteArray longText();
