@@ -4,16 +4,13 @@
 
 #include <LoopbackServer.h>
 
-#include <QAction>
 #include <QLineEdit>
-#include <QTableView>
 #include <QTemporaryDir>
 #include <QTest>
 
 #include <memory>
 
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 using namespace downloads;
 using namespace orv;
 using State = DownloadItem::State;
@@ -39,7 +36,6 @@ class tst_DownloadManager : public QObject
 private:
     DownloadModel& model() { return m_window->model(); }
     State state(int row) { return model().item(row).state(); }
-    QStringList files() const { return filesIn(m_directory->path()); }
     QByteArray contentOf(const QString& name) const { return readFile(m_directory->filePath(name)); }
 
     QList<LoginDialog*> dialogs()
@@ -66,12 +62,6 @@ private:
             field->setText(field->text() + u' ' + server.url(path));
         QTest::keyClick(field, Qt::Key_Return);
         QVERIFY(field->text().isEmpty());
-    }
-
-    void trigger(const QString& action, int row)
-    {
-        m_window->findChild<QTableView*>()->selectRow(row);
-        m_window->findChild<QAction*>(action)->trigger();
     }
 
 private Q_SLOTS:
@@ -105,34 +95,6 @@ private Q_SLOTS:
         add(other, {u"/d"_s});
         QTRY_COMPARE(model().totals().failed, 1);
         QVERIFY(!other.requests().constFirst().head.contains("t0ken"));
-    }
-
-    void pausesResumesAndStopsDownloads()
-    {
-        const auto endless = LoopbackReply(200, QByteArray(1'000'000, 'x')).dripped(10'000, 200ms);
-        m_server->addReply(u"/a"_s, endless);
-        m_server->addReply(u"/b"_s, endless);
-        m_server->addReply(u"/b"_s, LoopbackReply(200, "all of it"));
-        m_server->addReply(u"/c"_s, LoopbackReply(200, "all of it"));
-        m_window->setParallelDownloads(2);
-        add(*m_server, {u"/a"_s, u"/b"_s, u"/c"_s, u"/private"_s});
-        QTRY_VERIFY(model().index(1, 0).data(DownloadModel::PercentRole).toInt() > 0);
-        QCOMPARE(state(2), State::Queued);
-        trigger(u"pause"_s, 1);
-        QTRY_COMPARE(state(2), State::Done);
-        QTRY_COMPARE(state(3), State::WaitingForLogin);
-        QCOMPARE(files(), QStringList{u"c"_s});
-        trigger(u"resume"_s, 1);
-        QTRY_COMPARE(state(1), State::Done);
-        QCOMPARE(contentOf(u"b"_s), "all of it"_ba);
-        trigger(u"remove"_s, 1);
-        QCOMPARE(model().rowCount(), 3);
-        QVERIFY(m_window->close());
-        QCOMPARE(state(0), State::Paused);
-        QCOMPARE(state(2), State::Paused);
-        QVERIFY(dialogs().isEmpty());
-        m_window.reset();
-        QCOMPARE(files(), QStringList({u"b"_s, u"c"_s}));
     }
 
 private:

@@ -64,32 +64,6 @@ private Q_SLOTS:
         m_directory = std::make_unique<QTemporaryDir>();
     }
 
-    void sendsTheRequestThatTheOptionsDescribe()
-    {
-        FetchProcess fetch(arguments(u"-XPUT -d @- --content-type text/plain -H X-One:1 -H \"X-Two: 2 : 3\" "
-                                     "-A me/1 -a text/html URLa?b=%20c"_s));
-        fetch.run("\r\n\xff\n");
-        const auto request = m_server->requests().constFirst();
-        QVERIFY(request.head.startsWith("PUT /a?b=%20c HTTP/1.1\r\n"));
-        QCOMPARE(request.content, "\r\n\xff\n"_ba);
-        for (const auto* field : {"Content-Type: text/plain", "X-One: 1", "X-Two: 2 : 3", "User-Agent: me/1",
-                                  "Accept: text/html"})
-            QVERIFY2(request.head.contains(field + "\r\n"_ba), field);
-    }
-
-    void refusesInvalidCommandLines()
-    {
-        for (const auto& line :
-             {u""_s, u"file:///etc/hostname"_s, u"-o DIR/file URLa URLb"_s, u"-o DIR URLa URLb/%61"_s,
-              u"-H \"A: b\r\nC: d\" URL"_s, u"-t 0 URL"_s, u"--login-url URL --login-data=secret URL"_s}) {
-            FetchProcess fetch(arguments(line));
-            QVERIFY2(fetch.run() == 1, qPrintable(line));
-            QVERIFY2(fetch.messages().startsWith("orv-fetch: "), fetch.messages().constData());
-            QVERIFY2(!fetch.messages().contains("secret"), fetch.messages().constData());
-        }
-        QCOMPARE(m_server->connectionCount(), 0);
-    }
-
     void replacesTheFileOnlyOnSuccess_data()
     {
         const auto row =
@@ -131,22 +105,6 @@ private Q_SLOTS:
     }
 #endif
 
-    void fetchesAllUrlsDespiteFailures()
-    {
-        m_server->addReply(u"/a"_s, LoopbackReply(200, "one"));
-        // The first failure on the command line is not the first one in time.
-        m_server->addReply(u"/b"_s, LoopbackReply(404).delayed(300ms));
-        m_server->addReply(u"/c"_s, stalled().closing());
-        m_server->addReply(u"/d"_s, LoopbackReply(203, "four"));
-        FetchProcess fetch(arguments(u"-o DIR URLa URLb URLc URLd"_s));
-        QCOMPARE(fetch.run(), 4);
-        QCOMPARE(files(), QStringList({u"a"_s, u"d"_s}));
-        QCOMPARE(contentOf(u"d"_s), "four"_ba);
-        QCOMPARE(fetch.messages().count("orv-fetch: " + m_server->url().toUtf8()), 2);
-        QCOMPARE(fetch.messages().count("203 4 bytes"), 1);
-        QCOMPARE(fetch.messages().count('\n'), 4);
-    }
-
     void logsInOncePerExpiredToken()
     {
         int logins = 0;
@@ -166,24 +124,6 @@ private Q_SLOTS:
         QCOMPARE(logins, 2);
         QCOMPARE(files().size(), 4);
         QCOMPARE(contentOf(u"d"_s), "yes"_ba);
-    }
-
-    void saysWhyALoginFailed()
-    {
-        const QList<std::pair<LoopbackReply, QByteArray>> answers{
-            {LoopbackReply(500), "login failed"},
-            {LoopbackReply(401), "refused the credentials"},
-            {LoopbackReply(200), "no token"},
-            {token(u"bad"_s), "(HTTP 401)"}};
-        for (const auto& [answer, message] : answers) {
-            m_server->setHandler([reply = answer](const LoopbackRequest& request) {
-                return request.path == u"/login" ? reply : LoopbackReply(401);
-            });
-            FetchProcess fetch(loggingIn(u"--max-delay=0 --retries=2 -o DIR URLa URLb"_s));
-            QCOMPARE(fetch.run(), 6);
-            QVERIFY2(fetch.messages().count(message) == 2, fetch.messages().constData());
-        }
-        QCOMPARE(files(), QStringList());
     }
 
     void keepsSecretsOutOfItsMessages()

@@ -11,7 +11,6 @@
 
 using namespace orv;
 using namespace Qt::StringLiterals;
-using namespace std::chrono_literals;
 
 /// Wrong calls and values: each has a defined outcome, and none crashes or hangs.
 class tst_BadInput : public QObject

@@ -6,7 +6,6 @@
 
 using namespace Qt::StringLiterals;
 using namespace orv;
-using namespace std::chrono_literals;
 
 /// How tasks log in.
 class tst_NetworkTaskLogin : public QObject

@@ -7,7 +7,6 @@
 #include <QTimer>
 
 #include <functional>
-#include <limits>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -110,24 +109,6 @@ private Q_SLOTS:
             QCOMPARE(task->error().errorDetails().toInt(), 3002);
             QCOMPARE(task->error().errorMessage(), u"Connection closed"_s);
             QCOMPARE(task->retriesCount(), 1);
-        }
-    }
-
-    void failsForNumbersThatAreNoStatus()
-    {
-        for (const int number : {99, 1000, -5, std::numeric_limits<int>::max()}) {
-            FakeManager manager([=] {
-                auto* reply = new FakeReply(number);
-                reply->complete(0);
-                return reply;
-            });
-            auto task = makeTask();
-            task->setNetworkAccessManager(&manager);
-            task->setResponseHandler({Code::OK, static_cast<Code>(number)}, [] { QFAIL("handled"); });
-            QVERIFY(task->run());
-            QCOMPARE(task->error().errorCode(), ErrorCode::Network);
-            const auto details = task->error().errorDetails().toInt();
-            QVERIFY2(details >= 2000 && details <= 2999, qPrintable(QString::number(details)));
         }
     }
 

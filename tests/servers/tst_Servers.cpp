@@ -38,8 +38,6 @@ void surviveGoAway(NetworkTask& task)
 
 } // namespace
 
-Q_DECLARE_METATYPE(Scenario)
-
 /// The library, on its own and in the program orv-fetch, against nginx and lighttpd.
 class tst_Servers : public QObject
 {
@@ -89,14 +87,6 @@ private Q_SLOTS:
             QVERIFY2(fetch.run() == exitCode, fetch.messages().constData());
             QVERIFY2(fetch.output() == content, QByteArray::number(fetch.output().size()).constData());
         }
-    }
-
-    void refusesAnUnknownCertificate()
-    {
-        const auto& server = m_servers.at(RealServer::Nginx);
-        FetchProcess fetch({server->url(RealServer::Tls, u"/text"_s)});
-        QCOMPARE(fetch.run(), 3);
-        QVERIFY2(fetch.messages().contains("certificate"), fetch.messages().constData());
     }
 
     void losesNoTask_data()

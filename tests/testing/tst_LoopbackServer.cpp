@@ -96,7 +96,7 @@ private Q_SLOTS:
             "POST /a%20b/c?q=%20 HTTP/1.1\r\nX-B:  two words \r\nx-a:1\r\nX-B: 3\r\n" + fields + "\r\n";
         Client slow(*m_server);
         QVERIFY(slow.waitForConnected());
-        for (const char byte : QByteArray(head + body)) {
+        for (const auto whole = head + body; const char byte : whole) {
             slow.write(&byte, 1);
             slow.flush();
             QCoreApplication::processEvents();
