@@ -47,7 +47,8 @@ void require(bool condition, const char* what)
     std::abort();
 }
 
-// A task succeeds only with a successful status; otherwise its error has the number of the failure.
+// A task succeeds only with a successful status; otherwise its error has the number of the failure. A number
+// that is no status counts as none.
 void requireVerdict(const NetworkTask& task)
 {
     const int status = task.httpResponseStatusCodeNumber();
@@ -55,7 +56,8 @@ void requireVerdict(const NetworkTask& task)
     if (!task.hasError())
         require(status == 200 || status == 201, "a success has a status of success");
     else
-        require(number == NetworkErrorConstants::HTTP_ERROR_OFFSET + status ||
+        require(number == httpErrorCode(task.httpResponseStatusCode()) ||
+                    (number == 2000 && (status < 100 || status > 999)) ||
                     number == networkErrorCode(task.networkResponseError()),
                 "an error has the number of what went wrong");
     constexpr qsizetype most = 64 * 1024 * 1024;
