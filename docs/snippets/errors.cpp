@@ -35,7 +35,7 @@ void Snippets::errorNumbers_data()
     status(404, 2404, "");
     status(408, 2408, "");
     status(429, 2429, "");
-    status(440, 2440, "server replied: ", ErrorCode::SessionTimedOut);
+    status(440, 2440, "", ErrorCode::SessionTimedOut);
     status(500, 2500, "");
     status(502, 2502, "");
     status(503, 2503, "");

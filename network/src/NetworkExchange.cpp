@@ -34,6 +34,22 @@ void abortUnlessFailed(QNetworkReply* reply)
         reply->abort();
 }
 
+// With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
+// 6.8). Qt fails those with the first of these errors, from 6.11 on with the last one and this text, and
+// those that still waited for the connection with the second.
+bool isLeftByServer(const QNetworkReply& reply)
+{
+    switch (reply.error()) {
+    case QNetworkReply::ContentReSendError:
+    case QNetworkReply::ProtocolUnknownError:
+        return true;
+    case QNetworkReply::RemoteHostClosedError:
+        return reply.errorString() == QLatin1String("Remote host signaled shutdown");
+    default:
+        return false;
+    }
+}
+
 int loopLevel()
 {
     return std::max(QThread::currentThread()->loopLevel(), 1); // before the first loop runs, too
@@ -186,6 +202,14 @@ void NetworkExchange::giveUp()
     abortUnlessFailed(m_reply);
 }
 
+void NetworkExchange::disconnectReply()
+{
+    // By itself first: Qt warns if a call for all signals takes a connection to destroyed() along.
+    QObject::disconnect(m_replyDestroyed);
+    if (m_reply)
+        m_reply->disconnect();
+}
+
 void NetworkExchange::abort()
 {
     if (!m_reply)
@@ -254,15 +278,10 @@ bool NetworkExchange::isHeadLost() const
            !m_reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool() && mayHaveContent();
 }
 
-// With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
-// 6.8). Qt fails those with the first of these errors, and those that still waited for the connection with
-// the second. After a redirect, or with content that may not be read twice, the errors say less.
+// After a redirect, or with content that may not be read twice, Qt's errors say less.
 bool NetworkExchange::isUnprocessed() const
 {
-    if (!m_reply || m_content || responseStatusCodeNumber(m_reply) != 0)
-        return false;
-    const auto error = m_reply->error();
-    if (error != QNetworkReply::ContentReSendError && error != QNetworkReply::ProtocolUnknownError)
+    if (!m_reply || m_content || responseStatusCodeNumber(m_reply) != 0 || !isLeftByServer(*m_reply))
         return false;
     const auto sent = m_reply->request();
     return sent.url().scheme() == QLatin1String("https") && m_reply->url() == sent.url() &&

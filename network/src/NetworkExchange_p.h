@@ -61,6 +61,8 @@ public:
 
     /// Gives up the attempt: aborts the reply unless it has finished, and reports nothing more.
     void giveUp();
+    /// Disconnects everybody from all signals of the reply.
+    void disconnectReply();
     /// Aborts the reply unless it has failed.
     void abort();
 

@@ -131,7 +131,8 @@ public:
 
     /// The User-Agent: the one set, even an empty one, else defaultUserAgent().
     QByteArray userAgent() const;
-    /// Sets the User-Agent; an empty one is sent as an empty field.
+    /// Sets the User-Agent. An empty one is sent as an empty field, from Qt 6.8 on as "Mozilla/5.0", which Qt
+    /// puts in its place.
     void setUserAgent(const QByteArray& userAgent);
     /// Whether a User-Agent has been set, by the program or by a NetworkQueue.
     bool hasOverriddenUserAgent() const;
@@ -311,7 +312,9 @@ protected:
     /// Puts the token into @p request. Returns whether it may be sent now; if not, a login has been asked
     /// for, or the task has ended with ErrorCode::InvalidArgument because the token cannot be a field's
     /// value. Called once for each attempt of a task that requires a token. An override that returns false
-    /// without either has to end the task itself.
+    /// without either has to end the task itself. A field with a control character that it sets ends the task
+    /// too, but only up to Qt 6.7: later versions drop such a field and print a warning, and the request is
+    /// sent without it.
     virtual bool doAuthenticateRequest(QNetworkRequest* request);
     /// Rewrites a relative path before prepareRequest() uses it; returns it unchanged here.
     virtual QString fullRelativePath(const QString& relativePath) const;

@@ -444,8 +444,8 @@ void NetworkTask::finalize()
     resetNetworkConnection();
     if (d->phase != Private::Phase::Ended)
         d->enterPhase(Private::Phase::Ended);
-    if (networkReply())
-        networkReply()->disconnect();
+    if (d->exchange)
+        d->exchange->disconnectReply();
     Task::finalize();
 }
 

@@ -11,6 +11,8 @@
 #include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLibraryInfo>
+#include <QVersionNumber>
 
 #include <algorithm>
 #include <array>
@@ -81,7 +83,16 @@ void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray
         request.setRawHeader(name, value.isEmpty() ? QByteArrayLiteral(" ") : value);
 }
 
-// For a request that a subclass has authorized in its own way.
+// Whether QNetworkAccessManager::post() adds a type of content of its own to the one that is set. Qt takes an
+// empty one for a missing one; up to 6.7 a blank is not empty.
+bool isContentTypeReplaced(const QNetworkRequest& request)
+{
+    static const bool isBlankEmpty = QLibraryInfo::version() >= QVersionNumber(6, 8);
+    return isBlankEmpty && request.rawHeader("Content-Type").trimmed().isEmpty();
+}
+
+// For a request that a subclass has authorized in its own way. From Qt 6.8 on, a field that must not be sent
+// is not set in the first place.
 Error checkFields(const QNetworkRequest& request)
 {
     const auto names = request.rawHeaderList();
@@ -393,8 +404,11 @@ QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* s
     case NetworkRequest::Method::Get:
         break;
     case NetworkRequest::Method::Post:
-        return content ? sender->post(networkRequest, content)
-                       : sender->post(networkRequest, request.postData);
+        if (content)
+            return sender->post(networkRequest, content);
+        if (isContentTypeReplaced(networkRequest))
+            return sender->sendCustomRequest(networkRequest, QByteArrayLiteral("POST"), request.postData);
+        return sender->post(networkRequest, request.postData);
     case NetworkRequest::Method::Put:
         return sender->put(networkRequest, request.postData);
     case NetworkRequest::Method::Delete:

@@ -11,6 +11,7 @@
 #include <QCoreApplication>
 #include <QDeadlineTimer>
 #include <QEventLoop>
+#include <QLibraryInfo>
 #include <QLoggingCategory>
 #include <QMetaMethod>
 #include <QPointer>
@@ -18,10 +19,14 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QTimer>
+#include <QVersionNumber>
 
 #include <functional>
 
 // Shared by the tests of the network library.
+
+/// Whether Qt trims and checks fields itself, and skips interim replies.
+inline const bool isQt68 = QLibraryInfo::version() >= QVersionNumber(6, 8);
 
 /// Runs the event loop until @p condition holds; false when that takes too long. QTest::qWaitFor() sleeps for
 /// 10 ms after each turn of the loop, and an exchange takes many turns.

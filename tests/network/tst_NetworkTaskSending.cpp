@@ -102,7 +102,9 @@ private Q_SLOTS:
         QVERIFY(task.run());
         const auto request = m_server->requests().constFirst();
         for (const auto* name : {"Content-Type", "User-Agent", "X-Empty"}) {
-            QVERIFY2(request.hasField(name) && request.field(name).isEmpty(), name);
+            const bool isReplaced = name == "User-Agent"_ba && isQt68;
+            QVERIFY2(request.hasField(name), name);
+            QCOMPARE(request.field(name), isReplaced ? "Mozilla/5.0"_ba : QByteArray());
             QCOMPARE(request.head.toLower().count("\r\n" + QByteArray(name).toLower() + ':'), 1);
         }
         QCOMPARE(request.content, content);
@@ -128,7 +130,7 @@ private Q_SLOTS:
         QCOMPARE(request.field("Accept"), "x/y"_ba);
         QCOMPARE(request.field("Authorization"), "Bearer tok\xe9n"_ba);
         QCOMPARE(request.field("Content-Type"), "a/b"_ba);
-        QVERIFY(request.head.contains("\r\nX-b: 2\r\n"));
+        QCOMPARE(request.field("X-b"), "2"_ba);
         QCOMPARE(request.head.toLower().count("\r\nauthorization:"), 1);
     }
 
