@@ -3,12 +3,20 @@
 include_guard(GLOBAL)
 include(GenerateExportHeader)
 
+# The environment of every test. Without a locale, newer Qt prints a message in each program.
+set(ORV_TEST_ENVIRONMENT
+    LC_ALL=C.UTF-8
+    QT_LOGGING_RULES=
+    QT_QPA_PLATFORM=offscreen
+    LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0)
+
 # Compiler settings for our own code, which do not affect users of the libraries.
 function(orv_configure_target target)
     target_compile_features(${target} PUBLIC cxx_std_20)
     target_compile_definitions(${target} PRIVATE
         QT_NO_CAST_FROM_ASCII QT_NO_CAST_TO_ASCII QT_NO_URL_CAST_FROM_STRING
-        QT_NO_KEYWORDS QT_NO_FOREACH QT_STRICT_ITERATORS)
+        QT_NO_KEYWORDS QT_NO_FOREACH QT_STRICT_ITERATORS
+        QT_DISABLE_DEPRECATED_BEFORE=0x060B00) # nothing that Qt 6.11 or an older version deprecates
     target_compile_options(${target} PRIVATE
         $<$<CXX_COMPILER_ID:GNU,Clang,AppleClang>:-Wall -Wextra -Wpedantic -Wshadow
             -Woverloaded-virtual -Wcast-align -Wformat=2 -Wimplicit-fallthrough>
@@ -75,6 +83,5 @@ function(orv_add_test name)
     set_tests_properties(${arg_LABEL}.${name} PROPERTIES
         LABELS ${arg_LABEL}
         TIMEOUT ${arg_TIMEOUT}
-        ENVIRONMENT "QT_QPA_PLATFORM=offscreen;QT_LOGGING_RULES=;\
-LSAN_OPTIONS=suppressions=${PROJECT_SOURCE_DIR}/tests/leaks.supp:print_suppressions=0")
+        ENVIRONMENT "${ORV_TEST_ENVIRONMENT}")
 endfunction()

@@ -3,6 +3,11 @@
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 
+# Without a locale, newer Qt prints a message in each program.
+if [ -z "${LC_ALL-}${LC_CTYPE-}${LANG-}" ]; then
+    export LC_ALL=C.UTF-8
+fi
+
 build_packages=(cmake ninja-build g++ qt6-base-dev qt6-tools-dev qt6-l10n-tools qcoro-qt6-dev)
 packaging_packages=(dpkg-dev file pkg-config) # to build packages and to use them
 
@@ -42,7 +47,7 @@ missing_packages()
 # install_packages NAME... installs those Debian packages that are missing.
 install_packages()
 {
-    command -v dpkg-query >/dev/null || fail "needs Debian 12, or these packages: $*"
+    command -v dpkg-query >/dev/null || fail "needs Debian 12 or newer, or these packages: $*"
     local missing
     mapfile -t missing < <(missing_packages "$@")
     if [ ${#missing[@]} -eq 0 ]; then
