@@ -25,6 +25,7 @@ function(orv_configure_target target)
         AUTOMOC ON
         AUTORCC ON
         CXX_EXTENSIONS OFF
+        CXX_SCAN_FOR_MODULES OFF # it takes longer than some of the sources
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON)
 endfunction()

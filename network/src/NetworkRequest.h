@@ -70,7 +70,9 @@ struct ORV_NETWORK_EXPORT NetworkRequest
     /// control character other than HTAB ends the task with ErrorCode::InvalidArgument before anything is
     /// sent.
     QMap<QByteArray, QByteArray> rawHeaders;
-    QByteArray postDataContentType;  ///< Content-Type of postData.
+    /// Content-Type of postData. An empty one is sent as an empty field; from Qt 6.8 on, a Post with content
+    /// or with a query in its URL carries "application/octet-stream" then.
+    QByteArray postDataContentType;
     QByteArray postData;             ///< Content to send with Post or Put.
     QByteArray acceptedContentTypes; ///< Value of Accept; no such field when empty.
     Method method = Method::Get;     ///< The HTTP method.

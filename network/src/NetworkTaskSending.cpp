@@ -83,12 +83,15 @@ void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray
         request.setRawHeader(name, value.isEmpty() ? QByteArrayLiteral(" ") : value);
 }
 
-// Whether QNetworkAccessManager::post() adds a type of content of its own to the one that is set. Qt takes an
-// empty one for a missing one; up to 6.7 a blank is not empty.
-bool isContentTypeReplaced(const QNetworkRequest& request)
+// For a POST, Qt takes an empty type of content for a missing one, and adds that of a form to it. Up to 6.7,
+// a blank is not empty; later, the type for content of which nothing is known (RFC 9110, 8.3) stands for it.
+void completeContentType(QNetworkRequest& request, const QByteArray& content)
 {
     static const bool isBlankEmpty = QLibraryInfo::version() >= QVersionNumber(6, 8);
-    return isBlankEmpty && request.rawHeader("Content-Type").trimmed().isEmpty();
+    const auto name = QByteArrayLiteral("Content-Type");
+    const bool isTypeNeeded = !content.isEmpty() || request.url().hasQuery();
+    if (isBlankEmpty && isTypeNeeded && request.hasRawHeader(name) && request.rawHeader(name).isEmpty())
+        request.setRawHeader(name, QByteArrayLiteral("application/octet-stream"));
 }
 
 // For a request that a subclass has authorized in its own way. From Qt 6.8 on, a field that must not be sent
@@ -350,6 +353,8 @@ Error NetworkTask::Private::addContentType(QNetworkRequest& networkRequest,
     const bool isImplied = isMultiPart || networkRequest.hasRawHeader(name);
     if (isPostOrPut(request.method) && (isGiven || !isImplied))
         setField(networkRequest, name, request.postDataContentType, refusal);
+    if (request.method == NetworkRequest::Method::Post)
+        completeContentType(networkRequest, request.postData);
     return refusal;
 }
 
@@ -404,11 +409,8 @@ QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* s
     case NetworkRequest::Method::Get:
         break;
     case NetworkRequest::Method::Post:
-        if (content)
-            return sender->post(networkRequest, content);
-        if (isContentTypeReplaced(networkRequest))
-            return sender->sendCustomRequest(networkRequest, QByteArrayLiteral("POST"), request.postData);
-        return sender->post(networkRequest, request.postData);
+        return content ? sender->post(networkRequest, content)
+                       : sender->post(networkRequest, request.postData);
     case NetworkRequest::Method::Put:
         return sender->put(networkRequest, request.postData);
     case NetworkRequest::Method::Delete:
