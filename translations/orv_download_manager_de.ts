@@ -162,10 +162,6 @@
         <source>The server does not accept this name and password.</source>
         <translation>Der Server akzeptiert diesen Namen und dieses Passwort nicht.</translation>
     </message>
-    <message>
-        <source>The server&apos;s answer holds no token.</source>
-        <translation>Die Antwort des Servers enthält kein Token.</translation>
-    </message>
 </context>
 <context>
     <name>downloads::MainWindow</name>

@@ -162,10 +162,6 @@
         <source>The server does not accept this name and password.</source>
         <translation>El servidor no acepta este usuario y contraseña.</translation>
     </message>
-    <message>
-        <source>The server&apos;s answer holds no token.</source>
-        <translation>La respuesta del servidor no contiene ningún token.</translation>
-    </message>
 </context>
 <context>
     <name>downloads::MainWindow</name>

@@ -162,10 +162,6 @@
         <source>The server does not accept this name and password.</source>
         <translation>Le serveur n’accepte pas ce nom et ce mot de passe.</translation>
     </message>
-    <message>
-        <source>The server&apos;s answer holds no token.</source>
-        <translation>La réponse du serveur ne contient pas de jeton.</translation>
-    </message>
 </context>
 <context>
     <name>downloads::MainWindow</name>

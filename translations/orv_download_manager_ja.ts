@@ -161,10 +161,6 @@
         <source>The server does not accept this name and password.</source>
         <translation>このユーザー名とパスワードはサーバーに受け付けられませんでした。</translation>
     </message>
-    <message>
-        <source>The server&apos;s answer holds no token.</source>
-        <translation>サーバーの応答にトークンが含まれていません。</translation>
-    </message>
 </context>
 <context>
     <name>downloads::MainWindow</name>

@@ -28,6 +28,33 @@
     </message>
 </context>
 <context>
+    <name>orv::BearerLogin</name>
+    <message>
+        <source>The server&apos;s answer contains no token</source>
+        <translation>Die Antwort des Servers enthält kein Token</translation>
+    </message>
+    <message>
+        <source>There are no credentials to log in with</source>
+        <translation>Es gibt keine Zugangsdaten für die Anmeldung</translation>
+    </message>
+    <message>
+        <source>The server refused the credentials</source>
+        <translation>Der Server hat die Zugangsdaten abgelehnt</translation>
+    </message>
+    <message>
+        <source>The login failed: %1</source>
+        <translation>Die Anmeldung ist fehlgeschlagen: %1</translation>
+    </message>
+    <message>
+        <source>The token contains characters that cannot be sent</source>
+        <translation>Das Token enthält Zeichen, die nicht gesendet werden können</translation>
+    </message>
+    <message>
+        <source>The login was canceled</source>
+        <translation>Die Anmeldung wurde abgebrochen</translation>
+    </message>
+</context>
+<context>
     <name>orv::FileDownloadOutput</name>
     <message>
         <source>Cannot open file %1 for writing</source>

@@ -28,6 +28,33 @@
     </message>
 </context>
 <context>
+    <name>orv::BearerLogin</name>
+    <message>
+        <source>The server&apos;s answer contains no token</source>
+        <translation>La respuesta del servidor no contiene ningún token</translation>
+    </message>
+    <message>
+        <source>There are no credentials to log in with</source>
+        <translation>No hay credenciales para iniciar sesión</translation>
+    </message>
+    <message>
+        <source>The server refused the credentials</source>
+        <translation>El servidor ha rechazado las credenciales</translation>
+    </message>
+    <message>
+        <source>The login failed: %1</source>
+        <translation>Error al iniciar sesión: %1</translation>
+    </message>
+    <message>
+        <source>The token contains characters that cannot be sent</source>
+        <translation>El token contiene caracteres que no se pueden enviar</translation>
+    </message>
+    <message>
+        <source>The login was canceled</source>
+        <translation>Se ha cancelado el inicio de sesión</translation>
+    </message>
+</context>
+<context>
     <name>orv::FileDownloadOutput</name>
     <message>
         <source>Cannot open file %1 for writing</source>

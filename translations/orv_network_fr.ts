@@ -28,6 +28,33 @@
     </message>
 </context>
 <context>
+    <name>orv::BearerLogin</name>
+    <message>
+        <source>The server&apos;s answer contains no token</source>
+        <translation>La réponse du serveur ne contient pas de jeton</translation>
+    </message>
+    <message>
+        <source>There are no credentials to log in with</source>
+        <translation>Il n’y a pas d’identifiants pour se connecter</translation>
+    </message>
+    <message>
+        <source>The server refused the credentials</source>
+        <translation>Le serveur a refusé les identifiants</translation>
+    </message>
+    <message>
+        <source>The login failed: %1</source>
+        <translation>La connexion a échoué : %1</translation>
+    </message>
+    <message>
+        <source>The token contains characters that cannot be sent</source>
+        <translation>Le jeton contient des caractères qui ne peuvent pas être envoyés</translation>
+    </message>
+    <message>
+        <source>The login was canceled</source>
+        <translation>La connexion a été annulée</translation>
+    </message>
+</context>
+<context>
     <name>orv::FileDownloadOutput</name>
     <message>
         <source>Cannot open file %1 for writing</source>

@@ -28,6 +28,33 @@
     </message>
 </context>
 <context>
+    <name>orv::BearerLogin</name>
+    <message>
+        <source>The server&apos;s answer contains no token</source>
+        <translation>サーバーの応答にトークンが含まれていません</translation>
+    </message>
+    <message>
+        <source>There are no credentials to log in with</source>
+        <translation>ログインに使用する認証情報がありません</translation>
+    </message>
+    <message>
+        <source>The server refused the credentials</source>
+        <translation>サーバーが認証情報を拒否しました</translation>
+    </message>
+    <message>
+        <source>The login failed: %1</source>
+        <translation>ログインに失敗しました: %1</translation>
+    </message>
+    <message>
+        <source>The token contains characters that cannot be sent</source>
+        <translation>トークンに送信できない文字が含まれています</translation>
+    </message>
+    <message>
+        <source>The login was canceled</source>
+        <translation>ログインがキャンセルされました</translation>
+    </message>
+</context>
+<context>
     <name>orv::FileDownloadOutput</name>
     <message>
         <source>Cannot open file %1 for writing</source>

@@ -22,11 +22,12 @@ using orv::Result;
 Client::Client(QString url, QObject* parent)
     : QObject(parent)
     , m_url(std::move(url))
-    , m_login(m_url + "/login"_L1)
+    , m_login(orv::BearerLogin::jsonRequest(m_url + "/login"_L1,
+                                            {{u"user"_s, u"ann"_s}, {u"password"_s, u"secret"_s}}))
 {
     m_queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
     m_queue.setAuthenticator(&m_login);
-    connect(&m_login, &Login::authenticated, this, &Client::loggedIn);
+    connect(&m_login, &orv::BearerLogin::authenticated, this, &Client::loggedIn);
 }
 
 Client::~Client() = default;

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "Login.h"
-
+#include <BearerLogin.h>
 #include <NetworkQueue.h>
 #include <Result.h>
 
@@ -41,7 +40,7 @@ private:
     QCoro::Task<orv::Result<QByteArray>> get(QString path);
 
     const QString m_url;
-    Login m_login;
+    orv::BearerLogin m_login;
     orv::NetworkQueue m_queue;
 };
 

@@ -40,34 +40,24 @@ void DownloadTask::resume()
 void DownloadTask::onStarted()
 {
     m_needsLogin = false;
-    m_sentToken.clear();
-    setRequiresAuthentication(!currentToken().isEmpty());
-}
-
-bool DownloadTask::doAuthenticateRequest(QNetworkRequest* request)
-{
-    m_sentToken = currentToken();
-    m_needsLogin = m_sentToken.isEmpty();
-    return orv::FileDownloadTask::doAuthenticateRequest(request);
+    setRequiresAuthentication(hasToken());
 }
 
 void DownloadTask::onUnauthorized()
 {
-    const auto token = currentToken();
-    if (!token.isEmpty() && token != m_sentToken) {
-        // Another task has logged in while this request was in progress, so there is no need to log in again.
-        setIdle();
+    const bool wasTokenSent = requiresAuthentication();
+    setRequiresAuthentication(authenticator());
+    if (!wasTokenSent && hasToken()) { // another download has logged in meanwhile
         exec();
         return;
     }
-    setRequiresAuthentication(authenticator());
     m_needsLogin = true;
     handleUnauthorizedError();
 }
 
-QString DownloadTask::currentToken() const
+bool DownloadTask::hasToken() const
 {
-    return authenticator() ? authenticator()->token() : QString();
+    return authenticator() && !authenticator()->token().isEmpty();
 }
 
 } // namespace downloads

@@ -34,15 +34,11 @@ Q_SIGNALS:
     /// wait() has changed.
     void waitChanged();
 
-protected:
-    bool doAuthenticateRequest(QNetworkRequest* request) override;
-
 private:
     void onStarted();
     void onUnauthorized();
-    QString currentToken() const;
+    bool hasToken() const;
 
-    QString m_sentToken;
     bool m_needsLogin = false;
 };
 

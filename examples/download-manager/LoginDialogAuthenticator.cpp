@@ -4,37 +4,20 @@
 
 #include <SslIgnorantNetworkAccessManager.h>
 
-#include <QJsonDocument>
 #include <QJsonObject>
-#include <QRegularExpression>
 
 namespace downloads {
 
 namespace {
 
-using orv::ErrorCode;
-using orv::HttpResponseStatusCode;
-using orv::NetworkRequest;
-using orv::NetworkTask;
+using orv::BearerLogin;
 using orv::SslIgnorantNetworkAccessManager;
 
-constexpr int LOGIN_RETRIES = 1; // few, since the user is waiting
-
-NetworkRequest loginRequest(QUrl origin, const QString& user, const QString& password)
+orv::NetworkRequest loginRequest(QUrl origin, const QString& user, const QString& password)
 {
     origin.setPath(QStringLiteral("/login"));
-    NetworkRequest request(origin.toString(QUrl::FullyEncoded), NetworkRequest::jsonContentType,
-                           NetworkRequest::Method::Post);
-    const QJsonObject credentials{{QStringLiteral("user"), user}, {QStringLiteral("password"), password}};
-    request.postDataContentType = NetworkRequest::jsonContentType;
-    request.postData = QJsonDocument(credentials).toJson(QJsonDocument::Compact);
-    request.setMaskingFunction([](const QByteArray&) { return QByteArrayLiteral("******"); });
-    return request;
-}
-
-QString tokenFrom(const QByteArray& answer)
-{
-    return QJsonDocument::fromJson(answer).object().value(QLatin1String("token")).toString();
+    return BearerLogin::jsonRequest(origin.toString(QUrl::FullyEncoded),
+                                    {{QStringLiteral("user"), user}, {QStringLiteral("password"), password}});
 }
 
 } // namespace
@@ -47,6 +30,10 @@ LoginDialogAuthenticator::LoginDialogAuthenticator(const QUrl& origin,
     , m_manager(manager)
     , m_dialogParent(dialogParent)
 {
+    setTokenLogged(false);
+    m_login.setNetworkAccessManager(manager); // without a queue, whose slots may all be taken
+    connect(&m_login, &BearerLogin::authenticated, this, &LoginDialogAuthenticator::onLoggedIn);
+    connect(&m_login, &BearerLogin::error, this, &LoginDialogAuthenticator::onLoginFailed);
 }
 
 LoginDialogAuthenticator::~LoginDialogAuthenticator()
@@ -56,12 +43,12 @@ LoginDialogAuthenticator::~LoginDialogAuthenticator()
 
 QString LoginDialogAuthenticator::token()
 {
-    return m_token;
+    return m_login.token();
 }
 
 void LoginDialogAuthenticator::forgetToken()
 {
-    m_token.clear();
+    m_login.logOut();
 }
 
 void LoginDialogAuthenticator::cancel()
@@ -69,7 +56,7 @@ void LoginDialogAuthenticator::cancel()
     if (!m_dialog)
         return;
     closeDialog();
-    setError(orv::Error(ErrorCode::AuthenticationFailed,
+    setError(orv::Error(orv::ErrorCode::AuthenticationFailed,
                         tr("The login at %1 was cancelled").arg(m_origin.host())));
     setState(State::Failed);
     Q_EMIT error(Error::Canceled);
@@ -78,7 +65,7 @@ void LoginDialogAuthenticator::cancel()
 // A login is requested only if there is no token or it has been refused.
 bool LoginDialogAuthenticator::authenticate()
 {
-    m_token.clear();
+    m_login.logOut();
     m_dialog = new LoginDialog(m_origin.authority(), warning(), m_dialogParent);
     connect(m_dialog, &LoginDialog::submitted, this, &LoginDialogAuthenticator::sendLogin);
     connect(m_dialog, &LoginDialog::rejected, this, &LoginDialogAuthenticator::cancel);
@@ -95,44 +82,38 @@ QString LoginDialogAuthenticator::warning() const
     return {};
 }
 
-// Executed outside the queue, whose slots may all be taken, and without an authenticator, since a login must
-// not wait for itself.
 void LoginDialogAuthenticator::sendLogin()
 {
-    m_login = std::make_unique<NetworkTask>(loginRequest(m_origin, m_dialog->user(), m_dialog->password()));
-    m_login->setNetworkAccessManager(m_manager);
-    m_login->setMaxRetriesCount(LOGIN_RETRIES);
-    connect(m_login.get(), &NetworkTask::finished, this, &LoginDialogAuthenticator::onLoginFinished);
-    m_login->exec();
+    m_login.setLoginRequest(loginRequest(m_origin, m_dialog->user(), m_dialog->password()));
+    m_login.onAuthenticationRequired();
 }
 
-void LoginDialogAuthenticator::onLoginFinished()
+void LoginDialogAuthenticator::onLoggedIn()
 {
-    const auto failure = m_login->error();
-    m_token = failure.hasError() ? QString() : tokenFrom(m_login->data());
-    m_login.release()->deleteLater();
-    if (orv::httpResponseStatusCode(failure) == HttpResponseStatusCode::Unauthorized) {
-        m_dialog->showFailure(tr("The server does not accept this name and password."));
-    } else if (failure.hasError()) {
-        m_dialog->showFailure(failure.errorMessage());
-    } else if (m_token.isEmpty()) {
-        m_dialog->showFailure(tr("The server's answer holds no token."));
-    } else {
-        closeDialog();
-        setError(orv::Error());
-        setState(State::Authenticated);
-        Q_EMIT authenticated();
+    m_login.setLoginRequest(BearerLogin::LoginRequest()); // the password is not kept
+    closeDialog();
+    setError(orv::Error());
+    setState(State::Authenticated);
+    Q_EMIT authenticated();
+}
+
+void LoginDialogAuthenticator::onLoginFailed(Error code)
+{
+    if (m_dialog) {
+        m_dialog->showFailure(code == Error::InvalidCredentials
+                                  ? tr("The server does not accept this name and password.")
+                                  : m_login.authenticationError().errorMessage());
     }
 }
 
 // Called from slots of the dialog's signals, so the dialog must not be deleted here.
 void LoginDialogAuthenticator::closeDialog()
 {
-    m_login.reset();
     m_dialog->disconnect(this);
     m_dialog->hide();
     m_dialog->deleteLater();
     m_dialog = nullptr;
+    m_login.cancel();
 }
 
 } // namespace downloads

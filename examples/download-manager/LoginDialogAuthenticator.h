@@ -1,12 +1,10 @@
 #pragma once
 
 #include <AbstractAuthenticator.h>
-#include <NetworkTask.h>
+#include <BearerLogin.h>
 
 #include <QPointer>
 #include <QUrl>
-
-#include <memory>
 
 class QWidget;
 
@@ -43,15 +41,15 @@ protected:
 private:
     QString warning() const;
     void sendLogin();
-    void onLoginFinished();
+    void onLoggedIn();
+    void onLoginFailed(Error code);
     void closeDialog();
 
     const QUrl m_origin;
     const QPointer<orv::SslIgnorantNetworkAccessManager> m_manager;
     const QPointer<QWidget> m_dialogParent;
     QPointer<LoginDialog> m_dialog;
-    std::unique_ptr<orv::NetworkTask> m_login;
-    QString m_token;
+    orv::BearerLogin m_login; // obtains the token for what the user has entered
 };
 
 } // namespace downloads

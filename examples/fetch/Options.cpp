@@ -2,6 +2,8 @@
 
 #include "CommandLine.h"
 
+#include <BearerLogin.h>
+
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -240,6 +242,9 @@ Error Reader::readLogin()
     login.token = QString::fromUtf8(token.value()).trimmed();
     if (isSet(m_line.token) && login.token.isEmpty())
         return usageError(u"the token is empty"_s);
+    auto refusal = orv::BearerLogin().setTokens({login.token, {}, {}});
+    if (refusal.hasError())
+        return refusal;
     login.url = value(m_line.loginUrl);
     if (isSet(m_line.loginUrl) && !isHttpUrl(login.url))
         return usageError(u"not an http or https URL: %1"_s.arg(login.url));

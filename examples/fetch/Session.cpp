@@ -1,8 +1,8 @@
 #include "Session.h"
 
-#include "JsonLogin.h"
-
 #include <SslIgnorantNetworkAccessManager.h>
+
+#include <QJsonObject>
 
 #include <algorithm>
 
@@ -36,11 +36,18 @@ Session::~Session()
 void Session::prepareLogin()
 {
     const auto& login = m_options.login;
-    m_login = std::make_unique<JsonLogin>(
-        JsonLogin::Settings{login.url, login.credentials, login.token, m_options.timeout},
-        m_queue.networkAccessManager());
-    m_options.retryPolicy.applyTo(*m_login);
-    m_queue.setLogin(m_login.get());
+    if (!login.url.isEmpty()) {
+        auto request = orv::BearerLogin::jsonRequest(login.url, {});
+        request.postData = login.credentials;
+        m_login.setLoginRequest(request);
+    }
+    if (m_options.timeout)
+        m_login.setTimeout(*m_options.timeout);
+    if (!login.token.isEmpty())
+        m_login.setTokens({login.token, {}, {}});
+    m_login.setNetworkAccessManager(m_queue.networkAccessManager()); // no slot of the queue is needed
+    m_options.retryPolicy.applyTo(m_login);
+    m_queue.setAuthenticator(&m_login);
 }
 
 void Session::start()
@@ -54,8 +61,7 @@ void Session::cancel()
 {
     for (const auto& fetcher : m_fetchers)
         fetcher->cancel();
-    if (m_login)
-        m_login->cancel();
+    m_login.cancel();
 }
 
 ExitCode Session::exitCode() const

@@ -2,8 +2,10 @@
 
 #include "Fetcher.h"
 #include "Options.h"
-#include "PatientQueue.h"
 #include "Progress.h"
+
+#include <BearerLogin.h>
+#include <NetworkQueue.h>
 
 #include <QObject>
 
@@ -11,8 +13,6 @@
 #include <vector>
 
 namespace fetch {
-
-class JsonLogin;
 
 /// Does what the options ask for: fetches all URLs through one queue, with one login for all of them.
 ///
@@ -42,8 +42,8 @@ private:
     void onFetched(const Fetcher& fetcher);
 
     const Options m_options;
-    PatientQueue m_queue;
-    std::unique_ptr<JsonLogin> m_login; // null if the options ask for none
+    orv::NetworkQueue m_queue;
+    orv::BearerLogin m_login; // used only if the options ask for a login
     std::vector<std::unique_ptr<Fetcher>> m_fetchers;
     Progress m_progress;
     std::size_t m_endedCount = 0;

@@ -12,6 +12,7 @@ class AbstractAuthenticator::Private
 public:
     State state = State::Idle;
     orv::Error error;
+    bool isTokenLogged = true;
     quint64 lastLogin = 0; // the number of the login that was started last
 };
 
@@ -32,6 +33,11 @@ AbstractAuthenticator::State AbstractAuthenticator::state() const
 orv::Error AbstractAuthenticator::authenticationError() const
 {
     return d->error;
+}
+
+bool AbstractAuthenticator::isTokenLogged() const
+{
+    return d->isTokenLogged;
 }
 
 void AbstractAuthenticator::retryAuthentication()
@@ -74,6 +80,11 @@ void AbstractAuthenticator::setState(const State& state)
 void AbstractAuthenticator::setError(const orv::Error& error)
 {
     d->error = error;
+}
+
+void AbstractAuthenticator::setTokenLogged(bool isLogged)
+{
+    d->isTokenLogged = isLogged;
 }
 
 } // namespace orv

@@ -71,6 +71,8 @@ public:
     State state() const;
     /// The error that the derived class has stored for the last failed login; success until then.
     orv::Error authenticationError() const;
+    /// Whether tasks may log a new token, at debug level; true by default.
+    bool isTokenLogged() const;
     /// Counts a retry and starts a login. Does nothing while a login is in progress.
     void retryAuthentication();
 
@@ -97,6 +99,8 @@ protected:
     /// Stores what authenticationError() returns; emits nothing. Waiting tasks end with it when error() is
     /// emitted.
     void setError(const orv::Error& error);
+    /// Whether tasks may log a new token; emits nothing.
+    void setTokenLogged(bool isLogged);
 
 Q_SIGNALS:
     /// A login has started: emitted once for each, after authenticate() has returned, with the state

@@ -221,6 +221,11 @@ public:
     /// Drops the first @p count bytes of data() without copying the rest. Returns how many are left; or -1,
     /// and changes nothing, if there are none or fewer than @p count, or if @p count is negative.
     int chopFirstBytes(int count);
+    /// Whether the content of replies may appear in the log, where the application setting "Network/DumpData"
+    /// asks for it, and in the debug form of the task; true by default.
+    bool isContentLogged() const;
+    /// To be set to false for replies that contain a secret, such as a token.
+    void setContentLogged(bool isLogged);
     /// How many bytes of content the current or last reply has reported. Kept until the next reply reports
     /// its own.
     qint64 bytesReceived() const;

@@ -105,6 +105,16 @@ int NetworkTask::chopFirstBytes(int count)
     return static_cast<int>(std::min<qsizetype>(d->data->size(), std::numeric_limits<int>::max()));
 }
 
+bool NetworkTask::isContentLogged() const
+{
+    return d->isContentLogged;
+}
+
+void NetworkTask::setContentLogged(bool isLogged)
+{
+    d->isContentLogged = isLogged;
+}
+
 qint64 NetworkTask::bytesReceived() const
 {
     return d->bytesReceived;
@@ -243,7 +253,7 @@ void NetworkTask::Private::dumpReply()
 {
     static const bool isDumping = as::value(QStringLiteral("Network/DumpData"), false).toBool();
     static const int maxSize = isDumping ? as::value(QStringLiteral("Network/MaxDumpSize"), 0).toInt() : 0;
-    if (!isDumping)
+    if (!isDumping || !isContentLogged)
         return;
     auto content = q->data();
     if (maxSize > 0 && content.size() > maxSize)

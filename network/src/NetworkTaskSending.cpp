@@ -286,8 +286,11 @@ bool NetworkTask::doAuthenticateRequest(QNetworkRequest* request)
     const auto token = authenticator()->token().toLatin1();
     if (!call)
         return false;
-    if (std::exchange(d->isTokenNew, false))
-        qCDebug(networkLog) << "New access token:" << QString::fromLatin1(token);
+    if (std::exchange(d->isTokenNew, false)) {
+        const bool isLogged = authenticator() && authenticator()->isTokenLogged();
+        qCDebug(networkLog) << "New access token:"
+                            << (isLogged ? QString::fromLatin1(token) : QStringLiteral("******"));
+    }
     if (token.isEmpty()) {
         qCInfo(networkLog) << "No token, auth required";
         d->onAuthenticationRequired();

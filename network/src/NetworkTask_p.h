@@ -108,6 +108,7 @@ public:
     QSet<QNetworkReply::NetworkError> recoverableNetworkErrors;
     bool requiresAuthentication = false;
     bool isRetryAllowed = true;
+    bool isContentLogged = true;
 
     // Outcome
     std::optional<QByteArray> data;
