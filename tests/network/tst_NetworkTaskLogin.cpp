@@ -472,11 +472,11 @@ private Q_SLOTS:
         QRandomGenerator random(20261123);
         m_server->setHandler([&](const LoopbackRequest& request) {
             const bool isIn = request.field("Authorization") == "Bearer " + session();
-            const std::chrono::milliseconds late(random.bounded(50, 500));
+            const std::chrono::milliseconds late(random.bounded(20, 200));
             return LoopbackReply(isIn ? 200 : 401).delayed(late);
         });
         m_authenticator->duringLogin = [&] {
-            QTimer::singleShot(100, m_authenticator.get(), [&] { m_authenticator->succeed(session()); });
+            QTimer::singleShot(60, m_authenticator.get(), [&] { m_authenticator->succeed(session()); });
         };
         m_authenticator->currentToken = u"expired"_s;
         const auto tasks = runTasks(200, 10);
@@ -513,6 +513,7 @@ private:
         for (int i = 0; i < count; ++i) {
             tasks.push_back(makeTask(m_authenticator.get()));
             tasks.back()->setMaxTokenRefusals(maxTokenRefusals);
+            tasks.back()->setNetworkAccessManager(&m_managers.at(i % m_managers.size()));
             tasks.back()->exec();
         }
         const auto isFinished = [](const auto& task) { return task->isFinished(); };
@@ -525,6 +526,7 @@ private:
     QByteArray m_accepted = "Bearer good";
     std::unique_ptr<TestAuthenticator> m_authenticator;
     std::unique_ptr<LoopbackServer> m_server;
+    std::array<SslIgnorantNetworkAccessManager, 20> m_managers; // with six connections each
 };
 
 QTEST_GUILESS_MAIN(tst_NetworkTaskLogin)
