@@ -13,7 +13,9 @@ public:
     State state = State::Idle;
     orv::Error error;
     bool isTokenLogged = true;
-    quint64 lastLogin = 0; // the number of the login that was started last
+    quint64 lastLogin = 0;    // the number of the login that was asked for last
+    quint64 failedLogin = 0;  // the last one when error() was last emitted
+    quint64 refusedLogin = 0; // the last one that authenticate() did not start
 };
 
 AbstractAuthenticator::AbstractAuthenticator(QObject* parent)
@@ -21,6 +23,8 @@ AbstractAuthenticator::AbstractAuthenticator(QObject* parent)
     , d(std::make_unique<Private>())
 {
     connect(this, &AbstractAuthenticator::authenticated, this, [this] { resetRetries(); });
+    // The first connection, so that every slot of the program and of tasks finds it up to date.
+    connect(this, &AbstractAuthenticator::error, this, [this] { d->failedLogin = d->lastLogin; });
 }
 
 AbstractAuthenticator::~AbstractAuthenticator() = default;
@@ -55,7 +59,8 @@ void AbstractAuthenticator::onAuthenticationRequired()
     qCDebug(networkLog) << "Authentication required";
     const QPointer<AbstractAuthenticator> self(this);
     // A login that ended inside authenticate() may have been followed by another one there.
-    const auto isInProgress = [&self, login = ++d->lastLogin] {
+    const auto login = ++d->lastLogin;
+    const auto isInProgress = [&self, login] {
         return self && self->state() == State::Authenticating && self->d->lastLogin == login;
     };
     auto restoreState = qScopeGuard([&isInProgress, this, before = state()] {
@@ -64,13 +69,31 @@ void AbstractAuthenticator::onAuthenticationRequired()
     });
     // Before the call, since authenticate() may run an event loop in which other tasks ask for a login too.
     setState(State::Authenticating);
-    if (!authenticate() || !isInProgress())
+    const auto isStarted = authenticate();
+    if (self && !isStarted && d->lastLogin == login)
+        d->refusedLogin = login;
+    if (!isStarted || !isInProgress())
         return;
     restoreState.dismiss();
     Q_EMIT authenticating();
 }
 
 void AbstractAuthenticator::cancel() {}
+
+quint64 AbstractAuthenticator::lastLogin() const
+{
+    return d->lastLogin;
+}
+
+bool AbstractAuthenticator::isRetried() const
+{
+    return d->lastLogin != d->failedLogin;
+}
+
+bool AbstractAuthenticator::isRetryRefused() const
+{
+    return isRetried() && d->lastLogin == d->refusedLogin;
+}
 
 void AbstractAuthenticator::setState(const State& state)
 {

@@ -60,7 +60,7 @@ public:
         Failed = 1,             ///< For any other reason.
         InvalidCredentials = 2, ///< The server refused name or password.
         Canceled = 3,           ///< The user or the program canceled it.
-        TemporaryFailure = 6,   ///< Transient: tasks ask for another login while canRetry() allows it.
+        TemporaryFailure = 6,   ///< Transient: the tasks retry the login once while canRetry() allows it.
     };
 
     /// An idle authenticator without an error.
@@ -111,10 +111,21 @@ Q_SIGNALS:
     /// safe.
     void authenticated();
     /// A login failed. Derived classes emit it once for each failed login, after setError() and setState().
-    /// The waiting tasks end, or ask for another login, before the emit returns. Deleting the sender is safe.
+    /// The waiting tasks end before the emit returns; or, after Error::TemporaryFailure, the first of them
+    /// retries the login and all wait for that one, unless authenticate() refuses it. Deleting the sender is
+    /// safe.
     void error(orv::AbstractAuthenticator::Error err);
 
 private:
+    friend class NetworkTask;
+
+    // The number of the login that was asked for last.
+    quint64 lastLogin() const;
+    // Whether a login has been asked for since error() was last emitted.
+    bool isRetried() const;
+    // Whether authenticate() refused that login.
+    bool isRetryRefused() const;
+
     class Private;
     std::unique_ptr<Private> d;
 };

@@ -1,7 +1,7 @@
 #include "NetworkQueue.h"
 
 #include "AbstractAuthenticator.h"
-#include "NetworkTask.h"
+#include "NetworkTask_p.h"
 #include "SslIgnorantNetworkAccessManager.h"
 
 #include <QCoreApplication>
@@ -14,11 +14,26 @@ class NetworkQueue::Private : public QObject
     Q_OBJECT
 
 public:
+    void share(Task* task) const;
+
     QPointer<AbstractAuthenticator> authenticator;
     QPointer<SslIgnorantNetworkAccessManager> networkAccessManager = new SslIgnorantNetworkAccessManager(
         SslIgnorantNetworkAccessManager::SslMode::Verify, QCoreApplication::instance());
     QByteArray userAgent = NetworkTask::defaultUserAgent();
 };
+
+void NetworkQueue::Private::share(Task* task) const
+{
+    auto* networkTask = qobject_cast<NetworkTask*>(task);
+    const bool usesAuthenticator = !networkTask || networkTask->usesQueueAuthenticator();
+    auto* authenticable = usesAuthenticator ? dynamic_cast<Authenticable*>(task) : nullptr;
+    if (authenticator && authenticable)
+        authenticable->setAuthenticator(authenticator);
+    if (networkTask && !networkTask->networkAccessManager())
+        networkTask->setNetworkAccessManager(networkAccessManager);
+    if (networkTask && !networkTask->hasOverriddenUserAgent())
+        networkTask->setUserAgent(userAgent);
+}
 
 NetworkQueue::NetworkQueue(QObject* parent)
     : TasksQueue(parent)
@@ -64,16 +79,10 @@ void NetworkQueue::setUserAgent(const QByteArray& userAgent)
 
 void NetworkQueue::addTask(Task* task, EnqueueMode mode)
 {
-    if (d->authenticator) {
-        if (auto* authenticable = dynamic_cast<Authenticable*>(task))
-            authenticable->setAuthenticator(d->authenticator);
-    }
-    if (auto* networkTask = qobject_cast<NetworkTask*>(task)) {
-        if (!networkTask->networkAccessManager())
-            networkTask->setNetworkAccessManager(d->networkAccessManager);
-        if (!networkTask->hasOverriddenUserAgent())
-            networkTask->setUserAgent(d->userAgent);
-    }
+    const auto* networkTask = qobject_cast<NetworkTask*>(task);
+    const bool isRetry = networkTask && networkTask->d->isAppendedAgain;
+    if (!isRetry)
+        d->share(task);
     TasksQueue::addTask(task, mode);
 }
 

@@ -15,9 +15,9 @@ class SslIgnorantNetworkAccessManager;
 
 /// A queue for network tasks that share an access manager, an authenticator and a User-Agent.
 ///
-/// A task is given them when it is added. The queue's authenticator replaces the task's own; the access
-/// manager and the User-Agent are given to tasks that have none of their own. setMaxRunningTasks() sets how
-/// many run at once.
+/// A task is given them when the program adds it, not when it is retried. The queue's authenticator replaces
+/// the task's own, unless NetworkTask::usesQueueAuthenticator() is false; the access manager and the
+/// User-Agent are given to tasks that have none of their own. setMaxRunningTasks() sets how many run at once.
 /// @code
 /// NetworkQueue queue;
 /// queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
@@ -56,7 +56,7 @@ public:
     void setUserAgent(const QByteArray& userAgent);
 
 protected:
-    /// Gives the task what the queue's tasks share, and enqueues it.
+    /// Gives the task what the queue's tasks share, unless it is a retry's, and enqueues it.
     void addTask(Task* task, EnqueueMode mode) override;
 
 private:

@@ -232,6 +232,26 @@ void NetworkTask::setAuthenticator(AbstractAuthenticator* authenticator)
         d->onAuthenticatorReplaced();
 }
 
+int NetworkTask::maxTokenRefusals() const
+{
+    return d->maxTokenRefusals;
+}
+
+void NetworkTask::setMaxTokenRefusals(int refusals)
+{
+    d->maxTokenRefusals = refusals;
+}
+
+bool NetworkTask::usesQueueAuthenticator() const
+{
+    return d->usesQueueAuthenticator;
+}
+
+void NetworkTask::setUsesQueueAuthenticator(bool uses)
+{
+    d->usesQueueAuthenticator = uses;
+}
+
 NetworkTask::ErrorPolicy NetworkTask::replyErrorPolicy() const
 {
     return d->replyErrorPolicy;

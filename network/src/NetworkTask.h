@@ -169,9 +169,27 @@ public:
     void setRequiresAuthentication(bool required);
     /// Sets where the token comes from. A task that waits for another authenticator continues with this one;
     /// null leaves requiresAuthentication() as it is, so such a task ends with
-    /// ErrorCode::AuthenticationFailed. A server that refuses the tokens of ten logins in a row ends the task
-    /// under the response error policy with ErrorCode::AuthenticationFailed, 2401 in the details.
+    /// ErrorCode::AuthenticationFailed. The refusals that maxTokenRefusals() bounds are counted anew.
     void setAuthenticator(AbstractAuthenticator* authenticator) override;
+
+    /// How many fresh tokens may be refused; 10 by default. A token is fresh if the task sent it after a
+    /// login that it waited for, or in place of one that was refused; so the first token that a task sends is
+    /// usually none. It counts as refused when a login is asked for because of it: by a 401, by
+    /// handleUnauthorizedError() whatever the status, or because it is empty. The refusal of that many ends
+    /// the task under the response error policy with ErrorCode::AuthenticationFailed, and 2401 in the details
+    /// if the status is 401. Replies do not reset the count, nor do retries; exec() and another authenticator
+    /// do.
+    int maxTokenRefusals() const;
+    /// Sets maxTokenRefusals(). 1, 0 and negative values end the task with the first refusal of a fresh
+    /// token. Where each token is good for one request, tasks that share a login need as many as there are
+    /// tasks.
+    void setMaxTokenRefusals(int refusals);
+
+    /// Whether a NetworkQueue gives its authenticator to the task; true by default.
+    bool usesQueueAuthenticator() const;
+    /// To be set to false before the task is appended, for a login that runs through the queue whose
+    /// authenticator waits for it: with that authenticator, it would wait for itself.
+    void setUsesQueueAuthenticator(bool uses);
 
     /// @}
     /// @name Judging the reply
@@ -314,12 +332,13 @@ protected:
     /// Called for a reply whose status has no handler. Fails the task, after retries if the transport error
     /// is recoverable.
     virtual void processUnhandledReply();
-    /// Puts the token into @p request. Returns whether it may be sent now; if not, a login has been asked
-    /// for, or the task has ended with ErrorCode::InvalidArgument because the token cannot be a field's
-    /// value. Called once for each attempt of a task that requires a token. An override that returns false
-    /// without either has to end the task itself. A field with a control character that it sets ends the task
-    /// too, but only up to Qt 6.7: later versions drop such a field and print a warning, and the request is
-    /// sent without it.
+    /// Puts the token into @p request, and remembers it: if it is refused and the authenticator has another
+    /// one by then, the task sends that without a login. Returns whether it may be sent now; if not, a login
+    /// has been asked for, or the task has ended with ErrorCode::InvalidArgument because the token cannot be
+    /// a field's value. Called once for each attempt of a task that requires a token. An override that
+    /// returns false without either has to end the task itself. A field with a control character that it sets
+    /// ends the task too, but only up to Qt 6.7: later versions drop such a field and print a warning, and
+    /// the request is sent without it.
     virtual bool doAuthenticateRequest(QNetworkRequest* request);
     /// Rewrites a relative path before prepareRequest() uses it; returns it unchanged here.
     virtual QString fullRelativePath(const QString& relativePath) const;
@@ -348,15 +367,16 @@ protected:
     /// text. A reply that is still arriving is aborted in both cases.
     void processFailedReply(const QString& message);
     /// Starts another attempt if one is allowed, and returns whether the caller must do nothing more. Gives
-    /// up the attempt that is under way.
+    /// up the attempt that is under way. In doFinish() it logs a warning and returns false.
     bool retry();
-    /// Gives up the attempt that is under way, waits for a login and sends the request again; for subclasses
-    /// that learn of an expired login in their own way. Does nothing but log a warning if the task does not
-    /// run.
+    /// Gives up the attempt that is under way and sends the request again, after a login unless the
+    /// authenticator has another token by now; for subclasses that learn of an expired login in their own
+    /// way. Does nothing but log a warning if the task does not run, and in doFinish().
     void handleUnauthorizedError();
 
 private:
     friend class FileDownloadTask;
+    friend class NetworkQueue;
 
     bool isReplyWhole() const;
     bool isDataIncomplete() const;

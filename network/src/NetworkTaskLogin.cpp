@@ -5,12 +5,12 @@
 
 #include <QDebug>
 
+#include <algorithm>
+#include <utility>
+
 namespace orv {
 
 namespace {
-
-// A token may be refused more than once for good reasons: other tasks may have used up its successors.
-constexpr int maxLoginsInARow = 10;
 
 Error authenticationFailed()
 {
@@ -24,9 +24,22 @@ void NetworkTask::handleUnauthorizedError()
     d->onAuthenticationRequired();
 }
 
+bool NetworkTask::Private::isLoginUnderWay() const
+{
+    const auto* authenticator = q->authenticator();
+    return authenticator && authenticator->state() == AbstractAuthenticator::State::Authenticating;
+}
+
+void NetworkTask::Private::forgetRefusals()
+{
+    isTokenFresh = false;
+    refusedTokens = 0;
+    loginOfResend.reset();
+}
+
 void NetworkTask::Private::onAuthenticationRequired()
 {
-    if (!q->isRunning()) {
+    if (!q->isRunning() || q->isFinishing()) {
         qCWarning(networkLog) << "Unable to log in, the task is not running";
         return;
     }
@@ -34,13 +47,15 @@ void NetworkTask::Private::onAuthenticationRequired()
         q->processUnhandledReply();
         return;
     }
-    if (loginsInARow >= maxLoginsInARow) {
+    if (std::exchange(isTokenFresh, false))
+        ++refusedTokens;
+    if (refusedTokens >= std::max(maxTokenRefusals, 1)) {
         giveUpLoggingIn();
         return;
     }
     qCDebug(networkLog) << "Authentication required for task" << q->name();
     q->clearNetworkState();
-    awaitLogin();
+    renewToken();
 }
 
 // The logins succeed, and the server refuses every token: without a limit, this would not end.
@@ -51,6 +66,41 @@ void NetworkTask::Private::giveUpLoggingIn()
         error.setErrorDetails(httpErrorCode(httpResponseStatusCode));
     qCWarning(networkLog) << error;
     q->applyResponseErrorPolicy(error);
+}
+
+// The token that was refused may have been replaced since it was sent: another login would be needless, and
+// on some servers ends the session of the last one. One attempt without a login for each login: the token of
+// an authenticator that makes another one for each call may still need a login.
+void NetworkTask::Private::renewToken()
+{
+    enterPhase(Phase::LoggingIn); // token() is the program's, and the old reply must not act in it
+    auto* authenticator = q->authenticator();
+    const bool mayBeOld =
+        !sentToken.isEmpty() && !isLoginUnderWay() && loginOfResend != authenticator->lastLogin();
+    const ForeignCall call(calls);
+    QString token;
+    if (mayBeOld)
+        endIfThrown([&] { token = authenticator->token(); });
+    if (!call)
+        return;
+    if (token.isEmpty() || token == sentToken || !q->authenticator() || isLoginUnderWay()) {
+        awaitLogin();
+        return;
+    }
+    loginOfResend = q->authenticator()->lastLogin();
+    pending = std::make_unique<QObject>(q);
+    QMetaObject::invokeMethod(
+        pending.get(), [this] { sendNewerToken(); }, Qt::QueuedConnection);
+}
+
+void NetworkTask::Private::sendNewerToken()
+{
+    if (isLoginUnderWay()) {
+        awaitLogin();
+        return;
+    }
+    isTokenFresh = true;
+    startSending();
 }
 
 void NetworkTask::Private::awaitLogin()
@@ -82,6 +132,7 @@ void NetworkTask::Private::subscribeToAuthenticator()
 // A task that waits for another authenticator continues with the new one, or ends if there is none.
 void NetworkTask::Private::onAuthenticatorReplaced()
 {
+    forgetRefusals();
     if (phase != Phase::LoggingIn)
         return;
     enterPhase(Phase::LoggingIn);
@@ -96,22 +147,35 @@ void NetworkTask::Private::onAccessGranted()
         return;
     qCDebug(networkLog) << "Authentication granted";
     isTokenNew = true; // logged when it is sent: token() is the program's, and may count its calls
-    ++loginsInARow;
+    isTokenFresh = true;
     startSending();
+}
+
+// One failure takes one retry: the first of the waiting tasks makes it, and all of them wait for that login.
+// Returns whether the caller must do nothing more.
+bool NetworkTask::Private::retryLogin()
+{
+    auto* authenticator = q->authenticator();
+    if (!authenticator->isRetried()) {
+        if (!authenticator->canRetry())
+            return false;
+        qCDebug(networkLog) << authenticator->authenticationError();
+        qCDebug(networkLog) << "Retrying...";
+        const ForeignCall call(calls);
+        authenticator->retryAuthentication();
+        if (!call || !q->authenticator())
+            return true;
+    }
+    return !q->authenticator()->isRetryRefused();
 }
 
 void NetworkTask::Private::onAuthenticationError(AbstractAuthenticator::Error code)
 {
-    auto* authenticator = q->authenticator();
-    if (!q->isRunning() || !authenticator)
+    if (!q->isRunning() || !q->authenticator())
         return;
-    auto error = authenticator->authenticationError();
-    if (authenticator->canRetry() && code == AbstractAuthenticator::Error::TemporaryFailure) {
-        qCDebug(networkLog) << error;
-        qCDebug(networkLog) << "Retrying...";
-        authenticator->retryAuthentication();
+    if (code == AbstractAuthenticator::Error::TemporaryFailure && retryLogin())
         return;
-    }
+    auto error = q->authenticator()->authenticationError();
     if (!error.hasError()) // an authenticator that fails without saying why
         error = authenticationFailed();
     qCWarning(networkLog) << error;

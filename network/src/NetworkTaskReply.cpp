@@ -10,6 +10,7 @@
 
 #include <QCoreApplication>
 #include <QDebug>
+#include <QScopeGuard>
 
 #include <algorithm>
 #include <array>
@@ -198,8 +199,6 @@ void NetworkTask::Private::processNetworkReply()
         if (!call.isTaskAlive() || !(phase == Phase::Deciding || phase == Phase::Ended))
             return;
     }
-    if (httpResponseStatusCode != HttpResponseStatusCode::Unauthorized)
-        loginsInARow = 0;
     if (!logReply())
         return;
     dumpReply();
@@ -486,8 +485,10 @@ bool NetworkTask::retry()
 // deleted or given something else to do while it was announced.
 bool NetworkTask::Private::retry()
 {
+    if (q->isFinishing())
+        qCWarning(networkLog) << "Unable to retry, the task is finished";
     // Access managers are deleted with the application object, and there is no event loop after it.
-    if (!q->canRetry() || q->isFinished() || QCoreApplication::closingDown()) {
+    if (!q->canRetry() || q->isFinishing() || QCoreApplication::closingDown()) {
         qCDebug(networkLog) << "Can't retry task" << q->name();
         return false;
     }
@@ -520,17 +521,30 @@ bool NetworkTask::Private::executeAgain()
     enterPhase(Phase::Idle);
     q->setPriority(0);
     q->setIdle();
+    isExecutedAgain = true;
     const ForeignCall call(calls);
     const QPointer<TasksQueue> queue = q->queue();
     if (queue)
         queue->removeTask(q);
     if (call && queue)
-        queue->append(q);
+        appendAgain(queue);
     else if (call && !QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection))
         return false;
     if (call.isTaskAlive() && phase != Phase::Ended)
         Q_EMIT q->retried();
     return true;
+}
+
+// The program may have changed what the queue gave to the task, which therefore gets nothing again.
+void NetworkTask::Private::appendAgain(TasksQueue* queue)
+{
+    isAppendedAgain = true;
+    const ForeignCall call(calls);
+    const auto reset = qScopeGuard([&] {
+        if (call.isTaskAlive())
+            isAppendedAgain = false;
+    });
+    queue->append(q);
 }
 
 } // namespace orv

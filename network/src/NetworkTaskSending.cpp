@@ -151,7 +151,7 @@ private:
 
 void NetworkTask::exec()
 {
-    if (isFinished()) {
+    if (isFinishing()) {
         qCWarning(networkLog) << "Unable to continue, the task is finished";
         return;
     }
@@ -164,6 +164,8 @@ void NetworkTask::exec()
         d->enterPhase(Private::Phase::Idle);
         clearData();
     }
+    if (!std::exchange(d->isExecutedAgain, false))
+        d->forgetRefusals();
     const ForeignCall call(d->calls);
     setRunning();
     if (!call)
@@ -171,9 +173,7 @@ void NetworkTask::exec()
     setNetworkResponseError(QNetworkReply::NoError);
     setNetworkResponseErrorMessage({});
     setHttpResponseStatusCode(HttpResponseStatusCode::OK);
-    const bool isLoginUnderWay = requiresAuthentication() && authenticator() &&
-                                 authenticator()->state() == AbstractAuthenticator::State::Authenticating;
-    if (isLoginUnderWay)
+    if (requiresAuthentication() && d->isLoginUnderWay())
         d->awaitLogin();
     else
         d->scheduleSending();
@@ -235,6 +235,7 @@ void NetworkTask::Private::sendRequest()
         q->finish(refusal);
         return;
     }
+    sentToken.clear();
     const ForeignCall call(calls);
     const bool isAuthorized = !requiresAuthentication || authorize(networkRequest);
     if (!call)
@@ -283,13 +284,14 @@ bool NetworkTask::doAuthenticateRequest(QNetworkRequest* request)
     if (!authenticator() || !request)
         return false;
     const ForeignCall call(d->calls);
-    const auto token = authenticator()->token().toLatin1();
+    const auto token = authenticator()->token();
     if (!call)
         return false;
+    const auto encoded = token.toLatin1();
     if (std::exchange(d->isTokenNew, false)) {
         const bool isLogged = authenticator() && authenticator()->isTokenLogged();
         qCDebug(networkLog) << "New access token:"
-                            << (isLogged ? QString::fromLatin1(token) : QStringLiteral("******"));
+                            << (isLogged ? QString::fromLatin1(encoded) : QStringLiteral("******"));
     }
     if (token.isEmpty()) {
         qCInfo(networkLog) << "No token, auth required";
@@ -297,7 +299,8 @@ bool NetworkTask::doAuthenticateRequest(QNetworkRequest* request)
         return false;
     }
     Error refusal;
-    setField(*request, QByteArrayLiteral("Authorization"), "Bearer " + token, refusal);
+    setField(*request, QByteArrayLiteral("Authorization"), "Bearer " + encoded, refusal);
+    d->sentToken = token;
     if (refusal.hasError())
         finish(refusal);
     return !refusal.hasError();

@@ -24,7 +24,7 @@ public:
     enum class Phase {
         Idle,       ///< Nothing: not started, or queued for the next attempt.
         Delayed,    ///< Waiting for the delay before an attempt, or just for the event loop.
-        LoggingIn,  ///< Waiting for its authenticator.
+        LoggingIn,  ///< Waiting for its authenticator, or for the event loop to send another token.
         Sending,    ///< Building and sending the request.
         Exchanging, ///< Waiting for the reply to complete.
         Deciding,   ///< Judging the reply. Afterwards, if nothing was decided, waiting for the caller to.
@@ -83,14 +83,20 @@ public:
     bool retry();
     bool logAttempt();
     bool executeAgain();
+    void appendAgain(TasksQueue* queue);
 
     // Waiting for a token
+    bool isLoginUnderWay() const;
+    void forgetRefusals();
     void onAuthenticationRequired();
     void giveUpLoggingIn();
+    void renewToken();
+    void sendNewerToken();
     void awaitLogin();
     void subscribeToAuthenticator();
     void onAuthenticatorReplaced();
     void onAccessGranted();
+    bool retryLogin();
     void onAuthenticationError(AbstractAuthenticator::Error code);
     void onAuthenticatorDestroyed();
 
@@ -107,6 +113,8 @@ public:
     QMap<HttpResponseStatusCode, std::function<void()>> responseHandlers; // those set; the defaults are code
     QSet<QNetworkReply::NetworkError> recoverableNetworkErrors;
     bool requiresAuthentication = false;
+    bool usesQueueAuthenticator = true;
+    int maxTokenRefusals = 10;
     bool isRetryAllowed = true;
     bool isContentLogged = true;
 
@@ -127,8 +135,17 @@ public:
     std::unique_ptr<NetworkExchange> exchange; // the last one; under way in Exchanging
     std::optional<QMetaObject::Connection> networkConnection;
     bool isSentAgain = false; // the server did not process it, and it is sent over HTTP/1.1 now
-    bool isTokenNew = false;  // got by a login, and not sent yet
-    int loginsInARow = 0;     // since a reply that was not 401
+
+    // The retry
+    bool isExecutedAgain = false; // exec() is called next for a retry
+    bool isAppendedAgain = false; // and the queue is being given the task for it
+
+    // The login
+    QString sentToken;         // as doAuthenticateRequest() put it into the last request; empty if it did not
+    bool isTokenNew = false;   // got by a login, and not sent yet
+    bool isTokenFresh = false; // got after another was refused or missing, and not refused itself
+    int refusedTokens = 0;     // fresh ones of this authenticator, since the program called exec()
+    std::optional<quint64> loginOfResend; // the last one when a newer token was sent without a login
 };
 
 } // namespace orv

@@ -91,6 +91,11 @@ bool BaseTask::isFinished() const
     return d->state == Private::State::Finished;
 }
 
+bool BaseTask::isFinishing() const
+{
+    return d->isFinishing;
+}
+
 void BaseTask::setAutoDelete(bool autoDelete)
 {
     d->isAutoDelete = autoDelete;

@@ -74,6 +74,9 @@ public:
     virtual void resume();
 
 protected:
+    /// True from the call of finish() on: nothing that is done with the task changes how it ends.
+    bool isFinishing() const;
+
     /// Releases the resources of a finished task. Called once, before finished() is emitted. The base does
     /// nothing.
     virtual void finalize();

@@ -138,6 +138,8 @@ public:
     QString token() override
     {
         ++tokenCalls;
+        if (duringToken)
+            duringToken();
         return currentToken;
     }
 
@@ -160,6 +162,7 @@ public:
     int tokenCalls = 0;
     bool startsLogins = true;
     std::function<void()> duringLogin;
+    std::function<void()> duringToken;
 
 protected:
     bool authenticate() override

@@ -321,30 +321,6 @@ private Q_SLOTS:
         QCOMPARE(task.retriesCount(), 1); // for the 503, a second later
     }
 
-    void limitsLoginsInARow_data()
-    {
-        QTest::addColumn<QByteArray>("token");
-        QTest::addColumn<int>("number");
-        QTest::newRow("refused each time") << QByteArray("new") << 2401;
-        QTest::newRow("never there") << QByteArray() << 0;
-    }
-
-    void limitsLoginsInARow()
-    {
-        QFETCH(QByteArray, token);
-        m_server->addReply(QStringLiteral("/"), LoopbackReply(401));
-        TestAuthenticator authenticator;
-        authenticator.duringLogin = [&] {
-            QTimer::singleShot(0, &authenticator, [&] { authenticator.succeed(token.constData()); });
-        };
-        TestTask task(m_server->url());
-        task.setAuthenticator(&authenticator);
-        QVERIFY(task.run());
-        QCOMPARE(task.error().errorCode(), ErrorCode::AuthenticationFailed);
-        QTEST(task.error().errorDetails().toInt(), "number");
-        QCOMPARE(authenticator.logins, 10);
-    }
-
     // The server has a thread of its own and continues while this one is blocked for longer than the
     // time-out.
     void doesNotTimeOutBecauseOfABlockedEventLoop_data()

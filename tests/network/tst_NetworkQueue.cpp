@@ -61,6 +61,42 @@ private Q_SLOTS:
         QCOMPARE(authenticable.authenticator(), &authenticator);
     }
 
+    // On a host that is not to see the token, the task has been given up that authenticator.
+    void leavesTasksThatAreRetriedAsTheyAre()
+    {
+        LoopbackServer server;
+        server.addReply(u"/"_s, LoopbackReply(503));
+        server.addReply(u"/"_s, LoopbackReply(200));
+        QVERIFY(!server.listen().hasError());
+        TestAuthenticator authenticator;
+        authenticator.currentToken = u"token"_s;
+        NetworkQueue queue;
+        queue.setAuthenticator(&authenticator);
+        TestTask task(server.url());
+        task.setDelayPolicy(Retriable::DelayPolicy::None);
+        connect(&task, &NetworkTask::aboutToRetry, &task, [&] {
+            task.setAuthenticator(nullptr);
+            task.setRequiresAuthentication(false);
+        });
+        queue.append(&task);
+        QTRY_VERIFY(task.isFinished());
+        QCOMPARE(server.requests().first().field("Authorization"), "Bearer token"_ba);
+        QCOMPARE(server.requests().last().field("Authorization"), QByteArray());
+
+        NetworkTask again; // by the program
+        NetworkTask login;
+        login.setUsesQueueAuthenticator(false);
+        for (auto* each : {&again, &login}) {
+            queue.append(each);
+            each->setAuthenticator(nullptr);
+            queue.removeTask(each);
+            queue.append(each);
+        }
+        QCOMPARE(again.authenticator(), &authenticator);
+        QVERIFY(!login.authenticator() && !login.requiresAuthentication());
+        QCOMPARE(login.networkAccessManager(), queue.networkAccessManager());
+    }
+
     void ordersThreePriorities()
     {
         Queue queue;

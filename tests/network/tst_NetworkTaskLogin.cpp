@@ -2,10 +2,15 @@
 
 #include <NetworkQueue.h>
 
+#include <QRandomGenerator>
+
+#include <array>
+#include <limits>
 #include <memory>
 
 using namespace Qt::StringLiterals;
 using namespace orv;
+using namespace std::chrono_literals;
 
 /// How tasks log in.
 class tst_NetworkTaskLogin : public QObject
@@ -74,7 +79,7 @@ private Q_SLOTS:
     }
 
     // token() and errorMessage() are the program's, and may count their calls.
-    void asksForTokensAndMessagesOnceForEachAttempt()
+    void asksForTokensAndMessagesSparingly()
     {
         for (const auto* rules : {"orv.network=true", "orv.network=false"}) {
             const LogCatcher log(rules);
@@ -85,8 +90,8 @@ private Q_SLOTS:
             QTRY_VERIFY(task->isPaused());
             m_authenticator->succeed("good");
             QTRY_VERIFY(task->isFinished());
-            QCOMPARE(m_authenticator->tokenCalls, 2);
-            QCOMPARE(task->errorMessageCalls, 1); // for the 401
+            QCOMPARE(m_authenticator->tokenCalls, 3); // for each attempt, and for another one after the 401
+            QCOMPARE(task->errorMessageCalls, 1);     // for the 401
         }
     }
 
@@ -97,6 +102,11 @@ private Q_SLOTS:
         task->exec();
         QVERIFY(task->isPaused());
         QCOMPARE(m_authenticator->logins, 1);
+        auto open = makeTask(m_authenticator.get());
+        open->setRequiresAuthentication(false);
+        m_accepted.clear();
+        QVERIFY(open->succeeds());
+        m_accepted = "Bearer good";
     }
 
     void endsWithTheAuthenticatorsError()
@@ -129,11 +139,242 @@ private Q_SLOTS:
         QCOMPARE(task->error().errorMessage(), u"down"_s);
     }
 
+    // One failure takes one retry, however many tasks wait, and whatever becomes of that login.
+    void retriesALoginOnceForAllWaitingTasks_data()
+    {
+        const auto row = addColumns<int, int, QString>({"maxRetries", "logins", "error"});
+        row("succeeds", 1, 2, {});
+        row("fails", 1, 2, u"down"_s);
+        row("refused", 9, 2, u"down"_s);
+        row("refused for no reason", 9, 2, u"Authentication failed"_s);
+        row("fails at once, then succeeds", 2, 3, {});
+        row("begun by the program", 0, 2, {});
+    }
+    void retriesALoginOnceForAllWaitingTasks()
+    {
+        const auto outcome = QString::fromLatin1(QTest::currentDataTag());
+        QFETCH(int, maxRetries);
+        QFETCH(int, logins);
+        m_authenticator->setMaxRetriesCount(maxRetries);
+        if (outcome == "begun by the program"_L1)
+            connect(m_authenticator.get(), &AbstractAuthenticator::error, m_authenticator.get(),
+                    &AbstractAuthenticator::onAuthenticationRequired);
+        const std::array tasks{makeWaitingTask(), makeWaitingTask(), makeWaitingTask()};
+        const Error down(outcome == "refused for no reason"_L1 ? ErrorCode::None : ErrorCode::Network,
+                         "down");
+        const auto fail = [&] {
+            m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
+        };
+        m_authenticator->startsLogins = !outcome.startsWith("refused"_L1);
+        if (outcome == "fails at once, then succeeds"_L1)
+            m_authenticator->duringLogin = [&] {
+                if (m_authenticator->logins == 2)
+                    fail();
+            };
+        fail();
+        QCOMPARE(m_authenticator->logins, logins);
+        QCOMPARE(m_authenticator->retriesCount(), maxRetries ? logins - 1 : 0);
+        for (const auto& task : tasks)
+            QCOMPARE(task->isFinished(), !m_authenticator->startsLogins);
+        outcome == "fails"_L1 ? fail() : m_authenticator->succeed("good");
+        for (const auto& task : tasks) {
+            QTRY_VERIFY(task->isFinished());
+            QTEST(task->error().errorMessage(), "error");
+        }
+        QCOMPARE(m_authenticator->logins, logins);
+    }
+
+    // As an authenticator should not: the login goes on for the task.
+    void waitsOnWhenALoginFailsThatStaysUnderWay()
+    {
+        auto task = makeWaitingTask();
+        for (const int maxRetries : {1, 0}) {
+            m_authenticator->setMaxRetriesCount(maxRetries);
+            Q_EMIT m_authenticator->error(AbstractAuthenticator::Error::TemporaryFailure);
+            QCOMPARE(task->isFinished(), maxRetries == 0);
+            QCOMPARE(m_authenticator->logins, 1);
+            QCOMPARE(m_authenticator->retriesCount(), 0);
+        }
+    }
+
+    void sendsANewerTokenWithoutALogin_data()
+    {
+        const auto row = addColumns<QString, int, bool, int, int>(
+            {"token", "status", "isLoggingIn", "logins", "requests"});
+        row("newer", u"good"_s, 401, false, 0, 2);
+        row("newer, another status", u"good"_s, 403, false, 0, 2);
+        row("newer, login under way", u"good"_s, 401, true, 1, 2);
+        row("newer, and refused as well", u"better"_s, 401, false, 1, 3);
+        row("unchanged", u"old"_s, 401, false, 1, 2);
+        row("none", {}, 401, false, 1, 2);
+        row("not sent by the library", u"good"_s, 401, false, 1, 2);
+    }
+    void sendsANewerTokenWithoutALogin()
+    {
+        class OwnTask : public TestTask
+        {
+        public:
+            using TestTask::TestTask;
+
+        protected:
+            bool doAuthenticateRequest(QNetworkRequest* request) override
+            {
+                if (authenticator()->token() == "good"_L1)
+                    return TestTask::doAuthenticateRequest(request);
+                request->setRawHeader("Authorization", "Own old");
+                return true;
+            }
+        };
+        QFETCH(QString, token);
+        QFETCH(int, status);
+        QFETCH(bool, isLoggingIn);
+        QFETCH(int, logins);
+        const bool isOwn = QTest::currentDataTag() == "not sent by the library"_ba;
+        m_server->setHandler([&](const LoopbackRequest& request) {
+            const auto sent = request.field("Authorization");
+            if (sent.endsWith("old"))
+                m_authenticator->currentToken = token;
+            if (sent.endsWith("old") && isLoggingIn)
+                m_authenticator->onAuthenticationRequired();
+            return sent == m_accepted ? LoopbackReply(200, "in") : LoopbackReply(status, "out");
+        });
+        m_authenticator->currentToken = u"old"_s;
+        auto task = isOwn ? std::make_unique<OwnTask>(m_server->url()) : makeTask(nullptr);
+        task->setAuthenticator(m_authenticator.get());
+        task->setResponseHandler(HttpResponseStatusCode::Forbidden, [&] { task->handleUnauthorizedError(); });
+        task->exec();
+        QTRY_VERIFY(task->isPaused() || task->isFinished());
+        QCOMPARE(m_authenticator->logins, logins);
+        if (logins)
+            m_authenticator->succeed("good");
+        QTRY_VERIFY(task->isFinished());
+        QCOMPARE(task->data(), "in"_ba);
+        QTEST(int(m_server->requests().size()), "requests");
+        QCOMPARE(task->retriesCount(), 0);
+    }
+
+    void endsWhenFreshTokensAreRefused_data()
+    {
+        const auto row = addColumns<QString, QList<int>, int, int, int>(
+            {"tokens", "statuses", "max", "logins", "requests"});
+        row("first login", u",x"_s, {401}, 10, 10, 10);
+        row("old token", u"old,x"_s, {401}, 10, 10, 11);
+        row("never a token", u","_s, {401}, 10, 10, 0);
+        row("another at every call", u"*"_s, {401}, 10, 5, 11);
+        row("other statuses", u",x"_s, {403, 200}, 10, 10, 10);
+        row("good replies in between", u",x"_s, {401, 503}, 10, 10, 19);
+        row("two", u"old,x"_s, {401}, 2, 2, 3);
+        row("one", u"old,x"_s, {401}, 1, 1, 2);
+        row("zero", u"old,x"_s, {401}, 0, 1, 2);
+        row("negative", u"old,x"_s, {401}, std::numeric_limits<int>::min(), 1, 2);
+    }
+    void endsWhenFreshTokensAreRefused()
+    {
+        QFETCH(QString, tokens);
+        QFETCH(QList<int>, statuses);
+        QFETCH(int, max);
+        m_server->setHandler([&, n = 0](const LoopbackRequest&) mutable {
+            return LoopbackReply(statuses.at(n++ % statuses.size()));
+        });
+        const bool isChanging = tokens == "*"_L1;
+        m_authenticator->currentToken = tokens.section(u',', 0, 0);
+        m_authenticator->duringToken = [&] {
+            if (isChanging)
+                m_authenticator->currentToken = QString::number(m_authenticator->tokenCalls);
+        };
+        m_authenticator->duringLogin = [&] {
+            const auto succeed = [&] { m_authenticator->succeed(tokens.section(u',', 1).toLatin1()); };
+            QTimer::singleShot(0, m_authenticator.get(), succeed);
+        };
+        auto task = makeTask(m_authenticator.get());
+        if (max != 10)
+            task->setMaxTokenRefusals(max);
+        task->setDelayPolicy(Retriable::DelayPolicy::None);
+        task->setMaxRetriesCount(50);
+        task->setResponseHandler({HttpResponseStatusCode::OK, HttpResponseStatusCode::Forbidden},
+                                 [&] { task->handleUnauthorizedError(); });
+        QVERIFY(task->run());
+        QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
+        const bool isRefused = statuses.first() == 401 && tokens != ","_L1;
+        QCOMPARE(task->error().errorDetails().toInt(), isRefused ? 2401 : 0);
+        QTEST(m_authenticator->logins, "logins");
+        QTEST(int(m_server->requests().size()), "requests");
+    }
+
+    // Under the policy Ignore the program goes on, with a count that starts again.
+    void countsRefusalsAnew()
+    {
+        TestAuthenticator other;
+        const auto logIn = [](TestAuthenticator* authenticator) {
+            QTRY_VERIFY(authenticator->state() == AbstractAuthenticator::State::Authenticating);
+            authenticator->succeed("bad");
+        };
+        auto task = makeWaitingTask();
+        task->setMaxTokenRefusals(2);
+        task->setResponseErrorPolicy(NetworkTask::Ignore);
+        const auto givesUpAfter = [&](int requests) {
+            return runUntil([&] {
+                return m_server->requests().size() == requests && !task->isPaused() &&
+                       task->httpResponseStatusCodeNumber() == 401;
+            });
+        };
+        logIn(m_authenticator.get());
+        QTRY_VERIFY(task->isPaused()); // one is refused ...
+        task->setAuthenticator(&other);
+        logIn(&other);
+        logIn(&other);
+        QVERIFY(givesUpAfter(3)); // ... and two of another authenticator
+        task->exec();
+        logIn(&other);
+        logIn(&other);
+        QVERIFY(givesUpAfter(6)); // the last one of before, and two
+        task->setResponseErrorPolicy(NetworkTask::FinishWithSuccess);
+        task->handleUnauthorizedError();
+        QVERIFY(task->isFinished() && !task->hasError());
+    }
+
     void failsWhenALoginFailsWithoutAnError()
     {
         auto task = makeWaitingTask();
         m_authenticator->fail(Error());
         QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
+    }
+
+    // The end is decided by then. A login would be started, and the task would leave its queue.
+    void startsNothingWhileItFinishes()
+    {
+        class EndingTask : public TestTask
+        {
+        public:
+            using TestTask::TestTask;
+
+        protected:
+            Error doFinish() override
+            {
+                handleUnauthorizedError();
+                isRetrying = retry();
+                exec();
+                hasQueue = queue();
+                return TestTask::doFinish();
+            }
+
+        public:
+            bool isRetrying = true;
+            bool hasQueue = false;
+        };
+        NetworkQueue queue;
+        queue.setAuthenticator(m_authenticator.get());
+        m_authenticator->currentToken = u"good"_s;
+        EndingTask task(m_server->url());
+        const LogCatcher log("orv.network.warning=true");
+        queue.append(&task);
+        QTRY_VERIFY(task.isFinished());
+        QTest::qWait(10);
+        QVERIFY(task.hasQueue && !task.isRetrying && !task.hasError());
+        QCOMPARE(task.data(), "in"_ba);
+        QCOMPARE(task.log(), u"started finished"_s);
+        QCOMPARE(m_authenticator->logins, 0);
+        QCOMPARE(log.lines.size(), 3);
     }
 
     void sendsOnlyTasksThatWait()
@@ -163,11 +404,20 @@ private Q_SLOTS:
 
     void endsWhenItsAuthenticatorIsDestroyed()
     {
-        auto task = makeWaitingTask();
+        using Policy = NetworkTask::ErrorPolicy;
+        const std::array policies{Policy::FinishWithError, Policy::FinishWithSuccess, Policy::Ignore};
+        std::array tasks{makeWaitingTask(), makeWaitingTask(), makeWaitingTask()};
+        for (std::size_t i = 0; i < tasks.size(); ++i)
+            tasks[i]->setResponseErrorPolicy(policies[i]);
         m_authenticator.reset();
-        QVERIFY(task->isFinished());
-        QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
-        QCOMPARE(task->error().errorMessage(), u"Authentication failed"_s);
+        QVERIFY(tasks[0]->isFinished() && tasks[1]->isFinished() && !tasks[2]->isFinished());
+        QCOMPARE(tasks[0]->error().errorCode(), ErrorCode::AuthenticationFailed);
+        QCOMPARE(tasks[0]->error().errorMessage(), u"Authentication failed"_s);
+        QVERIFY(!tasks[1]->hasError());
+        TestAuthenticator other;
+        other.currentToken = u"good"_s;
+        tasks[2]->setAuthenticator(&other);
+        QTRY_COMPARE(tasks[2]->data(), "in"_ba);
     }
 
     void continuesWithANewAuthenticator_data() { addRows("replacement", {"token", "no token", "null"}); }
@@ -192,14 +442,16 @@ private Q_SLOTS:
 
     void logsInThroughTheQueueOfTheWaitingTasks()
     {
+        m_server->addReply(u"/login"_s, LoopbackReply(503));
         m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
         NetworkQueue queue; // one slot
         queue.setAuthenticator(m_authenticator.get());
         TestTask login(m_server->url(u"/login"_s));
+        login.setDelayPolicy(Retriable::DelayPolicy::None);
+        login.setUsesQueueAuthenticator(false);
         m_authenticator->duringLogin = [&] {
             connect(&login, &Task::finished, m_authenticator.get(),
                     [&] { m_authenticator->succeed(login.data().constData()); });
-            queue.setAuthenticator(nullptr); // the login itself needs none
             queue.append(&login);
         };
         std::vector<std::unique_ptr<TestTask>> tasks;
@@ -213,10 +465,68 @@ private Q_SLOTS:
         QCOMPARE(m_authenticator->logins, 1);
     }
 
+    // Each login ends the session of the one before. A refused token that is answered late must not ask for a
+    // login, since the others would lose theirs.
+    void logsInOnceHoweverManyTasksAreRefused()
+    {
+        QRandomGenerator random(20261123);
+        m_server->setHandler([&](const LoopbackRequest& request) {
+            const bool isIn = request.field("Authorization") == "Bearer " + session();
+            const std::chrono::milliseconds late(random.bounded(20, 200));
+            return LoopbackReply(isIn ? 200 : 401).delayed(late);
+        });
+        m_authenticator->duringLogin = [&] {
+            QTimer::singleShot(60, m_authenticator.get(), [&] { m_authenticator->succeed(session()); });
+        };
+        m_authenticator->currentToken = u"expired"_s;
+        const auto tasks = runTasks(200, 10);
+        for (const auto& task : tasks)
+            QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
+        QCOMPARE(m_authenticator->logins, 1);
+        QCOMPARE(m_server->requests().size(), 400);
+    }
+
+    void takesTokensForOneRequestEach()
+    {
+        QSet<QByteArray> used;
+        m_server->setHandler([&](const LoopbackRequest& request) {
+            const auto token = request.field("Authorization");
+            const bool isFirst = token.startsWith("Bearer session") && !used.contains(token);
+            used.insert(token);
+            return LoopbackReply(isFirst ? 200 : 401);
+        });
+        m_authenticator->duringLogin = [&] {
+            QTimer::singleShot(1, m_authenticator.get(), [&] { m_authenticator->succeed(session()); });
+        };
+        const auto tasks = runTasks(30, 30);
+        for (const auto& task : tasks)
+            QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
+        QCOMPARE(m_authenticator->logins, 30);
+    }
+
 private:
+    QByteArray session() const { return "session" + QByteArray::number(m_authenticator->logins); }
+
+    std::vector<std::unique_ptr<TestTask>> runTasks(int count, int maxTokenRefusals)
+    {
+        std::vector<std::unique_ptr<TestTask>> tasks;
+        for (int i = 0; i < count; ++i) {
+            tasks.push_back(makeTask(m_authenticator.get()));
+            tasks.back()->setMaxTokenRefusals(maxTokenRefusals);
+            tasks.back()->setNetworkAccessManager(&m_managers.at(i % m_managers.size()));
+            tasks.back()->exec();
+        }
+        const auto isFinished = [](const auto& task) { return task->isFinished(); };
+        [&] {
+            QVERIFY(runUntil([&] { return std::all_of(tasks.begin(), tasks.end(), isFinished); }, 60s));
+        }();
+        return tasks;
+    }
+
     QByteArray m_accepted = "Bearer good";
     std::unique_ptr<TestAuthenticator> m_authenticator;
     std::unique_ptr<LoopbackServer> m_server;
+    std::array<SslIgnorantNetworkAccessManager, 20> m_managers; // with six connections each
 };
 
 QTEST_GUILESS_MAIN(tst_NetworkTaskLogin)
