@@ -31,14 +31,6 @@ constexpr milliseconds longestLifetime = 10 * 365 * 24h;
 constexpr std::chrono::seconds longestDelay = 20 * 24h; // a timer can wait
 constexpr milliseconds shortestRefreshedLifetime = 1s;
 
-// A queue gives its authenticator to the tasks that it runs; a login with one would wait for itself.
-class LoginTask final : public NetworkTask
-{
-public:
-    using NetworkTask::NetworkTask;
-    void setAuthenticator(AbstractAuthenticator* /*authenticator*/) override {}
-};
-
 milliseconds timerInterval(milliseconds time)
 {
     return std::clamp(time, milliseconds(0), milliseconds(std::numeric_limits<int>::max()));
@@ -216,9 +208,10 @@ void BearerLogin::Private::send(Grant grant, NetworkRequest request)
 {
     auto* const context = pending.get();
     request.setMaskingFunction([](const QByteArray&) { return QByteArrayLiteral("******"); });
-    task = new LoginTask(request, NetworkTask::Priority::High, context);
+    task = new NetworkTask(request, NetworkTask::Priority::High, context);
     task->setName(QStringLiteral("login"));
     task->setContentLogged(false);
+    task->setUsesQueueAuthenticator(false);
     task->setRetriesEnabled(false); // the waiting tasks ask for another login
     task->setNetworkAccessManager(manager);
     if (timeout > 0ms)
