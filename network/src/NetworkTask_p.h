@@ -12,8 +12,8 @@
 namespace orv {
 
 /// The settings, the outcome and the phase of a task, and what it does in each phase: building and sending
-/// the request (NetworkTaskSending.cpp), waiting for a token (NetworkTaskLogin.cpp), and judging the reply,
-/// with the error policies and the retries (NetworkTaskReply.cpp).
+/// the request (NetworkTaskSending.cpp), waiting for a token (NetworkTaskLogin.cpp), judging the reply, with
+/// the error policies (NetworkTaskReply.cpp), and repeating a failed attempt (NetworkTaskRetry.cpp).
 ///
 /// Every function that calls code which is not ours may find the task deleted, ended or doing something else
 /// afterwards: it holds a ForeignCall across the call, and continues only if that is still true.
