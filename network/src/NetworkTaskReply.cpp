@@ -127,6 +127,7 @@ void NetworkTask::clearNetworkState()
     setNetworkResponseErrorMessage({});
     setHttpResponseStatusCode(HttpResponseStatusCode::Unknown);
     setHttpResponseStatusCodeNumber(0);
+    d->timeoutKind = TimeoutKind::None;
 }
 
 bool NetworkTask::setNetworkTaskStatusFromReply()
@@ -324,17 +325,23 @@ void NetworkTask::processUnhandledReply()
 void NetworkTask::processFailedReply(const QString& message)
 {
     qCDebug(networkLog) << "Processing failed reply...";
+    const auto error = d->failure(message);
+    if (d->retryOptions)
+        d->retryOptions->lastFailure = error.errorMessage();
     const ForeignCall call(d->calls);
     if (retry() || !call.isTaskAlive())
         return;
-    const auto text = message.isEmpty() ? d->replyErrorText() : message;
-    auto error = networkError(validStatus(d->httpResponseStatusCode), text);
+    applyReplyErrorPolicy(error);
+}
+
+Error NetworkTask::Private::failure(const QString& message) const
+{
+    const auto text = message.isEmpty() ? replyErrorText() : message;
+    auto error = networkError(validStatus(httpResponseStatusCode), text);
     // A success status says nothing about why the reply failed.
     if (!error.hasError())
-        error = networkError(d->networkResponseError, text);
-    if (!error.hasError())
-        error = networkUnknownError();
-    applyReplyErrorPolicy(error);
+        error = networkError(networkResponseError, text);
+    return error.hasError() ? error : networkUnknownError();
 }
 
 void NetworkTask::applyErrorPolicy(ErrorPolicy policy, Error error)
@@ -383,6 +390,7 @@ void NetworkTask::Private::onTimeout()
     if (!aborting)
         return;
     q->setHttpResponseStatusCode(HttpResponseStatusCode::RequestTimeout);
+    timeoutKind = TimeoutKind::Inactivity;
     q->processFailedReply(NetworkTask::tr("Network timeout"));
 }
 
@@ -424,6 +432,7 @@ bool NetworkTask::isDataIncomplete() const
 
 Error NetworkTask::doFinish()
 {
+    d->stopWatchingDeadline();
     const auto* reply = networkReply();
     if (hasError() && reply && !reply->isFinished()) {
         const ForeignCall call(d->calls);
@@ -439,6 +448,7 @@ void NetworkTask::finalize()
 {
     if (d->phase == Private::Phase::Delayed)
         qCWarning(networkLog) << "Task is already finished"; // so its request is not sent
+    d->stopWatchingDeadline();
     resetNetworkConnection();
     if (d->phase != Private::Phase::Ended)
         d->enterPhase(Private::Phase::Ended);
@@ -456,6 +466,7 @@ void NetworkTask::abort()
 void NetworkTask::cancel()
 {
     d->timer.suspend();
+    d->stopWatchingDeadline();
     Task::cancel();
 }
 

@@ -16,7 +16,6 @@
 #include <array>
 #include <cstddef>
 #include <functional>
-#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -97,13 +96,6 @@ bool isPostOrPut(NetworkRequest::Method method)
     return method == NetworkRequest::Method::Post || method == NetworkRequest::Method::Put;
 }
 
-std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
-{
-    using namespace std::chrono;
-    constexpr auto longest = duration_cast<seconds>(milliseconds(std::numeric_limits<int>::max()));
-    return std::clamp(delay, seconds(0), longest);
-}
-
 // Waits for a delay, or just for the event loop, and then makes a call that may delete it.
 class Delay : public QObject
 {
@@ -145,6 +137,9 @@ void NetworkTask::exec()
         qCWarning(networkLog) << "Unable to start, an attempt is under way";
         return;
     }
+    const bool isPutBack = !isRunning() && d->phase != Private::Phase::Idle;
+    if (isPutBack || d->executionStart == decltype(d->executionStart)())
+        d->beginExecution();
     if (d->phase != Private::Phase::Idle) {
         resetNetworkConnection();
         d->enterPhase(Private::Phase::Idle);
@@ -157,9 +152,10 @@ void NetworkTask::exec()
     setNetworkResponseError(QNetworkReply::NoError);
     setNetworkResponseErrorMessage({});
     setHttpResponseStatusCode(HttpResponseStatusCode::OK);
+    d->timeoutKind = TimeoutKind::None;
     const bool isLoginUnderWay = requiresAuthentication() && authenticator() &&
                                  authenticator()->state() == AbstractAuthenticator::State::Authenticating;
-    if (isLoginUnderWay)
+    if (isLoginUnderWay && !d->isAskedToWait())
         d->awaitLogin();
     else
         d->scheduleSending();
@@ -168,7 +164,7 @@ void NetworkTask::exec()
 // The task holds no slot of its queue while it waits for the delay.
 void NetworkTask::Private::scheduleSending()
 {
-    const auto delay = waitingTime(q->retryDelay());
+    const auto delay = timeToWait();
     enterPhase(Phase::Delayed);
     isSentAgain = false;
     pending = std::make_unique<Delay>(delay, q, [this] { startSending(); });
@@ -249,6 +245,7 @@ QNetworkRequest NetworkTask::Private::buildRequest(Error& refusal) const
     setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent(), refusal);
     for (auto field = request.rawHeaders.cbegin(); field != request.rawHeaders.cend(); ++field)
         setField(networkRequest, field.key(), field.value(), refusal);
+    addIdempotencyKey(networkRequest);
     return networkRequest;
 }
 

@@ -5,9 +5,14 @@
 #include "InactivityTimer_p.h"
 #include "NetworkExchange_p.h"
 #include "NetworkTask.h"
+#include "RetryWait_p.h"
 #include "SslIgnorantNetworkAccessManager.h"
 
+#include <QTimer>
+
+#include <chrono>
 #include <memory>
+#include <optional>
 
 namespace orv {
 
@@ -70,6 +75,7 @@ public:
     void processNetworkReply();
     void judgeContent();
     QString replyErrorText() const;
+    Error failure(const QString& message) const;
     bool logReply();
     void dumpReply();
     using Handler = void (Private::*)();
@@ -81,8 +87,21 @@ public:
 
     // Retrying
     bool retry();
+    bool mayRepeat() const;
+    bool planRetry();
+    std::chrono::milliseconds timeAskedFor() const;
+    std::chrono::milliseconds timeToWait();
+    bool isAskedToWait() const;
     bool logAttempt();
     bool executeAgain();
+
+    // The execution as a whole
+    void beginExecution();
+    void addIdempotencyKey(QNetworkRequest& networkRequest) const;
+    std::optional<std::chrono::milliseconds> timeToDeadline() const;
+    void watchDeadline();
+    void stopWatchingDeadline();
+    void onDeadline();
 
     // Waiting for a token
     void onAuthenticationRequired();
@@ -93,6 +112,24 @@ public:
     void onAccessGranted();
     void onAuthenticationError(AbstractAuthenticator::Error code);
     void onAuthenticatorDestroyed();
+
+    /// What few tasks set about their retries, with what follows from it.
+    struct RetryOptions
+    {
+        double jitter = 0;
+        QRandomGenerator* generator = nullptr;
+        std::chrono::seconds maxRetryAfter{0};
+        std::chrono::milliseconds deadline{0};
+        bool areUnsafeRetriesEnabled = true;
+        bool isIdempotencyKeyEnabled = false;
+
+        // Of the execution
+        std::unique_ptr<QTimer> deadlineTimer;
+        QByteArray idempotencyKey;
+        QString lastFailure;
+        std::optional<RetryWait> nextWait; // between the decision to retry and the wait
+    };
+    RetryOptions& editRetryOptions();
 
     NetworkTask* const q;
 
@@ -108,6 +145,7 @@ public:
     QSet<QNetworkReply::NetworkError> recoverableNetworkErrors;
     bool requiresAuthentication = false;
     bool isRetryAllowed = true;
+    std::unique_ptr<RetryOptions> retryOptions; // null: all defaults
 
     // Outcome
     std::optional<QByteArray> data;
@@ -117,6 +155,10 @@ public:
     HttpResponseStatusCode httpResponseStatusCode = HttpResponseStatusCode::Unknown;
     int httpResponseStatusCodeNumber = 0;
     qint64 bytesReceived = 0;
+    TimeoutKind timeoutKind = TimeoutKind::None;
+
+    // The execution
+    std::chrono::steady_clock::time_point executionStart; // the epoch: has not begun
 
     // The attempt
     Phase phase = Phase::Idle;

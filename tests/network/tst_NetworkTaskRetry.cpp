@@ -3,6 +3,7 @@
 #include <TasksQueue.h>
 
 #include <QElapsedTimer>
+#include <QRandomGenerator>
 
 #include <memory>
 
@@ -90,6 +91,7 @@ private Q_SLOTS:
             QCOMPARE(task->error().errorDetails().toInt(), 2408);
             QCOMPARE(task->error().errorMessage(), u"Network timeout"_s);
             QCOMPARE(task->networkResponseError(), QNetworkReply::NoError); // not that of the abort
+            QCOMPARE(task->timeoutKind(), NetworkTask::TimeoutKind::Inactivity);
             QCOMPARE(task->retriesCount(), retries);
             QCOMPARE(task->events.count(u"retried"_s), retries);
             QCOMPARE(task->events.last(), u"finished"_s);
@@ -159,6 +161,215 @@ private Q_SLOTS:
         QCOMPARE(queue.removals, 1);
         QCOMPARE(first->log(), u"started aboutToRetry retried started finished"_s);
         QVERIFY(!first->hasError() && !second->hasError());
+    }
+
+    // A wait that would not end before the deadline ends the task, which shows its length without a clock.
+    void waitsForAsLongAsTheServerAsks_data()
+    {
+        const auto row = addColumns<int, QByteArray, std::chrono::seconds, bool>(
+            {"status", "retryAfter", "longest", "isLong"});
+        row("429", 429, "100", 200s, true);
+        row("503", 503, "100", 200s, true);
+        row("408", 408, "100", 200s, true);
+        row("another status", 500, "100", 200s, false);
+        row("date", 503, "Fri, 31 Dec 9999 23:59:59 GMT", 200s, true);
+        row("garbage", 503, "soon", 200s, false);
+        row("less than the delay", 503, "0", 200s, false);
+        row("too long for the task", 503, "100", 5s, false);
+        row("off", 503, "100", 0s, false);
+        row("negative", 503, "100", -200s, false);
+    }
+    void waitsForAsLongAsTheServerAsks()
+    {
+        QFETCH(int, status);
+        QFETCH(QByteArray, retryAfter);
+        QFETCH(std::chrono::seconds, longest);
+        QFETCH(bool, isLong);
+        m_server->addReply(u"/"_s, LoopbackReply(status).withField("Retry-After", retryAfter));
+        TestTask task(m_server->url());
+        task.registerRecoverableNetworkErrors({QNetworkReply::InternalServerError});
+        task.setMaxRetryAfter(longest);
+        task.setDeadline(60s);
+        task.exec();
+        QVERIFY(runUntil([&] { return task.isPaused() || task.isFinished(); }));
+        QCOMPARE(task.isFinished(), isLong);
+        QCOMPARE(task.retriesCount(), isLong ? 0 : 1);
+        QCOMPARE(task.error().errorDetails().toInt(), isLong ? 2000 + status : 0);
+        QCOMPARE(task.hasTimedOut(), false); // although the wait was too long
+    }
+
+    void drawsTheWaitBeforeARetry_data()
+    {
+        const auto row = addColumns<double, int>({"share", "retries"});
+        row("none", 0, 0);
+        row("nearly all of it", 0.9, 1);
+        row("more than all of it", 9, 1);
+        row("not a number", qQNaN(), 0);
+    }
+    void drawsTheWaitBeforeARetry()
+    {
+        QFETCH(double, share);
+        QFETCH(int, retries);
+        answer({503});
+        quint32 seed = 0;
+        while (QRandomGenerator(seed).generateDouble() < 0.9)
+            ++seed;
+        QRandomGenerator generator(seed);
+        TestTask task(m_server->url());
+        task.setDelayPolicy(Retriable::DelayPolicy::Linear);
+        task.setIncrementFactor(200);
+        task.setRetryJitter(share, &generator);
+        task.setDeadline(60s);
+        task.exec();
+        QVERIFY(runUntil([&] { return task.isPaused() || task.isFinished(); }));
+        QCOMPARE(task.retriesCount(), retries);
+        QCOMPARE(task.retryDelay(), retries ? 200s : 0s);
+    }
+
+    void endsAtTheDeadline_data()
+    {
+        addRows("phase", {"delay", "queue", "login", "sent", "streaming", "handler"});
+    }
+    void endsAtTheDeadline()
+    {
+        QFETCH(QString, phase);
+        m_server->addReply(u"/silence"_s, LoopbackReply::silence());
+        if (phase == "queue"_L1)
+            m_server->addReply(u"/"_s, LoopbackReply(503));
+        m_server->addReply(u"/"_s, phase == "sent"_L1 ? LoopbackReply::silence()
+                                   : phase == "streaming"_L1
+                                       ? LoopbackReply(200, QByteArray(500, 'x')).dripped(200, 1h)
+                                       : LoopbackReply(404));
+        TasksQueue queue;
+        TestTask other(m_server->url(u"/silence"_s));
+        TestAuthenticator authenticator;
+        TestTask task(m_server->url());
+        bool isReached = false;
+        connect(&task, &NetworkTask::readyRead, this, [&] { isReached = true; });
+        connect(&task, &NetworkTask::retried, this, [&] { isReached = true; });
+        connect(&task, &NetworkTask::aboutToRetry, this, [&] { queue.append(&other); });
+        task.setResponseHandler(HttpResponseStatusCode::NotFound, [&] { isReached = true; });
+        task.setReplyErrorPolicy(NetworkTask::Ignore);
+        task.setResponseErrorPolicy(NetworkTask::Ignore);
+        if (phase == "delay"_L1)
+            task.setDelay(300);
+        if (phase == "login"_L1)
+            task.setAuthenticator(&authenticator);
+        task.setDeadline(std::chrono::milliseconds::max());
+        phase == "queue"_L1 ? queue.append(&task) : task.exec();
+        QVERIFY(runUntil([&] {
+            return isReached || task.isPaused() || (phase == "sent"_L1 && m_server->requests().size() == 1);
+        }));
+        QCOMPARE(task.isRunning(), phase != "queue"_L1);
+        const auto requests = m_server->requests(u"/"_s).size();
+
+        task.setDeadline(1ms); // counts from exec()
+        QVERIFY(!task.isFinished());
+        QVERIFY(runUntil([&] { return task.isFinished(); }));
+        QCOMPARE(task.error().errorCode(), ErrorCode::Network);
+        QCOMPARE(task.error().errorDetails().toInt(), NetworkErrorConstants::DEADLINE_ERROR_CODE);
+        QCOMPARE(task.error().warnings().join(u';').contains("Service Unavailable"_L1), phase == "queue"_L1);
+        QCOMPARE(task.timeoutKind(), NetworkTask::TimeoutKind::Deadline);
+        QCOMPARE(task.httpResponseStatusCodeNumber(), 0);
+        QVERIFY(!task.networkReply() || task.networkReply()->isFinished());
+        QTest::qWait(5);
+        QCOMPARE(task.events.count(u"finished"_s), 1);
+        QCOMPARE(task.events.last(), u"finished"_s);
+        QCOMPARE(m_server->requests(u"/"_s).size(), requests);
+    }
+
+    void countsTheDeadlineFromTheFirstAttempt()
+    {
+        m_server->addReply(u"/"_s, LoopbackReply(404).delayed(20ms));
+        TestTask task(m_server->url());
+        task.setResponseHandler(HttpResponseStatusCode::NotFound, [&] { task.exec(); });
+        task.setDeadline(100ms);
+        QVERIFY(task.run());
+        QCOMPARE(task.timeoutKind(), NetworkTask::TimeoutKind::Deadline);
+        QVERIFY(task.executions > 1);
+
+        m_server->addReply(u"/late"_s, LoopbackReply(200).delayed(50ms));
+        TestTask changed(m_server->url(u"/late"_s));
+        changed.setDeadline(1ms);
+        changed.exec();
+        changed.setDeadline(-1ms);
+        QVERIFY(runUntil([&] { return changed.isFinished(); }));
+        QVERIFY(!changed.hasError());
+    }
+
+    void repeatsOnlyWhatWasNotProcessed_data()
+    {
+        const auto row = addColumns<QString, NetworkRequest::Method, bool>({"fault", "method", "isRepeated"});
+        const auto post = NetworkRequest::Method::Post;
+        row("408", u"408"_s, post, false);
+        row("429", u"429"_s, post, true);
+        row("503", u"503"_s, post, true);
+        row("503, cut off", u"503, cut off"_s, post, true);
+        row("time-out", u"silence"_s, post, false);
+        row("cut off", u"200, cut off"_s, post, false);
+        row("closed", u"closed"_s, post, false);
+        row("refused", u"refused"_s, post, true);
+        row("idempotent", u"408"_s, NetworkRequest::Method::Put, true);
+        row("idempotent, time-out", u"silence"_s, NetworkRequest::Method::Delete, true);
+    }
+    void repeatsOnlyWhatWasNotProcessed()
+    {
+        QFETCH(QString, fault);
+        QFETCH(NetworkRequest::Method, method);
+        QFETCH(bool, isRepeated);
+        LoopbackReply reply(fault.left(3).toInt(), QByteArray(500, 'x'));
+        if (fault.endsWith("cut off"_L1))
+            reply.cutAfter(300);
+        m_server->addReply(u"/"_s, fault == "silence"_L1  ? LoopbackReply::silence()
+                                   : fault == "closed"_L1 ? LoopbackReply::raw({})
+                                                          : reply);
+        TestTask task(m_server->url(), method);
+        task.change([](auto& request) { request.postData = "content"; });
+        task.registerRecoverableNetworkErrors({QNetworkReply::ConnectionRefusedError,
+                                               QNetworkReply::RemoteHostClosedError,
+                                               QNetworkReply::ContentReSendError});
+        task.setDelayPolicy(Retriable::DelayPolicy::None);
+        task.setMaxRetriesCount(1);
+        task.setTimeout(50ms);
+        task.setUnsafeRetriesEnabled(false);
+        if (fault == "refused"_L1)
+            m_server->close();
+        QVERIFY(task.run());
+        QVERIFY(task.hasError());
+        QCOMPARE(task.retriesCount(), isRepeated ? 1 : 0);
+        if (fault != "refused"_L1)
+            QCOMPARE(m_server->requests().size(), isRepeated ? 2 : 1);
+    }
+
+    void identifiesTheRequestsOfOneExecution()
+    {
+        answer({503, 404, 200});
+        TestTask task(m_server->url(), NetworkRequest::Method::Post);
+        task.setDelayPolicy(Retriable::DelayPolicy::None);
+        task.setIdempotencyKeyEnabled(true);
+        int handled = 0;
+        task.setResponseHandler(HttpResponseStatusCode::NotFound, [&] { task.exec(); });
+        task.setResponseHandler(HttpResponseStatusCode::OK, [&] {
+            ++handled;
+            if (handled == 1)
+                task.setIdle();
+            else if (handled == 2)
+                task.change([](auto& request) { request.rawHeaders.insert("idempotency-key", "own"); });
+            if (handled == 3)
+                task.finish(Error());
+            else
+                task.exec();
+        });
+        QVERIFY(task.run());
+        QByteArrayList keys;
+        for (const auto& request : m_server->requests())
+            keys.append(request.field("Idempotency-Key"));
+        QCOMPARE(keys.size(), 5);
+        QCOMPARE(keys.first().size(), 38); // "xxxxxxxx-xxxx-xxxx-xxxx-xxxxxxxxxxxx"
+        QVERIFY(keys.first().startsWith('"') && keys.first().endsWith('"'));
+        QCOMPARE(keys.count(keys.first()), 3);
+        QVERIFY(keys.at(3) != keys.first() && keys.at(3).size() == 38);
+        QCOMPARE(keys.last(), "own");
     }
 
 private:
