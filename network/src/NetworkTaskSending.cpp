@@ -3,6 +3,7 @@
 #include "NetworkLog_p.h"
 #include "NetworkRequest_p.h"
 #include "NetworkTask_p.h"
+#include "OneTimeContent_p.h"
 #include "Redaction_p.h"
 
 #include <Settings.h>
@@ -94,6 +95,17 @@ Error checkFields(const QNetworkRequest& request)
 bool isPostOrPut(NetworkRequest::Method method)
 {
     return method == NetworkRequest::Method::Post || method == NetworkRequest::Method::Put;
+}
+
+// Sends content that Qt cannot send again by itself.
+QNetworkReply* postOnce(QNetworkAccessManager* sender, const QNetworkRequest& networkRequest,
+                        const QByteArray& data)
+{
+    auto content = std::make_unique<OneTimeContent>(data);
+    auto* reply = sender->post(networkRequest, content.get());
+    if (reply)
+        content.release()->setParent(reply);
+    return reply;
 }
 
 // Waits for a delay, or just for the event loop, and then makes a call that may delete it.
@@ -390,14 +402,24 @@ QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* s
     case NetworkRequest::Method::Get:
         break;
     case NetworkRequest::Method::Post:
-        return content ? sender->post(networkRequest, content)
-                       : sender->post(networkRequest, request.postData);
+        if (content)
+            return sender->post(networkRequest, content);
+        return mustBeSentOnce(networkRequest) ? postOnce(sender, networkRequest, request.postData)
+                                              : sender->post(networkRequest, request.postData);
     case NetworkRequest::Method::Put:
         return sender->put(networkRequest, request.postData);
     case NetworkRequest::Method::Delete:
         return sender->deleteResource(networkRequest, content);
     }
     return sender->get(networkRequest);
+}
+
+// Qt needs content that it can read again to answer a challenge for the user of the URL; and over HTTP/2 it
+// reports requests that were not processed as if their content could not be read.
+bool NetworkTask::Private::mustBeSentOnce(const QNetworkRequest& networkRequest) const
+{
+    return !q->unsafeRetriesEnabled() && networkRequest.url().userName().isEmpty() &&
+           !networkRequest.attribute(QNetworkRequest::Http2AllowedAttribute).toBool();
 }
 
 // The setting counts in place of the task's own time-out, which is truncated to 32 bits.

@@ -62,6 +62,7 @@ public:
                       std::unique_ptr<QHttpMultiPart> content);
     QNetworkReply* dispatch(SslIgnorantNetworkAccessManager* sender, const QNetworkRequest& networkRequest,
                             QHttpMultiPart* content) const;
+    bool mustBeSentOnce(const QNetworkRequest& networkRequest) const;
     int timeoutOfAttempt() const;
 
     // The reply

@@ -166,36 +166,54 @@ private Q_SLOTS:
     // A wait that would not end before the deadline ends the task, which shows its length without a clock.
     void waitsForAsLongAsTheServerAsks_data()
     {
-        const auto row = addColumns<int, QByteArray, std::chrono::seconds, bool>(
-            {"status", "retryAfter", "longest", "isLong"});
-        row("429", 429, "100", 200s, true);
-        row("503", 503, "100", 200s, true);
-        row("408", 408, "100", 200s, true);
-        row("another status", 500, "100", 200s, false);
-        row("date", 503, "Fri, 31 Dec 9999 23:59:59 GMT", 200s, true);
-        row("garbage", 503, "soon", 200s, false);
-        row("less than the delay", 503, "0", 200s, false);
-        row("too long for the task", 503, "100", 5s, false);
-        row("off", 503, "100", 0s, false);
-        row("negative", 503, "100", -200s, false);
+        const auto row = addColumns<int, QByteArray, std::chrono::seconds, QString>(
+            {"status", "retryAfter", "longest", "wait"});
+        row("429", 429, "100", 200s, u"too long"_s);
+        row("503", 503, "100", 200s, u"too long"_s);
+        row("408", 408, "100", 200s, u"too long"_s);
+        row("another status", 500, "100", 200s, u"none"_s);
+        row("shorter", 503, "3", 200s, u"short"_s);
+        row("date", 503, "Fri, 31 Dec 9999 23:59:59 GMT", 200s, u"too long"_s);
+        row("garbage", 503, "soon", 200s, u"none"_s);
+        row("too long for the task", 503, "100", 5s, u"short"_s);
+        row("off", 503, "100", 0s, u"none"_s);
+        row("negative", 503, "100", -200s, u"none"_s);
     }
     void waitsForAsLongAsTheServerAsks()
     {
         QFETCH(int, status);
         QFETCH(QByteArray, retryAfter);
         QFETCH(std::chrono::seconds, longest);
-        QFETCH(bool, isLong);
+        QFETCH(QString, wait);
         m_server->addReply(u"/"_s, LoopbackReply(status).withField("Retry-After", retryAfter));
-        TestTask task(m_server->url());
-        task.registerRecoverableNetworkErrors({QNetworkReply::InternalServerError});
-        task.setMaxRetryAfter(longest);
-        task.setDeadline(60s);
-        task.exec();
-        QVERIFY(runUntil([&] { return task.isPaused() || task.isFinished(); }));
-        QCOMPARE(task.isFinished(), isLong);
-        QCOMPARE(task.retriesCount(), isLong ? 0 : 1);
-        QCOMPARE(task.error().errorDetails().toInt(), isLong ? 2000 + status : 0);
-        QCOMPARE(task.hasTimedOut(), false); // although the wait was too long
+        auto task = makeTask();
+        task->registerRecoverableNetworkErrors({QNetworkReply::InternalServerError});
+        task->setMaxRetriesCount(1);
+        task->setMaxRetryAfter(longest);
+        task->setDeadline(60s);
+        task->exec();
+        QVERIFY(runUntil([&] { return task->isPaused() || task->isFinished(); }));
+        QCOMPARE(task->isPaused(), wait == "short"_L1);
+        QCOMPARE(task->retriesCount(), wait == "too long"_L1 ? 0 : 1);
+        QCOMPARE(task->error().errorDetails().toInt(), task->isPaused() ? 0 : 2000 + status);
+        QCOMPARE(task->hasTimedOut(), false); // although there was too little time
+    }
+
+    void waitsForTheServerAlsoDuringALogin()
+    {
+        m_server->addReply(u"/"_s, LoopbackReply(503).withField("Retry-After", "100"));
+        TestAuthenticator authenticator;
+        authenticator.currentToken = u"token"_s;
+        auto task = makeTask();
+        task->setAuthenticator(&authenticator);
+        task->setMaxRetryAfter(200s);
+        connect(task.get(), &NetworkTask::aboutToRetry, &authenticator,
+                &AbstractAuthenticator::onAuthenticationRequired);
+        task->exec();
+        QVERIFY(runUntil([&] { return task->isPaused(); }));
+        authenticator.succeed("new");
+        QTest::qWait(5);
+        QVERIFY(task->isPaused());
     }
 
     void drawsTheWaitBeforeARetry_data()
@@ -295,6 +313,18 @@ private Q_SLOTS:
         changed.setDeadline(-1ms);
         QVERIFY(runUntil([&] { return changed.isFinished(); }));
         QVERIFY(!changed.hasError());
+
+        TestTask putBack(m_server->url(u"/late"_s));
+        putBack.setDeadline(1ms);
+        putBack.exec();
+        putBack.setIdle();
+        QTest::qWait(5);
+        QVERIFY(!putBack.isFinished());
+
+        connect(&putBack, &NetworkTask::canceled, this, [] { QTest::qWait(5); });
+        putBack.exec();
+        putBack.cancel();
+        QCOMPARE(putBack.error().errorCode(), ErrorCode::Canceled);
     }
 
     void repeatsOnlyWhatWasNotProcessed_data()
@@ -304,10 +334,11 @@ private Q_SLOTS:
         row("408", u"408"_s, post, false);
         row("429", u"429"_s, post, true);
         row("503", u"503"_s, post, true);
-        row("503, cut off", u"503, cut off"_s, post, true);
+        row("503, then time-out", u"503, stalled"_s, post, true);
         row("time-out", u"silence"_s, post, false);
         row("cut off", u"200, cut off"_s, post, false);
         row("closed", u"closed"_s, post, false);
+        row("closed, no content", u"closed, empty"_s, post, false);
         row("refused", u"refused"_s, post, true);
         row("idempotent", u"408"_s, NetworkRequest::Method::Put, true);
         row("idempotent, time-out", u"silence"_s, NetworkRequest::Method::Delete, true);
@@ -320,11 +351,14 @@ private Q_SLOTS:
         LoopbackReply reply(fault.left(3).toInt(), QByteArray(500, 'x'));
         if (fault.endsWith("cut off"_L1))
             reply.cutAfter(300);
-        m_server->addReply(u"/"_s, fault == "silence"_L1  ? LoopbackReply::silence()
-                                   : fault == "closed"_L1 ? LoopbackReply::raw({})
-                                                          : reply);
+        if (fault.endsWith("stalled"_L1))
+            reply.dripped(300, 1h);
+        m_server->addReply(u"/"_s, fault == "silence"_L1           ? LoopbackReply::silence()
+                                   : fault.startsWith("closed"_L1) ? LoopbackReply::raw({})
+                                                                   : reply);
         TestTask task(m_server->url(), method);
-        task.change([](auto& request) { request.postData = "content"; });
+        const QByteArray content = fault.endsWith("empty"_L1) ? "" : "content";
+        task.change([&](auto& request) { request.postData = content; });
         task.registerRecoverableNetworkErrors({QNetworkReply::ConnectionRefusedError,
                                                QNetworkReply::RemoteHostClosedError,
                                                QNetworkReply::ContentReSendError});
@@ -339,6 +373,18 @@ private Q_SLOTS:
         QCOMPARE(task.retriesCount(), isRepeated ? 1 : 0);
         if (fault != "refused"_L1)
             QCOMPARE(m_server->requests().size(), isRepeated ? 2 : 1);
+        if (method == NetworkRequest::Method::Post && !m_server->requests().isEmpty())
+            QCOMPARE(m_server->requests().constLast().content, content);
+    }
+
+    void answersAChallengeOfARequestThatIsSentOnce()
+    {
+        m_server->addReply(u"/"_s, LoopbackReply(401).withField("WWW-Authenticate", "Basic realm=\"here\""));
+        answer({200});
+        TestTask task(m_server->url().replace(u"//"_s, u"//user:password@"_s), NetworkRequest::Method::Post);
+        task.change([&](auto& request) { request.postData = "content"; });
+        task.setUnsafeRetriesEnabled(false);
+        QVERIFY(task.succeeds());
     }
 
     void identifiesTheRequestsOfOneExecution()
