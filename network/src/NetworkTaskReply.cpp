@@ -432,7 +432,6 @@ bool NetworkTask::isDataIncomplete() const
 
 Error NetworkTask::doFinish()
 {
-    d->stopWatchingDeadline();
     const auto* reply = networkReply();
     if (hasError() && reply && !reply->isFinished()) {
         const ForeignCall call(d->calls);

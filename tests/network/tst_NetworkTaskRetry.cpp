@@ -5,6 +5,7 @@
 #include <QElapsedTimer>
 #include <QRandomGenerator>
 
+#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -87,6 +88,7 @@ private Q_SLOTS:
             if (retries == 2)
                 task->setMaxRetriesCount(retries);
             task->setRetriesEnabled(retries > 0);
+            connect(task.get(), &NetworkTask::aboutToRetry, this, [&] { QVERIFY(!task->hasTimedOut()); });
             QVERIFY(task->run());
             QCOMPARE(task->error().errorDetails().toInt(), 2408);
             QCOMPARE(task->error().errorMessage(), u"Network timeout"_s);
@@ -96,6 +98,15 @@ private Q_SLOTS:
             QCOMPARE(task->events.count(u"retried"_s), retries);
             QCOMPARE(task->events.last(), u"finished"_s);
         }
+        auto task = makeTask();
+        task->setTimeout(20ms);
+        task->setRetriesEnabled(false);
+        task->setReplyErrorPolicy(NetworkTask::Ignore);
+        task->exec();
+        QVERIFY(runUntil([&] { return task->hasTimedOut(); }));
+        answer({200});
+        QVERIFY(task->succeeds());
+        QVERIFY(!task->hasTimedOut());
     }
 
     void retriesOnlyRecoverableErrors()
@@ -212,7 +223,7 @@ private Q_SLOTS:
         task->exec();
         QVERIFY(runUntil([&] { return task->isPaused(); }));
         authenticator.succeed("new");
-        QTest::qWait(5);
+        QTest::qWait(20);
         QVERIFY(task->isPaused());
     }
 
@@ -280,6 +291,13 @@ private Q_SLOTS:
         }));
         QCOMPARE(task.isRunning(), phase != "queue"_L1);
         const auto requests = m_server->requests(u"/"_s).size();
+        const auto timers = task.findChildren<QTimer*>();
+        for (auto* timer : timers) { // as after the 24 days that a timer takes at most
+            timer->stop();
+            QMetaObject::invokeMethod(timer, "timeout");
+        }
+        QVERIFY(std::any_of(timers.begin(), timers.end(), [](QTimer* timer) { return timer->isActive(); }));
+        QVERIFY(!task.isFinished());
 
         task.setDeadline(1ms); // counts from exec()
         QVERIFY(!task.isFinished());
@@ -290,7 +308,7 @@ private Q_SLOTS:
         QCOMPARE(task.timeoutKind(), NetworkTask::TimeoutKind::Deadline);
         QCOMPARE(task.httpResponseStatusCodeNumber(), 0);
         QVERIFY(!task.networkReply() || task.networkReply()->isFinished());
-        QTest::qWait(5);
+        QTest::qWait(20);
         QCOMPARE(task.events.count(u"finished"_s), 1);
         QCOMPARE(task.events.last(), u"finished"_s);
         QCOMPARE(m_server->requests(u"/"_s).size(), requests);
@@ -318,10 +336,10 @@ private Q_SLOTS:
         putBack.setDeadline(1ms);
         putBack.exec();
         putBack.setIdle();
-        QTest::qWait(5);
+        QTest::qWait(20);
         QVERIFY(!putBack.isFinished());
 
-        connect(&putBack, &NetworkTask::canceled, this, [] { QTest::qWait(5); });
+        connect(&putBack, &NetworkTask::canceled, this, [] { QTest::qWait(20); });
         putBack.exec();
         putBack.cancel();
         QCOMPARE(putBack.error().errorCode(), ErrorCode::Canceled);
