@@ -121,6 +121,10 @@
         <translation>Netzwerkfehler</translation>
     </message>
     <message>
+        <source>The request took too long</source>
+        <translation>Die Anfrage hat zu lange gedauert</translation>
+    </message>
+    <message>
         <source>Network timeout</source>
         <translation>Zeitüberschreitung im Netzwerk</translation>
     </message>

@@ -121,6 +121,10 @@
         <translation>Error de red</translation>
     </message>
     <message>
+        <source>The request took too long</source>
+        <translation>La solicitud ha tardado demasiado</translation>
+    </message>
+    <message>
         <source>Network timeout</source>
         <translation>Tiempo de espera de red agotado</translation>
     </message>

@@ -121,6 +121,10 @@
         <translation>Erreur réseau</translation>
     </message>
     <message>
+        <source>The request took too long</source>
+        <translation>La requête a pris trop de temps</translation>
+    </message>
+    <message>
         <source>Network timeout</source>
         <translation>Délai d’attente du réseau dépassé</translation>
     </message>

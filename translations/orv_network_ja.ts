@@ -121,6 +121,10 @@
         <translation>ネットワークエラー</translation>
     </message>
     <message>
+        <source>The request took too long</source>
+        <translation>リクエストに時間がかかりすぎました</translation>
+    </message>
+    <message>
         <source>Network timeout</source>
         <translation>ネットワークがタイムアウトしました</translation>
     </message>

@@ -47,6 +47,7 @@ private Q_SLOTS:
     void retryOtherErrors();
     void retryServerErrors();
     void retryAfter();
+    void retryUnsafeRequests();
     void retrySignals();
 
     void logIn();

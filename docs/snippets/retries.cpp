@@ -103,21 +103,42 @@ void Snippets::retryAfter()
     orv::NetworkTask whole(m_url + u"/busy"_s);
     auto* task = &whole;
 
+    //! [jitter]
+    task->setRetryJitter(1);
+    //! [jitter]
     //! [after]
-    connect(task, &orv::NetworkTask::aboutToRetry, this, [task] {
-        const int seconds = task->networkReply() ? task->networkReply()->rawHeader("Retry-After").toInt() : 0;
-        if (seconds > 0)
-            task->setDelay(seconds);
-    });
+    task->setMaxRetryAfter(std::chrono::minutes(10));
     //! [after]
+    //! [deadline]
+    task->setDeadline(std::chrono::minutes(1));
+    //! [deadline]
 
-    const QSignalSpy retried(task, &orv::NetworkTask::retried);
     task->exec();
-    QTRY_COMPARE(retried.size(), 1);
-    QCOMPARE(task->retryDelay(), std::chrono::seconds(90));
-    QVERIFY(task->isPaused());
-    task->cancel();
-    QCOMPARE(task->error().errorCode(), orv::ErrorCode::Canceled);
+    QTRY_VERIFY(task->isFinished()); // the server asks for more time than there is
+    QCOMPARE(task->error().errorDetails().toInt(), 2429);
+    QVERIFY(!task->hasTimedOut());
+}
+
+void Snippets::retryUnsafeRequests()
+{
+    m_server->addReply(u"/orders"_s, orv::LoopbackReply::silence());
+    orv::NetworkTask whole(m_url + u"/orders"_s);
+    whole.setRequest(m_url + u"/orders"_s, {}, orv::NetworkRequest::Method::Post, false);
+    whole.setTimeout(50);
+    auto* task = &whole;
+
+    //! [unsafe]
+    task->setUnsafeRetriesEnabled(false);
+    //! [unsafe]
+    //! [key]
+    task->setIdempotencyKeyEnabled(true);
+    //! [key]
+
+    task->exec();
+    QTRY_VERIFY(task->isFinished());
+    QCOMPARE(task->timeoutKind(), orv::NetworkTask::TimeoutKind::Inactivity);
+    QCOMPARE(m_server->requests().size(), 1);
+    QVERIFY(m_server->requests().constFirst().hasField("Idempotency-Key"));
 }
 
 void Snippets::retrySignals()

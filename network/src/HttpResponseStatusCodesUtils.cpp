@@ -13,6 +13,7 @@
 namespace orv {
 
 namespace NetworkErrorConstants {
+const int DEADLINE_ERROR_CODE = 1408;
 const int HTTP_ERROR_OFFSET = 2000;
 const int NETWORK_ERROR_OFFSET = 3000;
 const int UNKNOWN_ERROR_CODE = 65535;

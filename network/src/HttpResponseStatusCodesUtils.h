@@ -42,8 +42,10 @@ Q_ENUM_NS(HttpResponseStatusCode)
 using HttpResponseStatusCode = ORV_QEnumsHttpResponseStatusCodesUtils::HttpResponseStatusCode;
 
 /// The details of every Error that describes a network failure are one int: an HTTP status or a transport
-/// error plus its offset, or UNKNOWN_ERROR_CODE.
+/// error plus its offset, DEADLINE_ERROR_CODE or UNKNOWN_ERROR_CODE.
 namespace NetworkErrorConstants {
+/// 1408; the deadline of a task has passed.
+ORV_NETWORK_EXPORT extern const int DEADLINE_ERROR_CODE;
 /// 2000; added to an HTTP status.
 ORV_NETWORK_EXPORT extern const int HTTP_ERROR_OFFSET;
 /// 3000; added to a QNetworkReply::NetworkError.

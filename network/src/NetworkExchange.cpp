@@ -288,4 +288,25 @@ bool NetworkExchange::isUnprocessed() const
            sent.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool();
 }
 
+// RFC 9110, 9.2.2: a method that is not idempotent only if the request was not processed.
+bool NetworkExchange::isRepeatable() const
+{
+    if (m_method != NetworkRequest::Method::Post)
+        return true;
+    if (!m_reply)
+        return false;
+    const auto status = responseStatusCodeNumber(m_reply);
+    if (status != 0)
+        return status == 401 || status == 429 || status == 503;
+    switch (m_reply->error()) {
+    case QNetworkReply::ConnectionRefusedError:
+    case QNetworkReply::HostNotFoundError:
+    case QNetworkReply::ProxyConnectionRefusedError:
+    case QNetworkReply::ProxyNotFoundError:
+        return true;
+    default:
+        return isUnprocessed();
+    }
+}
+
 } // namespace orv

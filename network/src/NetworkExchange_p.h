@@ -77,6 +77,8 @@ public:
     bool isWhole() const;
     /// Whether an HTTP/2 server has said that it did not process the request.
     bool isUnprocessed() const;
+    /// Whether sending the request again cannot do more than sending it once.
+    bool isRepeatable() const;
 
 protected:
     void customEvent(QEvent* event) override;

@@ -26,6 +26,7 @@
 
 class QHttpMultiPart;
 class QJsonObject;
+class QRandomGenerator;
 
 namespace orv {
 
@@ -82,6 +83,13 @@ public:
         Low = 0,    ///< After all others; also that of every retried task.
         Normal = 1, ///< The default.
         High = 2,   ///< Before all others.
+    };
+
+    /// Which time-out of its own, if any, a task has run into.
+    enum class TimeoutKind {
+        None,       ///< None. The status 408 is a server's time-out, not one of the task.
+        Inactivity, ///< timeout(): the last attempt made no progress.
+        Deadline,   ///< deadline(): the task has taken too long as a whole.
     };
 
     /// What prepareRequest() makes a request from.
@@ -226,6 +234,61 @@ public:
     void unregisterRecoverableNetworkErrors(const QSet<QNetworkReply::NetworkError>& errors);
 
     /// @}
+    /// @name Retries
+    /// Beyond Retriable, all off by default. An execution of a task begins with exec() and comprises all of
+    /// its attempts and waits: retries, logins and calls of exec() while the task runs belong to it.
+    /// setIdle() on a running task ends it, and the next exec() begins another.
+    /// @{
+
+    /// How much of retryDelay() is random before a retry, from 0 (the default: nothing) to 1.
+    double retryJitter() const;
+    /// Sets retryJitter(): the wait before a retry is uniformly distributed from (1 - @p share) *
+    /// retryDelay() to retryDelay(), so that tasks that failed together do not come back together. 1 is known
+    /// as full jitter. Values out of range become the nearest one, NaN 0. retryDelay() and a delay before the
+    /// first attempt stay exact. @p generator makes the random numbers, null for that of the process; it must
+    /// outlive the task's retries and is used on the task's thread.
+    void setRetryJitter(double share, QRandomGenerator* generator = nullptr);
+
+    /// How long a server may make the task wait with the field Retry-After; 0 by default, the field is then
+    /// ignored.
+    std::chrono::seconds maxRetryAfter() const;
+    /// Sets maxRetryAfter(): before the retry of a 408, 429 or 503, the task waits for as long as the field
+    /// asks for, in seconds or until a date, but at most for @p longest; or for its own delay with jitter if
+    /// that is longer. No wait is longer than 24 days. A field that is invalid or in the past counts as
+    /// absent; 0 and negative values of @p longest switch this off. A date is compared with the reply's own
+    /// Date if it has one, and with the clock otherwise.
+    void setMaxRetryAfter(std::chrono::seconds longest);
+
+    /// Whether a request is retried although the server may have processed it; true by default.
+    bool unsafeRetriesEnabled() const;
+    /// Sets unsafeRetriesEnabled(). With false, a request whose method is not idempotent (POST, RFC 9110,
+    /// 9.2.2) is retried only if it was certainly not processed: refused with 429 or 503, the connection or
+    /// that of the proxy was refused, its host was not found, or an HTTP/2 server says so. It is also sent
+    /// again after a login. A time-out, a lost connection and 408 are final. This permits no retries that
+    /// would not be made otherwise.
+    void setUnsafeRetriesEnabled(bool enabled);
+
+    /// Whether requests carry an Idempotency-Key field; false by default.
+    bool idempotencyKeyEnabled() const;
+    /// Sets idempotencyKeyEnabled(): all attempts of one execution carry the same random UUID, by which a
+    /// server that supports the field recognises a repeated request. A field of that name in request() is
+    /// sent instead.
+    void setIdempotencyKeyEnabled(bool enabled);
+
+    /// How long an execution may take as a whole, with all attempts and waits; 0 by default: as long as it
+    /// takes.
+    std::chrono::milliseconds deadline() const;
+    /// Sets deadline(), which counts from the first exec(), by a monotonic clock; 0 and negative values mean
+    /// none. It may be changed while the task runs; if it has already passed, the task ends in the next turn
+    /// of the event loop.
+    ///
+    /// At the deadline the task ends, in whatever phase it is and whatever the error policies, with
+    /// ErrorCode::Network and NetworkErrorConstants::DEADLINE_ERROR_CODE in the details; the text of the last
+    /// failed attempt, if any, is among the error's warnings. A retry whose wait would not end before the
+    /// deadline is not made: the attempt counts as the last one, and the task ends with its error.
+    void setDeadline(std::chrono::milliseconds deadline);
+
+    /// @}
     /// @name Reply
     /// @{
 
@@ -265,6 +328,11 @@ public:
     QString networkResponseErrorMessage() const;
     /// Sets networkResponseErrorMessage(), for subclasses that judge replies themselves.
     void setNetworkResponseErrorMessage(const QString& message);
+    /// The time-out of the task itself that ended its last attempt; None from exec() on, and after any other
+    /// end.
+    TimeoutKind timeoutKind() const;
+    /// Whether timeoutKind() is not None.
+    bool hasTimedOut() const;
 
     /// The current or last reply, or null. Owned by the task: never delete it. In slots connected to the
     /// reply itself, unlike in those of the task, Qt's rule holds: do not delete the task or replace the

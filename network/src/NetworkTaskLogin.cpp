@@ -106,6 +106,8 @@ void NetworkTask::Private::sendNewerToken()
 void NetworkTask::Private::awaitLogin()
 {
     enterPhase(Phase::LoggingIn);
+    if (retryOptions)
+        retryOptions->nextWait.reset(); // waited for the login instead
     const ForeignCall call(calls);
     q->pause();
     if (call)

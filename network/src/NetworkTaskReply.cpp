@@ -1,4 +1,4 @@
-// Reading a reply, judging it, and what follows from that: the error policies and the retries.
+// Reading a reply, judging it, and the error policies.
 
 #include "EnumKey_p.h"
 #include "NetworkLog_p.h"
@@ -6,11 +6,8 @@
 #include "Redaction_p.h"
 
 #include <Settings.h>
-#include <TasksQueue.h>
 
-#include <QCoreApplication>
 #include <QDebug>
-#include <QScopeGuard>
 
 #include <algorithm>
 #include <array>
@@ -140,6 +137,7 @@ void NetworkTask::clearNetworkState()
     setNetworkResponseErrorMessage({});
     setHttpResponseStatusCode(HttpResponseStatusCode::Unknown);
     setHttpResponseStatusCodeNumber(0);
+    d->timeoutKind = TimeoutKind::None;
 }
 
 bool NetworkTask::setNetworkTaskStatusFromReply()
@@ -335,17 +333,23 @@ void NetworkTask::processUnhandledReply()
 void NetworkTask::processFailedReply(const QString& message)
 {
     qCDebug(networkLog) << "Processing failed reply...";
+    const auto error = d->failure(message);
+    if (d->retryOptions)
+        d->retryOptions->lastFailure = error.errorMessage();
     const ForeignCall call(d->calls);
     if (retry() || !call.isTaskAlive())
         return;
-    const auto text = message.isEmpty() ? d->replyErrorText() : message;
-    auto error = networkError(validStatus(d->httpResponseStatusCode), text);
+    applyReplyErrorPolicy(error);
+}
+
+Error NetworkTask::Private::failure(const QString& message) const
+{
+    const auto text = message.isEmpty() ? replyErrorText() : message;
+    auto error = networkError(validStatus(httpResponseStatusCode), text);
     // A success status says nothing about why the reply failed.
     if (!error.hasError())
-        error = networkError(d->networkResponseError, text);
-    if (!error.hasError())
-        error = networkUnknownError();
-    applyReplyErrorPolicy(error);
+        error = networkError(networkResponseError, text);
+    return error.hasError() ? error : networkUnknownError();
 }
 
 void NetworkTask::applyErrorPolicy(ErrorPolicy policy, Error error)
@@ -394,6 +398,7 @@ void NetworkTask::Private::onTimeout()
     if (!aborting)
         return;
     q->setHttpResponseStatusCode(HttpResponseStatusCode::RequestTimeout);
+    timeoutKind = TimeoutKind::Inactivity;
     q->processFailedReply(NetworkTask::tr("Network timeout"));
 }
 
@@ -450,6 +455,7 @@ void NetworkTask::finalize()
 {
     if (d->phase == Private::Phase::Delayed)
         qCWarning(networkLog) << "Task is already finished"; // so its request is not sent
+    d->stopWatchingDeadline();
     resetNetworkConnection();
     if (d->phase != Private::Phase::Ended)
         d->enterPhase(Private::Phase::Ended);
@@ -467,6 +473,7 @@ void NetworkTask::abort()
 void NetworkTask::cancel()
 {
     d->timer.suspend();
+    d->stopWatchingDeadline();
     Task::cancel();
 }
 
@@ -474,77 +481,6 @@ void NetworkTask::resume()
 {
     if (!d->isWaiting())
         Task::resume();
-}
-
-bool NetworkTask::retry()
-{
-    return d->isRetryAllowed && d->retry();
-}
-
-// Returns true if the caller must do nothing more: another attempt is on its way, or the task was ended,
-// deleted or given something else to do while it was announced.
-bool NetworkTask::Private::retry()
-{
-    if (q->isFinishing())
-        qCWarning(networkLog) << "Unable to retry, the task is finished";
-    // Access managers are deleted with the application object, and there is no event loop after it.
-    if (!q->canRetry() || q->isFinishing() || QCoreApplication::closingDown()) {
-        qCDebug(networkLog) << "Can't retry task" << q->name();
-        return false;
-    }
-    q->clearNetworkState();
-    q->incrementRetries();
-    enterPhase(Phase::Retrying);
-    const ForeignCall call(calls);
-    if (!logAttempt())
-        return true;
-    endIfThrown([this] { Q_EMIT q->aboutToRetry(); });
-    return !call || executeAgain();
-}
-
-// Returns false if the caller must do nothing more: the masking function is the program's and may end the
-// task.
-bool NetworkTask::Private::logAttempt()
-{
-    if (!networkLog().isDebugEnabled())
-        return true;
-    const ForeignCall call(calls);
-    const auto text = debugText(request);
-    if (!call)
-        return false;
-    qCDebug(networkLog) << "Task" << q->name() << text.constData() << "attempt #" << q->retriesCount();
-    return true;
-}
-
-bool NetworkTask::Private::executeAgain()
-{
-    enterPhase(Phase::Idle);
-    q->setPriority(0);
-    q->setIdle();
-    isExecutedAgain = true;
-    const ForeignCall call(calls);
-    const QPointer<TasksQueue> queue = q->queue();
-    if (queue)
-        queue->removeTask(q);
-    if (call && queue)
-        appendAgain(queue);
-    else if (call && !QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection))
-        return false;
-    if (call.isTaskAlive() && phase != Phase::Ended)
-        Q_EMIT q->retried();
-    return true;
-}
-
-// The program may have changed what the queue gave to the task, which therefore gets nothing again.
-void NetworkTask::Private::appendAgain(TasksQueue* queue)
-{
-    isAppendedAgain = true;
-    const ForeignCall call(calls);
-    const auto reset = qScopeGuard([&] {
-        if (call.isTaskAlive())
-            isAppendedAgain = false;
-    });
-    queue->append(q);
 }
 
 } // namespace orv

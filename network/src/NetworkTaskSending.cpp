@@ -3,6 +3,7 @@
 #include "NetworkLog_p.h"
 #include "NetworkRequest_p.h"
 #include "NetworkTask_p.h"
+#include "OneTimeContent_p.h"
 #include "Redaction_p.h"
 
 #include <Settings.h>
@@ -18,7 +19,6 @@
 #include <array>
 #include <cstddef>
 #include <functional>
-#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -111,11 +111,15 @@ bool isPostOrPut(NetworkRequest::Method method)
     return method == NetworkRequest::Method::Post || method == NetworkRequest::Method::Put;
 }
 
-std::chrono::milliseconds waitingTime(std::chrono::seconds delay)
+// Sends content that Qt cannot send again by itself.
+QNetworkReply* postOnce(QNetworkAccessManager* sender, const QNetworkRequest& networkRequest,
+                        const QByteArray& data)
 {
-    using namespace std::chrono;
-    constexpr auto longest = duration_cast<seconds>(milliseconds(std::numeric_limits<int>::max()));
-    return std::clamp(delay, seconds(0), longest);
+    auto content = std::make_unique<OneTimeContent>(data);
+    auto* reply = sender->post(networkRequest, content.get());
+    if (reply)
+        content.release()->setParent(reply);
+    return reply;
 }
 
 // Waits for a delay, or just for the event loop, and then makes a call that may delete it.
@@ -159,6 +163,9 @@ void NetworkTask::exec()
         qCWarning(networkLog) << "Unable to start, an attempt is under way";
         return;
     }
+    const bool isPutBack = !isRunning() && d->phase != Private::Phase::Idle;
+    if (isPutBack || d->executionStart == decltype(d->executionStart)())
+        d->beginExecution();
     if (d->phase != Private::Phase::Idle) {
         resetNetworkConnection();
         d->enterPhase(Private::Phase::Idle);
@@ -173,7 +180,8 @@ void NetworkTask::exec()
     setNetworkResponseError(QNetworkReply::NoError);
     setNetworkResponseErrorMessage({});
     setHttpResponseStatusCode(HttpResponseStatusCode::OK);
-    if (requiresAuthentication() && d->isLoginUnderWay())
+    d->timeoutKind = TimeoutKind::None;
+    if (requiresAuthentication() && d->isLoginUnderWay() && !d->isAskedToWait())
         d->awaitLogin();
     else
         d->scheduleSending();
@@ -182,7 +190,7 @@ void NetworkTask::exec()
 // The task holds no slot of its queue while it waits for the delay.
 void NetworkTask::Private::scheduleSending()
 {
-    const auto delay = waitingTime(q->retryDelay());
+    const auto delay = timeToWait();
     enterPhase(Phase::Delayed);
     isSentAgain = false;
     pending = std::make_unique<Delay>(delay, q, [this] { startSending(); });
@@ -264,6 +272,7 @@ QNetworkRequest NetworkTask::Private::buildRequest(Error& refusal) const
     setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent(), refusal);
     for (auto field = request.rawHeaders.cbegin(); field != request.rawHeaders.cend(); ++field)
         setField(networkRequest, field.key(), field.value(), refusal);
+    addIdempotencyKey(networkRequest);
     return networkRequest;
 }
 
@@ -415,14 +424,24 @@ QNetworkReply* NetworkTask::Private::dispatch(SslIgnorantNetworkAccessManager* s
     case NetworkRequest::Method::Get:
         break;
     case NetworkRequest::Method::Post:
-        return content ? sender->post(networkRequest, content)
-                       : sender->post(networkRequest, request.postData);
+        if (content)
+            return sender->post(networkRequest, content);
+        return mustBeSentOnce(networkRequest) ? postOnce(sender, networkRequest, request.postData)
+                                              : sender->post(networkRequest, request.postData);
     case NetworkRequest::Method::Put:
         return sender->put(networkRequest, request.postData);
     case NetworkRequest::Method::Delete:
         return sender->deleteResource(networkRequest, content);
     }
     return sender->get(networkRequest);
+}
+
+// Qt needs content that it can read again to answer a challenge for the user of the URL; and over HTTP/2 it
+// reports requests that were not processed as if their content could not be read.
+bool NetworkTask::Private::mustBeSentOnce(const QNetworkRequest& networkRequest) const
+{
+    return !q->unsafeRetriesEnabled() && networkRequest.url().userName().isEmpty() &&
+           !networkRequest.attribute(QNetworkRequest::Http2AllowedAttribute).toBool();
 }
 
 // The setting counts in place of the task's own time-out, which is truncated to 32 bits.

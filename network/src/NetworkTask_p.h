@@ -5,15 +5,20 @@
 #include "InactivityTimer_p.h"
 #include "NetworkExchange_p.h"
 #include "NetworkTask.h"
+#include "RetryWait_p.h"
 #include "SslIgnorantNetworkAccessManager.h"
 
+#include <QTimer>
+
+#include <chrono>
 #include <memory>
+#include <optional>
 
 namespace orv {
 
 /// The settings, the outcome and the phase of a task, and what it does in each phase: building and sending
-/// the request (NetworkTaskSending.cpp), waiting for a token (NetworkTaskLogin.cpp), and judging the reply,
-/// with the error policies and the retries (NetworkTaskReply.cpp).
+/// the request (NetworkTaskSending.cpp), waiting for a token (NetworkTaskLogin.cpp), judging the reply, with
+/// the error policies (NetworkTaskReply.cpp), and repeating a failed attempt (NetworkTaskRetry.cpp).
 ///
 /// Every function that calls code which is not ours may find the task deleted, ended or doing something else
 /// afterwards: it holds a ForeignCall across the call, and continues only if that is still true.
@@ -57,6 +62,7 @@ public:
                       std::unique_ptr<QHttpMultiPart> content);
     QNetworkReply* dispatch(SslIgnorantNetworkAccessManager* sender, const QNetworkRequest& networkRequest,
                             QHttpMultiPart* content) const;
+    bool mustBeSentOnce(const QNetworkRequest& networkRequest) const;
     int timeoutOfAttempt() const;
 
     // The reply
@@ -70,6 +76,7 @@ public:
     void processNetworkReply();
     void judgeContent();
     QString replyErrorText() const;
+    Error failure(const QString& message) const;
     bool logReply();
     void dumpReply();
     using Handler = void (Private::*)();
@@ -81,9 +88,22 @@ public:
 
     // Retrying
     bool retry();
+    bool mayRepeat() const;
+    bool planRetry();
+    std::chrono::milliseconds timeAskedFor() const;
+    std::chrono::milliseconds timeToWait();
+    bool isAskedToWait() const;
     bool logAttempt();
     bool executeAgain();
     void appendAgain(TasksQueue* queue);
+
+    // The execution as a whole
+    void beginExecution();
+    void addIdempotencyKey(QNetworkRequest& networkRequest) const;
+    std::optional<std::chrono::milliseconds> timeToDeadline() const;
+    void watchDeadline();
+    void stopWatchingDeadline();
+    void onDeadline();
 
     // Waiting for a token
     bool isLoginUnderWay() const;
@@ -99,6 +119,24 @@ public:
     bool retryLogin();
     void onAuthenticationError(AbstractAuthenticator::Error code);
     void onAuthenticatorDestroyed();
+
+    /// What few tasks set about their retries, with what follows from it.
+    struct RetryOptions
+    {
+        double jitter = 0;
+        QRandomGenerator* generator = nullptr;
+        std::chrono::seconds maxRetryAfter{0};
+        std::chrono::milliseconds deadline{0};
+        bool areUnsafeRetriesEnabled = true;
+        bool isIdempotencyKeyEnabled = false;
+
+        // Of the execution
+        std::unique_ptr<QTimer> deadlineTimer;
+        QByteArray idempotencyKey;
+        QString lastFailure;
+        std::optional<RetryWait> nextWait; // between the decision to retry and the wait
+    };
+    RetryOptions& editRetryOptions();
 
     NetworkTask* const q;
 
@@ -117,6 +155,7 @@ public:
     int maxTokenRefusals = 10;
     bool isRetryAllowed = true;
     bool isContentLogged = true;
+    std::unique_ptr<RetryOptions> retryOptions; // null: all defaults
 
     // Outcome
     std::optional<QByteArray> data;
@@ -126,6 +165,10 @@ public:
     HttpResponseStatusCode httpResponseStatusCode = HttpResponseStatusCode::Unknown;
     int httpResponseStatusCodeNumber = 0;
     qint64 bytesReceived = 0;
+    TimeoutKind timeoutKind = TimeoutKind::None;
+
+    // The execution
+    std::chrono::steady_clock::time_point executionStart; // the epoch: has not begun
 
     // The attempt
     Phase phase = Phase::Idle;

@@ -57,18 +57,24 @@ void Retriable::incrementRetriesCount()
 
 void Retriable::incrementDelay()
 {
+    d->delay = nextDelay();
+}
+
+std::chrono::seconds Retriable::nextDelay() const
+{
     const auto delay = static_cast<double>(d->delay.count());
+    int next = 0;
     switch (d->delayPolicy) {
     case DelayPolicy::None:
-        setDelay(0);
         break;
     case DelayPolicy::Linear:
-        setDelay(saturatedInt(delay + d->incrementFactor));
+        next = saturatedInt(delay + d->incrementFactor);
         break;
     case DelayPolicy::Exponential:
-        setDelay(d->delay.count() == 0 ? 1 : saturatedInt(delay * d->incrementFactor));
+        next = d->delay.count() == 0 ? 1 : saturatedInt(delay * d->incrementFactor);
         break;
     }
+    return std::min(std::chrono::seconds(next), d->maxDelay);
 }
 
 void Retriable::resetRetries()

@@ -35,6 +35,8 @@ public:
     void incrementRetriesCount();
     /// Computes the next delay by delayPolicy(), at most maxDelay(). Fractions of a second are truncated.
     void incrementDelay();
+    /// The delay that incrementDelay() would set.
+    std::chrono::seconds nextDelay() const;
     /// Sets retriesCount() and retryDelay() to 0.
     void resetRetries();
     /// Sets retriesCount() to 0; the delay stays as it is.

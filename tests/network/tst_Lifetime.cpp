@@ -102,7 +102,7 @@ private Q_SLOTS:
         const auto actions =
             QByteArray("delete|deleteLater|cancel|finish|exec|delete authenticator|delete manager|"
                        "drop the reply|attach the reply again|lose the connection|abort|retry|log in|resume|"
-                       "start another|nested loop|change authenticator")
+                       "start another|nested loop|change authenticator|deadline")
                 .split('|');
         const auto queueActions = QByteArray("delete queue|clear queue|append again").split('|');
         for (const bool isQueued : {false, true}) {
@@ -323,6 +323,11 @@ private:
             {"log in", [this] { m_task->handleUnauthorizedError(); }},
             {"resume", [this] { m_task->resume(); }},
             {"start another", [this] { startAnother(); }},
+            {"deadline",
+             [this] {
+                 m_task->setDeadline(1ms);
+                 QTest::qWait(15);
+             }},
             {"nested loop", [] { QTest::qWait(15); }},
             {"delete queue", [this] { m_queue.reset(); }},
             {"clear queue",
