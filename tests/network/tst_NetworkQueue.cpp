@@ -78,12 +78,14 @@ private Q_SLOTS:
             task.setAuthenticator(nullptr);
             task.setRequiresAuthentication(false);
         });
+        connect(&task, &NetworkTask::retried, &task, [&] {
+            QVERIFY(!task.authenticator());
+            queue.removeTask(&task);
+            queue.append(&task); // by the program
+            QCOMPARE(task.authenticator(), &authenticator);
+        });
         queue.append(&task);
-        QTRY_COMPARE(task.events.last(), u"retried"_s);
-        QVERIFY(!task.authenticator());
-        queue.removeTask(&task);
-        queue.append(&task); // by the program
-        QCOMPARE(task.authenticator(), &authenticator);
+        QTRY_COMPARE(task.log(), u"started aboutToRetry retried started finished"_s);
 
         NetworkTask login;
         login.setUsesQueueAuthenticator(false);
