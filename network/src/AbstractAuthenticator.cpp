@@ -70,7 +70,7 @@ void AbstractAuthenticator::onAuthenticationRequired()
     // Before the call, since authenticate() may run an event loop in which other tasks ask for a login too.
     setState(State::Authenticating);
     const auto isStarted = authenticate();
-    if (self && !isStarted && d->lastLogin == login)
+    if (self && !isStarted)
         d->refusedLogin = login;
     if (!isStarted || !isInProgress())
         return;

@@ -215,6 +215,13 @@ public:
         return extraMessage;
     }
 
+    orv::Error doFinish() override
+    {
+        if (duringEnd)
+            duringEnd();
+        return NetworkTask::doFinish();
+    }
+
     /// Changes one field of the request.
     template <typename Change>
     void change(Change change)
@@ -241,6 +248,7 @@ public:
     int executions = 0;
     mutable int errorMessageCalls = 0;
     std::function<QHttpMultiPart*()> multiPartFactory;
+    std::function<void()> duringEnd;
 
 private:
     template <typename Signal>

@@ -94,7 +94,8 @@ private Q_SLOTS:
         const auto ownPlaces =
             QByteArray("idle|scheduled|sent|awaiting login|started|aboutToRetry|retried|readyRead|"
                        "canceled|finished|destroyed|createMultiPart|maskingFunction|errorMessage|handler|"
-                       "token|empty token|authenticate|authenticating|authenticated|error|reply finished|"
+                       "token|refused token|empty "
+                       "token|authenticate|authenticating|authenticated|error|reply finished|"
                        "reply uploadProgress|reply downloadProgress")
                 .split('|');
         const auto queuePlaces =
@@ -232,6 +233,8 @@ private:
         m_authenticator->duringLogin = [this] { actIn("authenticate"); };
         m_authenticator->whenAskedForTheToken = [this] {
             actIn("token");
+            if (m_task && m_task->httpResponseStatusCodeNumber() == 0)
+                actIn("refused token");
             actIn("empty token");
         };
         m_task->whenAskedForAMessage = [this] { actIn("errorMessage"); };

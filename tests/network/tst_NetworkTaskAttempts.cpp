@@ -89,6 +89,10 @@ private Q_SLOTS:
         QFETCH(QString, streaming);
         TestAuthenticator authenticator;
         authenticator.currentToken = u"old"_s;
+        authenticator.duringToken = [&] {
+            if (authenticator.tokenCalls == 2)
+                QTest::qWait(30);
+        };
         auto task = makeTask(addSlowReply());
         task->change([&](auto& request) { request.streaming = streaming == "streamed"_L1; });
         task->setAuthenticator(&authenticator);

@@ -124,21 +124,6 @@ private Q_SLOTS:
         QCOMPARE(m_authenticator->logins, 2);
     }
 
-    void repeatsALoginAfterATemporaryFailure()
-    {
-        m_authenticator->setMaxRetriesCount(2);
-        auto task = makeWaitingTask();
-        const Error down(ErrorCode::Network, "down");
-        for (int login = 2; login <= 3; ++login) {
-            m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
-            QVERIFY(task->isPaused());
-            QCOMPARE(m_authenticator->logins, login);
-        }
-        m_authenticator->fail(down, AbstractAuthenticator::Error::TemporaryFailure);
-        QVERIFY(task->isFinished());
-        QCOMPARE(task->error().errorMessage(), u"down"_s);
-    }
-
     // One failure takes one retry, however many tasks wait, and whatever becomes of that login.
     void retriesALoginOnceForAllWaitingTasks_data()
     {
@@ -187,7 +172,9 @@ private Q_SLOTS:
     // As an authenticator should not: the login goes on for the task.
     void waitsOnWhenALoginFailsThatStaysUnderWay()
     {
+        m_authenticator->startsLogins = false; // it begins the login later
         auto task = makeWaitingTask();
+        m_authenticator->setState(AbstractAuthenticator::State::Authenticating);
         for (const int maxRetries : {1, 0}) {
             m_authenticator->setMaxRetriesCount(maxRetries);
             Q_EMIT m_authenticator->error(AbstractAuthenticator::Error::TemporaryFailure);
@@ -199,58 +186,51 @@ private Q_SLOTS:
 
     void sendsANewerTokenWithoutALogin_data()
     {
-        const auto row = addColumns<QString, int, bool, int, int>(
-            {"token", "status", "isLoggingIn", "logins", "requests"});
-        row("newer", u"good"_s, 401, false, 0, 2);
-        row("newer, another status", u"good"_s, 403, false, 0, 2);
-        row("newer, login under way", u"good"_s, 401, true, 1, 2);
-        row("newer, and refused as well", u"better"_s, 401, false, 1, 3);
-        row("unchanged", u"old"_s, 401, false, 1, 2);
-        row("none", {}, 401, false, 1, 2);
-        row("not sent by the library", u"good"_s, 401, false, 1, 2);
+        const auto row = addColumns<QString, int, int, int>({"token", "status", "logins", "requests"});
+        row("newer", u"good"_s, 401, 0, 2);
+        row("newer, another status", u"good"_s, 403, 0, 2);
+        row("newer, login under way", u"good"_s, 401, 1, 2);
+        row("newer, login begun before it is sent", u"better"_s, 401, 1, 2);
+        row("newer, and refused as well", u"better"_s, 401, 1, 3);
+        row("unchanged", u"old"_s, 401, 1, 2);
+        row("none", {}, 401, 1, 2);
+        row("not sent last time", u"good"_s, 401, 1, 3);
     }
     void sendsANewerTokenWithoutALogin()
     {
-        class OwnTask : public TestTask
-        {
-        public:
-            using TestTask::TestTask;
-
-        protected:
-            bool doAuthenticateRequest(QNetworkRequest* request) override
-            {
-                if (authenticator()->token() == "good"_L1)
-                    return TestTask::doAuthenticateRequest(request);
-                request->setRawHeader("Authorization", "Own old");
-                return true;
-            }
-        };
+        const QString what = QString::fromLatin1(QTest::currentDataTag());
+        const bool isUnderWay = what.endsWith("under way"_L1);
         QFETCH(QString, token);
         QFETCH(int, status);
-        QFETCH(bool, isLoggingIn);
         QFETCH(int, logins);
-        const bool isOwn = QTest::currentDataTag() == "not sent by the library"_ba;
+        auto task = makeTask(m_authenticator.get());
         m_server->setHandler([&](const LoopbackRequest& request) {
             const auto sent = request.field("Authorization");
-            if (sent.endsWith("old"))
-                m_authenticator->currentToken = token;
-            if (sent.endsWith("old") && isLoggingIn)
+            if (what == "not sent last time"_L1 && sent == "Bearer old") {
+                task->setRequiresAuthentication(false);
+                return LoopbackReply(503);
+            }
+            m_authenticator->currentToken = token;
+            task->setRequiresAuthentication(true);
+            if (isUnderWay)
                 m_authenticator->onAuthenticationRequired();
-            return sent == m_accepted ? LoopbackReply(200, "in") : LoopbackReply(status, "out");
+            return sent == m_accepted ? LoopbackReply(200) : LoopbackReply(status);
         });
         m_authenticator->currentToken = u"old"_s;
-        auto task = isOwn ? std::make_unique<OwnTask>(m_server->url()) : makeTask(nullptr);
-        task->setAuthenticator(m_authenticator.get());
+        m_authenticator->duringToken = [&] {
+            if (what.contains("begun"_L1) && m_authenticator->tokenCalls == 2)
+                QTimer::singleShot(0, m_authenticator.get(), &TestAuthenticator::onAuthenticationRequired);
+        };
+        task->setDelayPolicy(Retriable::DelayPolicy::None);
         task->setResponseHandler(HttpResponseStatusCode::Forbidden, [&] { task->handleUnauthorizedError(); });
         task->exec();
         QTRY_VERIFY(task->isPaused() || task->isFinished());
         QCOMPARE(m_authenticator->logins, logins);
+        QVERIFY(!isUnderWay || m_authenticator->tokenCalls == 1);
         if (logins)
             m_authenticator->succeed("good");
-        QTRY_VERIFY(task->isFinished());
-        QCOMPARE(task->data(), "in"_ba);
+        QTRY_VERIFY(task->isFinished() && !task->hasError());
         QTEST(int(m_server->requests().size()), "requests");
-        QCOMPARE(task->retriesCount(), 0);
     }
 
     void endsWhenFreshTokensAreRefused_data()
@@ -258,13 +238,11 @@ private Q_SLOTS:
         const auto row = addColumns<QString, QList<int>, int, int, int>(
             {"tokens", "statuses", "max", "logins", "requests"});
         row("first login", u",x"_s, {401}, 10, 10, 10);
-        row("old token", u"old,x"_s, {401}, 10, 10, 11);
         row("never a token", u","_s, {401}, 10, 10, 0);
         row("another at every call", u"*"_s, {401}, 10, 5, 11);
         row("other statuses", u",x"_s, {403, 200}, 10, 10, 10);
-        row("good replies in between", u",x"_s, {401, 503}, 10, 10, 19);
+        row("retries in between", u",x"_s, {401, 503}, 10, 10, 19);
         row("two", u"old,x"_s, {401}, 2, 2, 3);
-        row("one", u"old,x"_s, {401}, 1, 1, 2);
         row("zero", u"old,x"_s, {401}, 0, 1, 2);
         row("negative", u"old,x"_s, {401}, std::numeric_limits<int>::min(), 1, 2);
     }
@@ -276,21 +254,16 @@ private Q_SLOTS:
         m_server->setHandler([&, n = 0](const LoopbackRequest&) mutable {
             return LoopbackReply(statuses.at(n++ % statuses.size()));
         });
-        const bool isChanging = tokens == "*"_L1;
         m_authenticator->currentToken = tokens.section(u',', 0, 0);
         m_authenticator->duringToken = [&] {
-            if (isChanging)
+            if (tokens == "*"_L1)
                 m_authenticator->currentToken = QString::number(m_authenticator->tokenCalls);
         };
-        m_authenticator->duringLogin = [&] {
-            const auto succeed = [&] { m_authenticator->succeed(tokens.section(u',', 1).toLatin1()); };
-            QTimer::singleShot(0, m_authenticator.get(), succeed);
-        };
+        succeedLater([&] { return tokens.section(u',', 1).toLatin1(); }, 0ms);
         auto task = makeTask(m_authenticator.get());
         if (max != 10)
             task->setMaxTokenRefusals(max);
         task->setDelayPolicy(Retriable::DelayPolicy::None);
-        task->setMaxRetriesCount(50);
         task->setResponseHandler({HttpResponseStatusCode::OK, HttpResponseStatusCode::Forbidden},
                                  [&] { task->handleUnauthorizedError(); });
         QVERIFY(task->run());
@@ -305,76 +278,51 @@ private Q_SLOTS:
     void countsRefusalsAnew()
     {
         TestAuthenticator other;
-        const auto logIn = [](TestAuthenticator* authenticator) {
-            QTRY_VERIFY(authenticator->state() == AbstractAuthenticator::State::Authenticating);
-            authenticator->succeed("bad");
-        };
         auto task = makeWaitingTask();
         task->setMaxTokenRefusals(2);
         task->setResponseErrorPolicy(NetworkTask::Ignore);
-        const auto givesUpAfter = [&](int requests) {
-            return runUntil([&] {
-                return m_server->requests().size() == requests && !task->isPaused() &&
-                       task->httpResponseStatusCodeNumber() == 401;
-            });
+        const auto isRefused = [&](TestAuthenticator& authenticator, int requests) {
+            const auto isWaiting = [&] { return task->isPaused() && authenticator.logins > 0; };
+            if (!runUntil(isWaiting))
+                return false;
+            authenticator.succeed("bad");
+            return runUntil([&] { return m_server->requests().size() == requests; });
         };
-        logIn(m_authenticator.get());
-        QTRY_VERIFY(task->isPaused()); // one is refused ...
+        QVERIFY(isRefused(*m_authenticator, 1));
+        QTRY_VERIFY(task->isPaused());
         task->setAuthenticator(&other);
-        logIn(&other);
-        logIn(&other);
-        QVERIFY(givesUpAfter(3)); // ... and two of another authenticator
+        QVERIFY(isRefused(other, 2) && isRefused(other, 3));
+        QTRY_COMPARE(task->httpResponseStatusCodeNumber(), 401); // two of that one, and no more
         task->exec();
-        logIn(&other);
-        logIn(&other);
-        QVERIFY(givesUpAfter(6)); // the last one of before, and two
+        QVERIFY(isRefused(other, 5) && isRefused(other, 6)); // after the last one of before
+        QTRY_COMPARE(task->httpResponseStatusCodeNumber(), 401);
+        QVERIFY(task->isRunning());
         task->setResponseErrorPolicy(NetworkTask::FinishWithSuccess);
         task->handleUnauthorizedError();
         QVERIFY(task->isFinished() && !task->hasError());
     }
 
-    void failsWhenALoginFailsWithoutAnError()
-    {
-        auto task = makeWaitingTask();
-        m_authenticator->fail(Error());
-        QCOMPARE(task->error().errorCode(), ErrorCode::AuthenticationFailed);
-    }
-
     // The end is decided by then. A login would be started, and the task would leave its queue.
     void startsNothingWhileItFinishes()
     {
-        class EndingTask : public TestTask
-        {
-        public:
-            using TestTask::TestTask;
-
-        protected:
-            Error doFinish() override
-            {
-                handleUnauthorizedError();
-                isRetrying = retry();
-                exec();
-                hasQueue = queue();
-                return TestTask::doFinish();
-            }
-
-        public:
-            bool isRetrying = true;
-            bool hasQueue = false;
-        };
         NetworkQueue queue;
         queue.setAuthenticator(m_authenticator.get());
         m_authenticator->currentToken = u"good"_s;
-        EndingTask task(m_server->url());
+        m_server->addReply(u"/end"_s, LoopbackReply(404));
+        TestTask task(m_server->url(u"/end"_s));
+        task.duringEnd = [&] {
+            task.handleUnauthorizedError();
+            QVERIFY(!task.retry());
+            task.exec();
+            QVERIFY(task.queue());
+        };
         const LogCatcher log("orv.network.warning=true");
         queue.append(&task);
         QTRY_VERIFY(task.isFinished());
-        QTest::qWait(10);
-        QVERIFY(task.hasQueue && !task.isRetrying && !task.hasError());
-        QCOMPARE(task.data(), "in"_ba);
+        QCOMPARE(task.httpResponseStatusCodeNumber(), 404);
         QCOMPARE(task.log(), u"started finished"_s);
         QCOMPARE(m_authenticator->logins, 0);
-        QCOMPARE(log.lines.size(), 3);
+        QCOMPARE(log.lines.filter(u"Unable to"_s).size(), 3);
     }
 
     void sendsOnlyTasksThatWait()
@@ -465,68 +413,59 @@ private Q_SLOTS:
         QCOMPARE(m_authenticator->logins, 1);
     }
 
-    // Each login ends the session of the one before. A refused token that is answered late must not ask for a
-    // login, since the others would lose theirs.
-    void logsInOnceHoweverManyTasksAreRefused()
+    // Where each login ends the session of the one before, a refused token that is answered late must not ask
+    // for a login. Where a token is good for one request, each task needs its own.
+    void servesManyTasks_data()
     {
-        QRandomGenerator random(20261123);
-        m_server->setHandler([&](const LoopbackRequest& request) {
-            const bool isIn = request.field("Authorization") == "Bearer " + session();
-            const std::chrono::milliseconds late(random.bounded(20, 200));
-            return LoopbackReply(isIn ? 200 : 401).delayed(late);
-        });
-        m_authenticator->duringLogin = [&] {
-            QTimer::singleShot(60, m_authenticator.get(), [&] { m_authenticator->succeed(session()); });
-        };
-        m_authenticator->currentToken = u"expired"_s;
-        const auto tasks = runTasks(200, 10);
-        for (const auto& task : tasks)
-            QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
-        QCOMPARE(m_authenticator->logins, 1);
-        QCOMPARE(m_server->requests().size(), 400);
+        const auto row = addColumns<int, int>({"tasks", "logins"});
+        row("sessions", 200, 1);
+        row("tokens for one request", 30, 30);
     }
-
-    void takesTokensForOneRequestEach()
+    void servesManyTasks()
     {
+        QFETCH(int, logins);
+        QFETCH(int, tasks);
+        QRandomGenerator random(20261123);
         QSet<QByteArray> used;
+        const auto session = [&] { return "session" + QByteArray::number(m_authenticator->logins); };
         m_server->setHandler([&](const LoopbackRequest& request) {
             const auto token = request.field("Authorization");
-            const bool isFirst = token.startsWith("Bearer session") && !used.contains(token);
+            const bool isIn = token == "Bearer " + session() && (logins == 1 || !used.contains(token));
             used.insert(token);
-            return LoopbackReply(isFirst ? 200 : 401);
+            return LoopbackReply(isIn ? 200 : 401).delayed(random.bounded(20, 200) * 1ms);
         });
-        m_authenticator->duringLogin = [&] {
-            QTimer::singleShot(1, m_authenticator.get(), [&] { m_authenticator->succeed(session()); });
-        };
-        const auto tasks = runTasks(30, 30);
-        for (const auto& task : tasks)
+        succeedLater(session, 60ms);
+        m_authenticator->currentToken = u"expired"_s;
+        std::array<SslIgnorantNetworkAccessManager, 20> managers; // with six connections each
+        std::vector<std::unique_ptr<TestTask>> all;
+        for (int i = 0; i < tasks; ++i) {
+            all.push_back(makeTask(m_authenticator.get()));
+            all.back()->setNetworkAccessManager(&managers.at(i % managers.size()));
+            if (logins > 1)
+                all.back()->setMaxTokenRefusals(tasks);
+            all.back()->exec();
+        }
+        for (const auto& task : all) {
+            QVERIFY(runUntil([&] { return task->isFinished(); }));
             QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
-        QCOMPARE(m_authenticator->logins, 30);
+        }
+        QCOMPARE(m_authenticator->logins, logins);
+        QVERIFY(logins > 1 || m_server->requests().size() == 2 * tasks);
     }
 
 private:
-    QByteArray session() const { return "session" + QByteArray::number(m_authenticator->logins); }
-
-    std::vector<std::unique_ptr<TestTask>> runTasks(int count, int maxTokenRefusals)
+    template <typename Token>
+    void succeedLater(Token token, std::chrono::milliseconds delay)
     {
-        std::vector<std::unique_ptr<TestTask>> tasks;
-        for (int i = 0; i < count; ++i) {
-            tasks.push_back(makeTask(m_authenticator.get()));
-            tasks.back()->setMaxTokenRefusals(maxTokenRefusals);
-            tasks.back()->setNetworkAccessManager(&m_managers.at(i % m_managers.size()));
-            tasks.back()->exec();
-        }
-        const auto isFinished = [](const auto& task) { return task->isFinished(); };
-        [&] {
-            QVERIFY(runUntil([&] { return std::all_of(tasks.begin(), tasks.end(), isFinished); }, 60s));
-        }();
-        return tasks;
+        m_authenticator->duringLogin = [=, this] {
+            QTimer::singleShot(delay, m_authenticator.get(),
+                               [=, this] { m_authenticator->succeed(token()); });
+        };
     }
 
     QByteArray m_accepted = "Bearer good";
     std::unique_ptr<TestAuthenticator> m_authenticator;
     std::unique_ptr<LoopbackServer> m_server;
-    std::array<SslIgnorantNetworkAccessManager, 20> m_managers; // with six connections each
 };
 
 QTEST_GUILESS_MAIN(tst_NetworkTaskLogin)
