@@ -265,7 +265,9 @@ public:
     /// 9.2.2) is retried only if it was certainly not processed: refused with 429 or 503, the connection or
     /// that of the proxy was refused, its host was not found, or an HTTP/2 server says so. It is also sent
     /// again after a login. A time-out, a lost connection and 408 are final. This permits no retries that
-    /// would not be made otherwise.
+    /// would not be made otherwise. Qt itself repeats a request whose connection is closed before the reply
+    /// begins; with false, it cannot repeat a POST, which then fails with ContentReSendError, unless the
+    /// content is multipart, the URL has a user name or the task allows HTTP/2.
     void setUnsafeRetriesEnabled(bool enabled);
 
     /// Whether requests carry an Idempotency-Key field; false by default.
