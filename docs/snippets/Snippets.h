@@ -53,6 +53,7 @@ private Q_SLOTS:
     void logIn();
     void logInThroughQueue();
     void loginFails();
+    void loginRefreshes();
     void loginIsRefused();
 
     void queueRunsByPriority();

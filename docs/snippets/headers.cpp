@@ -3,6 +3,7 @@
 #include "Snippets.h"
 
 #include <AbstractAuthenticator.h>
+#include <BearerLogin.h>
 #include <DownloadOutput.h>
 #include <FileDownloadTask.h>
 #include <NetworkConstants.h>
@@ -215,6 +216,23 @@ public:
         waitFor(queue);
     }
 
+    void logIn(const QString& url, NetworkQueue& queue)
+    {
+        //! [BearerLogin.h]
+        auto* login = new BearerLogin(
+            BearerLogin::jsonRequest(url, {{u"user"_s, u"ann"_s}, {u"password"_s, u"secret"_s}}), this);
+        login->setRefreshRequest([url](const QString& refreshToken) {
+            return BearerLogin::formRequest(
+                url, {{u"grant_type"_s, u"refresh_token"_s}, {u"refresh_token"_s, refreshToken}});
+        });
+        queue.setAuthenticator(login);
+        //! [BearerLogin.h]
+        NetworkTask task(url);
+        queue.append(&task);
+        waitFor(queue);
+        events.append(login->token());
+    }
+
     void showSums() { events.append(u"sums"_s); }
 
     QStringList events;
@@ -285,6 +303,9 @@ void Snippets::headerSnippets()
     LoginForm login(m_url + u"/login"_s);
     window.loadAll({m_url + u"/hello"_s}, login);
     QCOMPARE(m_server->requests().constLast().field("Authorization"), "Bearer t");
+    NetworkQueue users;
+    window.logIn(m_url + u"/login"_s, users);
+    QCOMPARE(window.events.takeLast(), u"t"_s);
 
     const QByteArray content(200, 'x');
     LoopbackServer server;

@@ -1,6 +1,6 @@
-#include "PasswordLogin.h"
 #include "Snippets.h"
 
+#include <BearerLogin.h>
 #include <NetworkQueue.h>
 
 #include <QCoreApplication>
@@ -16,7 +16,7 @@ void Snippets::readme()
     m_server->addReply(u"/login"_s, orv::LoopbackReply::json({{u"token"_s, u"t1"_s}}));
     m_server->addReply(u"/users"_s, orv::LoopbackReply(200, "ann"));
     const auto url = m_url + u"/users"_s;
-    PasswordLogin login(m_url + u"/login"_s, u"ann"_s, u"secret"_s, this);
+    orv::BearerLogin login(orv::BearerLogin::jsonRequest(m_url + u"/login"_s, {{u"user"_s, u"ann"_s}}), this);
     orv::NetworkQueue queue;
 
     //! [task]
