@@ -26,6 +26,8 @@ void measureMemory(Session& session);
 void measureConstruction(Session& session);
 void measureQueue(Session& session);
 void measureGrowth(Session& session);
+void measureStorm(Session& session);
+void measureWaiting(Session& session);
 void measureClients(Session& session);
 void measureClientBodies(Session& session);
 
