@@ -2,6 +2,7 @@
 
 #include "EnumKey_p.h"
 #include "NetworkLog_p.h"
+#include "NetworkQueue.h"
 #include "NetworkTask_p.h"
 #include "Redaction_p.h"
 
@@ -180,6 +181,7 @@ void NetworkTask::Private::processNetworkReply()
     timer.stop();
     const bool isReadable = q->setNetworkTaskStatusFromReply();
     if (isReadable) {
+        reportToQueue();
         judgeContent();
     } else {
         const ForeignCall call(calls);
@@ -201,6 +203,17 @@ void NetworkTask::Private::processNetworkReply()
         return;
     qCDebug(networkLog) << "Unhandled reply";
     q->processUnhandledReply();
+}
+
+// Before the handlers, which may start another attempt.
+void NetworkTask::Private::reportToQueue() const
+{
+    constexpr int serviceUnavailable = 503;
+    if (httpResponseStatusCode != HttpResponseStatusCode::TooManyRequests &&
+        httpResponseStatusCodeNumber != serviceUnavailable)
+        return;
+    if (auto* queue = qobject_cast<NetworkQueue*>(q->queue()))
+        queue->onServerBusy(*exchange->reply());
 }
 
 // Finds out about content that is not whole although Qt reports no error.
@@ -461,12 +474,6 @@ void NetworkTask::cancel()
     Task::cancel();
 }
 
-void NetworkTask::resume()
-{
-    if (!d->isWaiting())
-        Task::resume();
-}
-
 bool NetworkTask::retry()
 {
     return d->isRetryAllowed && d->retry();
@@ -514,9 +521,11 @@ bool NetworkTask::Private::executeAgain()
     const QPointer<TasksQueue> queue = q->queue();
     if (queue)
         queue->removeTask(q);
-    if (call && queue)
+    if (call && queue) {
+        isStartedWithoutSlot = q->retryDelay() > std::chrono::seconds(0); // the delay begins now
+        q->setStartsWaiting(isStartedWithoutSlot);
         queue->append(q);
-    else if (call && !QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection))
+    } else if (call && !QMetaObject::invokeMethod(q, "exec", Qt::AutoConnection))
         return false;
     if (call.isTaskAlive() && phase != Phase::Ended)
         Q_EMIT q->retried();

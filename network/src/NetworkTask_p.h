@@ -44,6 +44,7 @@ public:
     // Sending
     void scheduleSending();
     void startSending();
+    bool goOn();
     void endIfThrown(const std::function<void()>& step);
     void sendRequest();
     QNetworkRequest buildRequest(Error& refusal) const;
@@ -68,6 +69,7 @@ public:
     void onCanceled();
     void readAvailableData();
     void processNetworkReply();
+    void reportToQueue() const;
     void judgeContent();
     QString replyErrorText() const;
     bool logReply();
@@ -90,6 +92,7 @@ public:
     void awaitLogin();
     void subscribeToAuthenticator();
     void onAuthenticatorReplaced();
+    bool endIfLoginFailed();
     void onAccessGranted();
     void onAuthenticationError(AbstractAuthenticator::Error code);
     void onAuthenticatorDestroyed();
@@ -125,9 +128,12 @@ public:
     InactivityTimer timer;
     std::unique_ptr<NetworkExchange> exchange; // the last one; under way in Exchanging
     std::optional<QMetaObject::Connection> networkConnection;
-    bool isSentAgain = false; // the server did not process it, and it is sent over HTTP/1.1 now
-    bool isTokenNew = false;  // got by a login, and not sent yet
-    int loginsInARow = 0;     // since a reply that was not 401
+    bool isWaitOver = false;           // of this phase: the task waits for a slot of its queue, or to send
+    bool isStartedWithoutSlot = false; // so it has to pause, even without a delay
+    bool wasHeldForLogin = false;      // by its queue, until that login had ended
+    bool isSentAgain = false;          // the server did not process it, and it is sent over HTTP/1.1 now
+    bool isTokenNew = false;           // got by a login, and not sent yet
+    int loginsInARow = 0;              // since a reply that was not 401
 };
 
 } // namespace orv
