@@ -162,10 +162,7 @@ NetworkQueue::NetworkQueue(QObject* parent)
     setGatekeeper(d.get());
 }
 
-NetworkQueue::~NetworkQueue()
-{
-    setGatekeeper(nullptr);
-}
+NetworkQueue::~NetworkQueue() = default;
 
 AbstractAuthenticator* NetworkQueue::authenticator() const
 {

@@ -203,11 +203,9 @@ void TasksQueue::Private::start(Task* task)
 bool TasksQueue::Private::startNext()
 {
     const QPointer<TasksQueue> self(q);
-    if (!starting.isLinked()) {
-        if (auto* resumed = takeNext(true)) {
-            resume(resumed);
-            return true;
-        }
+    if (auto* resumed = hasFreeSlot() ? takeNext(true) : nullptr) {
+        resume(resumed);
+        return true;
     }
     Task* task = q->dequeueTask();
     if (self && task && isInActiveList(task))
@@ -249,6 +247,7 @@ TasksQueue::TasksQueue(QObject* parent)
 TasksQueue::~TasksQueue()
 {
     d->isDispatchScheduled = true; // nothing may be scheduled on an object that is being destroyed
+    d->gatekeeper = nullptr;
     for (auto* head : {&d->active, &d->starting}) {
         while (head->isLinked())
             d->release(head->next->task);

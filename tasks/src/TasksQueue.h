@@ -127,8 +127,8 @@ protected:
         ~Gatekeeper() = default;
     };
 
-    /// Asks @p gatekeeper from now on; nobody for null, the initial value. It must exist until it is
-    /// replaced, or until the queue is destroyed. Opens all gates.
+    /// Asks @p gatekeeper from now on; nobody for null, the initial value. To be set by the constructor of a
+    /// subclass, which may be the gatekeeper itself. Opens all gates.
     void setGatekeeper(Gatekeeper* gatekeeper);
     /// Makes the tasks that are held at @p gate candidates again, in the places that they had: resumed tasks
     /// before others, then by priority, then in the order in which they were added. They are started from the

@@ -88,7 +88,6 @@ class GatedQueue : public Queue, private TasksQueue::Gatekeeper
 {
 public:
     GatedQueue() { setGatekeeper(this); }
-    ~GatedQueue() override { setGatekeeper(nullptr); }
 
     using Queue::openGate;
     using Queue::openGates;
