@@ -13,6 +13,14 @@ void Snippets::queueRunsByPriority()
     orv::NetworkQueue queue;
     const QSignalSpy emptied(&queue, &orv::TasksQueue::emptied);
 
+    //! [limits]
+    queue.setMaxRunningTasks(6);
+    queue.setMaxTasksPerHost(2);
+    queue.setMaxStartsPerSecond(20);
+    queue.setMaxCoolDown(std::chrono::minutes(5));
+    //! [limits]
+    queue.setMaxRunningTasks(1);
+
     //! [priorities]
     for (const auto& url : thumbnails) {
         auto* task = new orv::NetworkTask(url, orv::NetworkTask::Priority::Low, this);

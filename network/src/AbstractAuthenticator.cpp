@@ -5,29 +5,58 @@
 #include <QPointer>
 #include <QScopeGuard>
 
+#include <algorithm>
+#include <optional>
+#include <utility>
+#include <vector>
+
 namespace orv {
 
 class AbstractAuthenticator::Private
 {
 public:
+    struct Watcher
+    {
+        QPointer<QObject> context;
+        std::function<void()> call;
+    };
+
+    void callWatchers();
+
     State state = State::Idle;
     orv::Error error;
     bool isTokenLogged = true;
-    quint64 lastLogin = 0;    // the number of the login that was asked for last
-    quint64 failedLogin = 0;  // the last one when error() was last emitted
-    quint64 refusedLogin = 0; // the last one that authenticate() did not start
+    std::optional<Error> failure;  // how the last login failed
+    std::vector<Watcher> watchers; // to be called when the login that is in progress has ended
+    quint64 lastLogin = 0;         // the number of the login that was asked for last
+    quint64 failedLogin = 0;       // the last one when error() was last emitted
+    quint64 refusedLogin = 0;      // the last one that authenticate() did not start
 };
+
+void AbstractAuthenticator::Private::callWatchers()
+{
+    for (const auto& watcher : std::exchange(watchers, {})) {
+        if (watcher.context)
+            watcher.call();
+    }
+}
 
 AbstractAuthenticator::AbstractAuthenticator(QObject* parent)
     : QObject(parent)
     , d(std::make_unique<Private>())
 {
     connect(this, &AbstractAuthenticator::authenticated, this, [this] { resetRetries(); });
-    // The first connection, so that every slot of the program and of tasks finds it up to date.
-    connect(this, &AbstractAuthenticator::error, this, [this] { d->failedLogin = d->lastLogin; });
+    // The first connection, so that every slot of the program and of tasks finds them up to date.
+    connect(this, &AbstractAuthenticator::error, this, [this](Error code) {
+        d->failure = code;
+        d->failedLogin = d->lastLogin;
+    });
 }
 
-AbstractAuthenticator::~AbstractAuthenticator() = default;
+AbstractAuthenticator::~AbstractAuthenticator()
+{
+    d->callWatchers();
+}
 
 AbstractAuthenticator::State AbstractAuthenticator::state() const
 {
@@ -98,6 +127,26 @@ bool AbstractAuthenticator::isRetryRefused() const
 void AbstractAuthenticator::setState(const State& state)
 {
     d->state = state;
+    if (state == State::Authenticating)
+        d->failure.reset();
+    else
+        d->callWatchers();
+}
+
+bool AbstractAuthenticator::hasFailedForGood() const
+{
+    const bool isRepeated = d->failure == Error::TemporaryFailure && canRetry();
+    return state() == State::Failed && d->failure && !isRepeated;
+}
+
+void AbstractAuthenticator::callAfterLogin(QObject* context, const std::function<void()>& call)
+{
+    auto& watchers = d->watchers;
+    const bool isNew =
+        std::none_of(watchers.begin(), watchers.end(),
+                     [context](const Private::Watcher& watcher) { return watcher.context == context; });
+    if (isNew)
+        watchers.push_back({context, call});
 }
 
 void AbstractAuthenticator::setError(const orv::Error& error)

@@ -7,6 +7,7 @@
 
 #include <QObject>
 
+#include <functional>
 #include <memory>
 
 namespace orv {
@@ -117,6 +118,7 @@ Q_SIGNALS:
     void error(orv::AbstractAuthenticator::Error err);
 
 private:
+    friend class NetworkQueue;
     friend class NetworkTask;
 
     // The number of the login that was asked for last.
@@ -125,6 +127,11 @@ private:
     bool isRetried() const;
     // Whether authenticate() refused that login.
     bool isRetryRefused() const;
+    // Whether the last login failed and no task repeats it.
+    bool hasFailedForGood() const;
+    // Calls @p call once, when the state is no longer Authenticating or the object is destroyed, unless
+    // @p context is destroyed before. It must not change anything but the context. One call for each context.
+    void callAfterLogin(QObject* context, const std::function<void()>& call);
 
     class Private;
     std::unique_ptr<Private> d;

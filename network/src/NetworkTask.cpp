@@ -1,5 +1,6 @@
 #include "NetworkTask.h"
 
+#include "NetworkQueue.h"
 #include "NetworkTask_p.h"
 
 #include <QCoreApplication>
@@ -92,6 +93,7 @@ void NetworkTask::Private::enterPhase(Phase next)
     phase = next;
     calls.supersede();
     pending.reset();
+    isWaitOver = false;
     if (exchange && !keepsExchange)
         exchange->giveUp();
 }
@@ -220,6 +222,7 @@ bool NetworkTask::requiresAuthentication() const
 void NetworkTask::setRequiresAuthentication(bool required)
 {
     d->requiresAuthentication = required;
+    NetworkQueue::reconsiderTask(this);
 }
 
 void NetworkTask::setAuthenticator(AbstractAuthenticator* authenticator)
@@ -228,8 +231,11 @@ void NetworkTask::setAuthenticator(AbstractAuthenticator* authenticator)
         setRequiresAuthentication(true);
     const auto* previous = this->authenticator();
     Authenticable::setAuthenticator(authenticator);
-    if (previous != authenticator)
-        d->onAuthenticatorReplaced();
+    if (previous == authenticator)
+        return;
+    d->wasHeldForLogin = false;
+    NetworkQueue::reconsiderTask(this);
+    d->onAuthenticatorReplaced();
 }
 
 int NetworkTask::maxTokenRefusals() const

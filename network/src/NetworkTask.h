@@ -361,8 +361,9 @@ public:
     /// call cancel().
     void abort();
 
-    /// Ends a pause. Has no effect while the task waits for a delay or a login: it continues by itself, and
-    /// holds no slot of its queue until then.
+    /// Ends a pause, as BaseTask::resume() says. Has no effect while the task waits for a delay or a login:
+    /// it continues by itself, holds no slot of its queue until then, and waits for one if none is free. A
+    /// task that waited sends its request when this has made it running again, from the event loop.
     void resume() override;
 
     /// A text for the log line of a failed reply; empty here, for subclasses. Called once for each reply with

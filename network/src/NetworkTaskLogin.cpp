@@ -185,6 +185,22 @@ void NetworkTask::Private::onAuthenticationError(AbstractAuthenticator::Error co
     q->applyResponseErrorPolicy(error);
 }
 
+// For a task that its queue held back during a login: it would have waited for that, so it shares the outcome
+// and does not ask for another one.
+bool NetworkTask::Private::endIfLoginFailed()
+{
+    auto* authenticator = q->authenticator();
+    if (!requiresAuthentication || !authenticator || !authenticator->hasFailedForGood())
+        return false;
+    auto error = authenticator->authenticationError();
+    if (!error.hasError())
+        error = authenticationFailed();
+    qCWarning(networkLog) << error;
+    enterPhase(Phase::Deciding);
+    q->applyResponseErrorPolicy(error);
+    return true;
+}
+
 void NetworkTask::Private::onAuthenticatorDestroyed()
 {
     if (q->isRunning())

@@ -2,6 +2,7 @@
 
 #include "EnumKey_p.h"
 #include "NetworkLog_p.h"
+#include "NetworkQueue.h"
 #include "NetworkTask_p.h"
 #include "Redaction_p.h"
 
@@ -189,6 +190,7 @@ void NetworkTask::Private::processNetworkReply()
     timer.stop();
     const bool isReadable = q->setNetworkTaskStatusFromReply();
     if (isReadable) {
+        reportToQueue();
         judgeContent();
     } else {
         const ForeignCall call(calls);
@@ -208,6 +210,17 @@ void NetworkTask::Private::processNetworkReply()
         return;
     qCDebug(networkLog) << "Unhandled reply";
     q->processUnhandledReply();
+}
+
+// Before the handlers, which may start another attempt.
+void NetworkTask::Private::reportToQueue() const
+{
+    constexpr int serviceUnavailable = 503;
+    if (httpResponseStatusCode != HttpResponseStatusCode::TooManyRequests &&
+        httpResponseStatusCodeNumber != serviceUnavailable)
+        return;
+    if (auto* queue = qobject_cast<NetworkQueue*>(q->queue()))
+        queue->onServerBusy(*exchange->reply());
 }
 
 // Finds out about content that is not whole although Qt reports no error.
@@ -477,10 +490,6 @@ void NetworkTask::cancel()
     Task::cancel();
 }
 
-void NetworkTask::resume()
-{
-    if (!d->isWaiting())
-        Task::resume();
 }
 
 } // namespace orv

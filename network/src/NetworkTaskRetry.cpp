@@ -241,13 +241,21 @@ bool NetworkTask::Private::isAskedToWait() const
 }
 
 // The delay is read now: slots of aboutToRetry() may have changed it.
-milliseconds NetworkTask::Private::timeToWait()
+milliseconds NetworkTask::Private::timeToWait() const
 {
     RetryWait wait;
     if (retryOptions)
-        wait = std::exchange(retryOptions->nextWait, std::nullopt).value_or(wait);
+        wait = retryOptions->nextWait.value_or(wait);
     wait.delay = q->retryDelay();
     return wait.time();
+}
+
+milliseconds NetworkTask::Private::takeTimeToWait()
+{
+    const auto time = timeToWait();
+    if (retryOptions)
+        retryOptions->nextWait.reset();
+    return time;
 }
 
 // Returns false if the caller must do nothing more: the masking function is the program's and may end the
@@ -283,9 +291,12 @@ bool NetworkTask::Private::executeAgain()
     return true;
 }
 
-// The program may have changed what the queue gave to the task, which therefore gets nothing again.
+// The program may have changed what the queue gave to the task, which therefore gets nothing again. Its wait
+// begins now, while other tasks run, and needs no slot.
 void NetworkTask::Private::appendAgain(TasksQueue* queue)
 {
+    isStartedWithoutSlot = timeToWait() > milliseconds(0);
+    q->setStartsWaiting(isStartedWithoutSlot);
     isAppendedAgain = true;
     const ForeignCall call(calls);
     const auto reset = qScopeGuard([&] {

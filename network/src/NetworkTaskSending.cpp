@@ -24,6 +24,8 @@
 
 namespace orv {
 
+using namespace std::chrono_literals;
+
 namespace {
 
 // RFC 9110, 5.6.2
@@ -190,11 +192,11 @@ void NetworkTask::exec()
 // The task holds no slot of its queue while it waits for the delay.
 void NetworkTask::Private::scheduleSending()
 {
-    const auto delay = timeToWait();
+    const auto delay = takeTimeToWait();
     enterPhase(Phase::Delayed);
     isSentAgain = false;
     pending = std::make_unique<Delay>(delay, q, [this] { startSending(); });
-    if (delay > std::chrono::milliseconds(0))
+    if (delay > std::chrono::milliseconds(0) || std::exchange(isStartedWithoutSlot, false))
         q->pause();
 }
 
@@ -206,14 +208,34 @@ void NetworkTask::Private::startSending()
         enterPhase(Phase::Ended);
         return;
     }
-    enterPhase(Phase::Sending);
     endIfThrown([this] {
-        const ForeignCall call(calls);
-        if (q->isPaused())
-            q->resume();
-        if (call)
-            sendRequest();
+        if (q->isPaused() && !goOn())
+            return;
+        enterPhase(Phase::Sending);
+        sendRequest();
     });
+}
+
+// Returns false if the caller must do nothing more. The task may wait for a slot of its queue then, which
+// calls resume() when it is its turn.
+bool NetworkTask::Private::goOn()
+{
+    isWaitOver = true;
+    pending.reset();
+    const ForeignCall call(calls);
+    q->resume();
+    return call && !q->isPaused();
+}
+
+// An override of resume() may still be running in its queue, so the request is sent from the event loop. When
+// startSending() calls this, it sends at once instead.
+void NetworkTask::resume()
+{
+    if (d->isWaiting() && !d->isWaitOver)
+        return;
+    Task::resume();
+    if (d->isWaitOver && isRunning() && !isPaused())
+        d->pending = std::make_unique<Delay>(0ms, this, [this] { d->startSending(); });
 }
 
 // An exception from code that is not ours would leave the task in a phase in which nothing is pending.
@@ -235,6 +257,8 @@ void NetworkTask::Private::endIfThrown(const std::function<void()>& step)
 
 void NetworkTask::Private::sendRequest()
 {
+    if (std::exchange(wasHeldForLogin, false) && endIfLoginFailed())
+        return;
     Error refusal;
     auto networkRequest = buildRequest(refusal);
     if (requiresAuthentication && !q->authenticator())

@@ -49,6 +49,7 @@ public:
     // Sending
     void scheduleSending();
     void startSending();
+    bool goOn();
     void endIfThrown(const std::function<void()>& step);
     void sendRequest();
     QNetworkRequest buildRequest(Error& refusal) const;
@@ -74,6 +75,7 @@ public:
     void onCanceled();
     void readAvailableData();
     void processNetworkReply();
+    void reportToQueue() const;
     void judgeContent();
     QString replyErrorText() const;
     Error failure(const QString& message) const;
@@ -91,7 +93,8 @@ public:
     bool mayRepeat() const;
     bool planRetry();
     std::chrono::milliseconds timeAskedFor() const;
-    std::chrono::milliseconds timeToWait();
+    std::chrono::milliseconds timeToWait() const;
+    std::chrono::milliseconds takeTimeToWait();
     bool isAskedToWait() const;
     bool logAttempt();
     bool executeAgain();
@@ -115,6 +118,7 @@ public:
     void awaitLogin();
     void subscribeToAuthenticator();
     void onAuthenticatorReplaced();
+    bool endIfLoginFailed();
     void onAccessGranted();
     bool retryLogin();
     void onAuthenticationError(AbstractAuthenticator::Error code);
@@ -178,6 +182,11 @@ public:
     std::unique_ptr<NetworkExchange> exchange; // the last one; under way in Exchanging
     std::optional<QMetaObject::Connection> networkConnection;
     bool isSentAgain = false; // the server did not process it, and it is sent over HTTP/1.1 now
+
+    // The wait
+    bool isWaitOver = false;           // of this phase: the task waits for a slot of its queue, or to send
+    bool isStartedWithoutSlot = false; // so it has to pause, even without a delay
+    bool wasHeldForLogin = false;      // by its queue, until that login had ended
 
     // The retry
     bool isExecutedAgain = false; // exec() is called next for a retry

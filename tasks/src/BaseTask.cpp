@@ -17,6 +17,8 @@ void BaseTask::Private::setState(State newState)
     if (state == newState)
         return;
     state = newState;
+    if (state != State::Paused)
+        wantsSlot = false;
     if (queue)
         queue->onTaskStateChanged(q);
 }
@@ -56,6 +58,22 @@ void BaseTask::Private::announceEnd()
         queue->onTaskFinished(link.task);
     if (thrownBySlot)
         std::rethrow_exception(thrownBySlot);
+}
+
+// Whether a paused task may become running now. If not, its queue resumes it later.
+bool BaseTask::Private::mayGoOn()
+{
+    return !queue || queue->mayGoOn(q);
+}
+
+// For a task that no longer waits for a slot, since it has left its queue.
+void BaseTask::Private::goOnWithoutQueue()
+{
+    const auto resume = [this] {
+        if (wantsSlot)
+            q->resume();
+    };
+    QMetaObject::invokeMethod(q, resume, Qt::QueuedConnection);
 }
 
 BaseTask::BaseTask(QObject* parent)
@@ -104,6 +122,8 @@ void BaseTask::setAutoDelete(bool autoDelete)
 void BaseTask::setRunning()
 {
     if (!d->mayChange())
+        return;
+    if (isPaused() && !d->mayGoOn())
         return;
     const bool wasIdle = d->state == Private::State::Idle;
     d->setState(Private::State::Running);
@@ -161,14 +181,24 @@ void BaseTask::cancel()
 
 void BaseTask::pause()
 {
-    if (d->mayChange() && d->state == Private::State::Running)
+    if (!d->mayChange())
+        return;
+    if (d->state == Private::State::Running)
         d->setState(Private::State::Paused);
+    else if (d->queue)
+        d->queue->stopWaitingForSlot(this);
+    d->wantsSlot = false;
 }
 
 void BaseTask::resume()
 {
-    if (d->mayChange() && d->state == Private::State::Paused)
+    if (d->mayChange() && isPaused() && d->mayGoOn())
         d->setState(Private::State::Running);
+}
+
+void BaseTask::setStartsWaiting(bool startsWaiting)
+{
+    d->startsWaiting = startsWaiting;
 }
 
 void BaseTask::finalize() {}

@@ -42,8 +42,8 @@ public:
     /// Deletes the task (deferred) after finished() when @p autoDelete is true. Off by default.
     void setAutoDelete(bool autoDelete);
 
-    /// Makes an idle task running and emits started(); a paused one becomes running without the signal. Does
-    /// nothing once finish() has been called.
+    /// Makes an idle task running and emits started(); a paused one is resumed as by the base's resume(),
+    /// without the signal. Does nothing once finish() has been called.
     void setRunning();
     /// Makes a running or paused task idle, so that it can be run again. Emits nothing; does nothing once
     /// finish() has been called.
@@ -66,16 +66,27 @@ public:
     /// the caller after the task has finished.
     void cancel() override;
 
-    /// Makes a running task paused: it waits, and gives its slot of the queue back. Does nothing in other
-    /// states; emits nothing.
+    /// Makes a running task paused: it waits, and gives its slot of the queue back. A paused task that waits
+    /// for a slot does so no longer, until resume() is called again. Does nothing in other states; emits
+    /// nothing.
     virtual void pause();
-    /// Makes a paused task running again: it takes a slot of its queue, even if none is free. Does nothing in
-    /// other states; emits nothing.
+    /// Makes a paused task running again. Does nothing in other states; emits nothing.
+    ///
+    /// A task that its queue has started needs a slot for that. If none is free, or tasks that were resumed
+    /// before wait for one, it stays paused, and the queue calls resume() again, from the event loop, when it
+    /// is this task's turn. An override that calls the base therefore has to ask isPaused() before it
+    /// continues its work, and is called again. A task that leaves the queue meanwhile, or whose queue is
+    /// destroyed, is resumed from the event loop.
     virtual void resume();
 
 protected:
     /// True from the call of finish() on: nothing that is done with the task changes how it ends.
     bool isFinishing() const;
+
+    /// Tells the queue that the next exec() only begins to wait, by calling pause() before it returns: the
+    /// queue then calls it without waiting for a slot. For a task that is about to be added to a queue; reset
+    /// when it is started or leaves the queue.
+    void setStartsWaiting(bool startsWaiting);
 
     /// Releases the resources of a finished task. Called once, before finished() is emitted. The base does
     /// nothing.

@@ -5,6 +5,7 @@
 namespace orv {
 
 class Task;
+struct TaskRing;
 
 /// A link of an intrusive ring: a task is added to and removed from the lists of its queue without an
 /// allocation or a search.
@@ -35,6 +36,10 @@ struct TaskLink
     TaskLink* previous = this;
     TaskLink* next = this;
     Task* task = nullptr; // null in a ring's head
+
+    // While the task waits for its turn; only TaskOrder writes them.
+    TaskRing* ring = nullptr;
+    qint64 sequence = 0;
 };
 
 /// The exception that is being handled, as the error that a task ends with. For use in a catch block.
@@ -55,6 +60,8 @@ public:
     Error judgeEnd();
     void releaseResources();
     void announceEnd();
+    bool mayGoOn();
+    void goOnWithoutQueue();
 
     BaseTask* const q;
     QString name;
@@ -69,6 +76,9 @@ public:
     int priority = 0;
     bool isPending = false;
     bool holdsSlot = false;
+    bool wantsSlot = false;       // paused, and its wait is over
+    bool startsWaiting = false;   // its next exec() only begins to wait, and needs no slot for that
+    bool isBeginningWait = false; // that exec() has been called, and the task has not paused yet
 };
 
 } // namespace orv

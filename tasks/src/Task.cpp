@@ -33,6 +33,8 @@ Task::~Task()
 {
     if (d->queue)
         d->queue->onTaskDestroyed(this);
+    if (d->queue) // an override that does not call its base
+        d->queue->forget(this);
 }
 
 void Task::setPriority(int priority)

@@ -4,6 +4,7 @@
 
 #include <Error.h>
 
+#include <QByteArray>
 #include <QObject>
 
 #include <memory>
@@ -16,9 +17,12 @@ class Task;
 /// Runs tasks in the order of their priority, a bounded number at a time.
 ///
 /// Tasks of larger priority run first, and those of one priority in the order in which they were added. A
-/// task is started from the event loop, never inside append(). It holds one slot while it runs and none while
-/// it is paused, so a waiting task does not keep others from running. It resumes at once, even if that
-/// exceeds the number of slots until another task ends.
+/// task is started from the event loop, never inside append(). It holds one slot from its start on, and none
+/// while it is paused, so a waiting task does not keep others from running. It needs a slot again to go on:
+/// it takes a free one at once, inside resume(); otherwise it stays paused, and is resumed from the event
+/// loop as soon as there is one. Such tasks are served in the order in which their waits ended, and before
+/// tasks that were never started, whatever the priorities. So never more tasks run than setMaxRunningTasks()
+/// allows, except those that a program starts itself, by exec() or setRunning() on an idle task.
 ///
 /// A task stays in its queue until it finishes, is removed or is destroyed. The queue does not own its tasks:
 /// when it is destroyed they stay as they are, with a null queue().
@@ -64,12 +68,13 @@ public:
     /// Unbounded above until set.
     void setMaxPriority(int maxPriority);
 
-    /// How many tasks may run at once; 1 by default, and for any value below. A larger value starts pending
-    /// tasks from the event loop, a smaller one stops none.
+    /// How many tasks may run at once; 1 by default, and for any value below. Paused tasks do not count. A
+    /// larger value starts and resumes tasks from the event loop; a smaller one stops none, but no other task
+    /// starts or resumes until fewer run.
     void setMaxRunningTasks(int maxRunningTasks);
 
-    /// Removes @p task, pending or started; a running one continues without the queue. Emits nothing but
-    /// emptied().
+    /// Removes @p task, pending or started; a running one continues without the queue, and one that waits for
+    /// a slot goes on from the event loop. Emits nothing but emptied().
     virtual void removeTask(Task* task);
     /// Whether no task is in the queue, neither pending nor started.
     virtual bool isEmpty() const;
@@ -90,12 +95,60 @@ Q_SIGNALS:
     void emptied();
 
 protected:
+    /// A gatekeeper's answer about a task.
+    struct Admission
+    {
+        enum class Verdict {
+            GoOn, ///< It may start or go on.
+            Hold, ///< It is held at the gate until that opens; others may go on meanwhile.
+            Wait, ///< Neither it nor any other may, until startTasks() is called.
+        };
+
+        Verdict verdict = Verdict::GoOn;
+        QByteArray gate; ///< The gate to hold it at; any name.
+    };
+
+    /// What a subclass decides with which tasks may go on, beyond the number of slots.
+    ///
+    /// Its functions may call openGate(), openGates() and startTasks(), but must not change the queue or its
+    /// tasks otherwise.
+    class Gatekeeper
+    {
+    public:
+        /// Whether @p task, whose turn it is, may be started, or resumed if it is paused. Called again for
+        /// each task that is refused, when it is its turn again; a task that is held at a closed gate has no
+        /// turn.
+        virtual Admission admit(Task* task) = 0;
+        /// @p task has taken a slot, or has given it back. In the second case it may be being destroyed, and
+        /// only the pointer may be used.
+        virtual void onSlotChanged(Task* task, bool holdsSlot) = 0;
+
+    protected:
+        ~Gatekeeper() = default;
+    };
+
+    /// Asks @p gatekeeper from now on; nobody for null, the initial value. To be set by the constructor of a
+    /// subclass, which may be the gatekeeper itself. Opens all gates.
+    void setGatekeeper(Gatekeeper* gatekeeper);
+    /// Makes the tasks that are held at @p gate candidates again, in the places that they had: resumed tasks
+    /// before others, then by priority, then in the order in which they were added. They are started from the
+    /// event loop. The gate closes when the next of them is refused. Does nothing for a gate at which no task
+    /// is held. Constant time, however many tasks are held.
+    void openGate(const QByteArray& gate);
+    /// Opens all gates.
+    void openGates();
+    /// Makes a single task a candidate again, if it is held at a gate.
+    void reconsider(Task* task);
+    /// Starts tasks from the event loop, after Verdict::Wait.
+    void startTasks();
+
     /// Emits taskStarted() and runs @p task.
     virtual void exec(Task* task);
     /// Adds @p task to the pending ones of its priority.
     virtual void enqueueTask(Task* task, EnqueueMode mode);
-    /// Removes the next task from the pending ones and returns it; null when there is none. An override may
-    /// delete the task or the queue. Pointers to anything but a task that the base has returned are ignored.
+    /// Removes the next task from the pending ones and returns it; null when there is none that may be
+    /// started now. An override may delete the task or the queue. Pointers to anything but a task that the
+    /// base has returned are ignored.
     virtual Task* dequeueTask();
     /// Called for every task that is added, to prepare and enqueue it.
     virtual void addTask(Task* task, EnqueueMode mode);
@@ -109,6 +162,9 @@ private:
     friend class Task;
 
     void onTaskStateChanged(BaseTask* task);
+    bool mayGoOn(BaseTask* task);
+    void stopWaitingForSlot(BaseTask* task);
+    void forget(Task* task);
 
     class Private;
     std::unique_ptr<Private> d;

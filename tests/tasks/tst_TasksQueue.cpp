@@ -60,6 +60,68 @@ public:
     QStringList events;
 };
 
+// Begins with a wait, unless it says so in vain.
+class WaitingTask : public OpenTask
+{
+public:
+    WaitingTask(const char* name, bool isWaiting)
+        : OpenTask(name)
+        , m_isWaiting(isWaiting)
+    {
+    }
+
+    using Task::setStartsWaiting;
+
+    void exec() override
+    {
+        OpenTask::exec();
+        if (m_isWaiting)
+            pause();
+    }
+
+private:
+    const bool m_isWaiting;
+};
+
+// The first letter of a task's name is its gate.
+class GatedQueue : public Queue, private TasksQueue::Gatekeeper
+{
+public:
+    GatedQueue() { setGatekeeper(this); }
+
+    using Queue::openGate;
+    using Queue::openGates;
+    using Queue::reconsider;
+    using Queue::startTasks;
+
+    QString closed;
+    int limit = 100;
+    bool isWaiting = false;
+    int asked = 0;
+    QString changes;
+
+private:
+    Admission admit(Task* task) override
+    {
+        ++asked;
+        const auto gate = task->name().left(1);
+        if (isWaiting)
+            return {Admission::Verdict::Wait, {}};
+        return {closed.contains(gate) || m_running >= limit ? Admission::Verdict::Hold
+                                                            : Admission::Verdict::GoOn,
+                gate.toLatin1()};
+    }
+    void onSlotChanged(Task* task, bool holdsSlot) override
+    {
+        m_running += holdsSlot ? 1 : -1;
+        if (limit == 100)
+            changes +=
+                (changes.isEmpty() ? u""_s : u" "_s) + QLatin1Char(holdsSlot ? '+' : '-') + task->name();
+    }
+
+    int m_running = 0;
+};
+
 // Takes a task that the test chooses.
 class MeddlingQueue : public Queue
 {
@@ -102,20 +164,181 @@ private Q_SLOTS:
         QCOMPARE(queue.log(), u"+a"_s);
         a.pause();
         QCOMPARE(queue.log(), u"+a +b"_s);
-        a.resume(); // although the slot is taken
-        b.finish(Error());
-        QCOMPARE(queue.log(), u"+a +b -b"_s);
         a.finish(Error());
-        QCOMPARE(queue.log(), u"+a +b -b -a +c"_s);
+        b.finish(Error());
+        QCOMPARE(queue.log(), u"+a +b -a -b +c"_s);
         queue.setMaxRunningTasks(-3); // counts as 1
         c.finish(Error());
-        QCOMPARE(queue.log(), u"+a +b -b -a +c -c emptied"_s);
+        QCOMPARE(queue.log(), u"+a +b -a -b +c -c emptied"_s);
 
         queue.events.clear();
         OpenTask waiting("waiting", &queue), next("next", &queue);
         waiting.exec();
         waiting.pause(); // before its turn comes
         QCOMPARE(queue.log(), u"+next"_s);
+    }
+
+    void resumesTasksInOrderWithoutExceedingTheLimit()
+    {
+        Queue queue;
+        OpenTask a("a", &queue), b("b", &queue), c("c", &queue), urgent("urgent", nullptr, 9);
+        for (auto* task : {&a, &b}) {
+            queue.log();
+            task->pause();
+        }
+        QCOMPARE(queue.log(), u"+a +b +c"_s);
+        queue.append(&urgent);
+        b.resume(); // no slot is free
+        a.setRunning();
+        b.resume();
+        QCOMPARE(queue.pendingTasksCount(), 1);
+        queue.log();
+        QVERIFY(a.isPaused() && b.isPaused());
+        c.pause();
+        queue.log();
+        QVERIFY(!b.isPaused() && a.isPaused());
+        b.finish(Error());
+        a.resume(); // inside the call
+        QVERIFY(!a.isPaused());
+        c.resume();
+        c.pause(); // again: it does not wait for a slot any longer
+        a.finish(Error());
+        QCOMPARE(queue.log(), u"+a +b +c -b -a +urgent"_s);
+        QVERIFY(c.isPaused());
+    }
+
+    void letsTasksGoThatWaitForASlot_data()
+    {
+        addRows("action", {"finish", "cancel", "delete", "set idle", "remove", "clear", "delete queue"});
+    }
+    void letsTasksGoThatWaitForASlot()
+    {
+        QFETCH(QString, action);
+        auto queue = std::make_unique<Queue>();
+        auto a = std::make_unique<OpenTask>("a", queue.get());
+        OpenTask b("b", queue.get()), c("c", queue.get());
+        queue->log();
+        a->pause();
+        queue->log();
+        a->resume();
+        QVERIFY(a->isPaused() && b.isRunning());
+        const QHash<QString, std::function<void()>> actions{
+            {u"finish"_s, [&] { a->finish(Error()); }},
+            {u"cancel"_s, [&] { a->cancel(); }},
+            {u"delete"_s, [&] { a.reset(); }},
+            {u"set idle"_s, [&] { a->setIdle(); }},
+            {u"remove"_s, [&] { queue->removeTask(a.get()); }},
+            {u"clear"_s, [&] { queue->clear(TasksQueue::ClearPolicy::PendingAndRunning, Error()); }},
+            {u"delete queue"_s, [&] { queue.reset(); }},
+        };
+        actions[action]();
+        const bool goesOn = action == "remove"_L1 || action == "delete queue"_L1;
+        QVERIFY(!goesOn || a->isPaused()); // not inside the call
+        b.finish(Error());
+        QCoreApplication::processEvents();
+        QVERIFY(!a || a->isPaused() == false);
+        QCOMPARE(a && a->isRunning(), goesOn);
+        QCOMPARE(c.isRunning(), action != "clear"_L1 && action != "delete queue"_L1);
+    }
+
+    // Its exec() only begins to wait.
+    void startsATaskThatBeginsToWaitWithoutASlot()
+    {
+        Queue queue;
+        OpenTask a("a", &queue);
+        WaitingTask retried("retried", true), other("other", false);
+        queue.log();
+        for (auto* task : {&retried, &other}) {
+            task->setStartsWaiting(true);
+            queue.append(task);
+        }
+        QCOMPARE(queue.pendingTasksCount(), 2);
+        QCOMPARE(queue.log(), u"+a +retried +other"_s);
+        OpenTask b("b", &queue);
+        retried.resume();
+        a.finish(Error());
+        queue.log();
+        QVERIFY(retried.isPaused()); // the slot is taken by the one that does not wait after all
+        other.finish(Error());
+        QCOMPARE(queue.log(), u"+a +retried +other -a -other"_s);
+        QVERIFY(!retried.isPaused() && queue.pendingTasksCount() == 1);
+    }
+
+    void holdsTasksAtGatesAndKeepsTheirOrder()
+    {
+        GatedQueue queue;
+        queue.closed = u"xy"_s;
+        queue.setMaxRunningTasks(4);
+        OpenTask x1("x1", &queue), y1("y1", &queue), z1("z1", &queue), x2("x2", &queue, 5), y2("y2", &queue),
+            z2("z2", &queue, 9), x3("x3", &queue), y3("y3", &queue), first("xfirst"), waiting("ywaiting");
+        queue.addTask(&first, TasksQueue::EnqueueMode::Front);
+        QCOMPARE(queue.log(), u"+z2 +z1"_s);
+        QCOMPARE(queue.pendingTasksCount(), 7);
+        queue.setMaxRunningTasks(1);
+        queue.closed.clear();
+        queue.append(&waiting);
+        queue.removeTask(&x3);
+        y3.finish(Error());
+        queue.openGate("x");
+        queue.openGate("y");
+        queue.openGate("unknown");
+        connect(&queue, &Queue::taskStarted, this, [](Task* task) { task->finish(Error()); });
+        queue.closed = u"y"_s;
+        z1.finish(Error());
+        z2.finish(Error());
+        QCOMPARE(queue.log(), u"+z2 +z1 -y3 -z1 -z2 +x2 -x2 +xfirst -xfirst +x1 -x1"_s);
+        queue.events.clear();
+        queue.closed.clear();
+        queue.reconsider(&y2);
+        QCOMPARE(queue.log(), u"+y2 -y2"_s);
+        queue.isWaiting = true;
+        queue.openGates();
+        QCOMPARE(queue.log(), u"+y2 -y2"_s);
+        queue.isWaiting = false;
+        queue.startTasks();
+        QCOMPARE(queue.log(), u"+y2 -y2 +y1 -y1 +ywaiting -ywaiting emptied"_s);
+    }
+
+    void resumesTasksThatWereHeldFirst()
+    {
+        GatedQueue queue;
+        queue.setMaxRunningTasks(2);
+        OpenTask x1("x1", &queue), x2("x2", &queue), y("y", &queue);
+        queue.log();
+        x2.pause();
+        QCOMPARE(queue.log(), u"+x1 +x2 +y"_s);
+        queue.closed = u"x"_s;
+        y.finish(Error());
+        x2.resume(); // a slot is free, but the gate is closed
+        OpenTask x0("x0", &queue, 9);
+        queue.log();
+        QVERIFY(x2.isPaused());
+        queue.closed.clear();
+        queue.openGate("x");
+        QCOMPARE(queue.log(), u"+x1 +x2 +y -y"_s);
+        QVERIFY(!x2.isPaused() && !x0.isRunning());
+        QCOMPARE(queue.changes, u"+x1 +x2 -x2 +y -y +x2"_s);
+    }
+
+    // A gatekeeper is not asked again about all that it holds.
+    void asksOnceAboutTasksThatAreHeld()
+    {
+        constexpr int count = 2000;
+        GatedQueue queue;
+        queue.setMaxRunningTasks(10);
+        queue.limit = 2;
+        std::vector<std::unique_ptr<OpenTask>> tasks;
+        for (int i = 0; i < count; ++i)
+            tasks.push_back(std::make_unique<OpenTask>("x", &queue));
+        queue.log();
+        QCOMPARE(queue.asked, count);
+        for (auto& task : tasks) {
+            QVERIFY(task->isRunning());
+            task.reset();
+            queue.openGate("x");
+            queue.log();
+        }
+        QVERIFY2(queue.asked < 3 * count, qPrintable(QString::number(queue.asked)));
     }
 
     void limitsHowManyTasksRunAtOnce()
