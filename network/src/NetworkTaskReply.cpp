@@ -490,6 +490,4 @@ void NetworkTask::cancel()
     Task::cancel();
 }
 
-}
-
 } // namespace orv
