@@ -337,6 +337,8 @@ private Q_SLOTS:
         task.setResponseErrorPolicy(NetworkTask::Ignore);
         if (phase == "delay"_L1)
             task.setDelay(300);
+        if (phase == "queue"_L1)
+            task.setDelayPolicy(Retriable::DelayPolicy::None);
         if (phase == "login"_L1)
             task.setAuthenticator(&authenticator);
         task.setDeadline(std::chrono::milliseconds::max());
