@@ -151,6 +151,7 @@ public:
     {
         m_queue.setMaxRunningTasks(parallelTasks);
         m_queue.setAuthenticator(&m_login);
+        m_queue.setMaxCoolDown(10s);
         m_server.onRequest = [this] { countRunning(); };
     }
 
