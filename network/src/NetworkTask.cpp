@@ -344,8 +344,7 @@ QString NetworkTask::errorMessage() const
 
 QDebug operator<<(QDebug debug, const NetworkTask& task)
 {
-    debug.nospace() << typeid(task).name() << "(\n  request=" << task.request()
-                    << "\n  dataReceived="
+    debug.nospace() << typeid(task).name() << "(\n  request=" << task.request() << "\n  dataReceived="
                     << (task.isContentLogged() ? task.data() : QByteArrayLiteral("******"))
                     << " networkResponseError=" << task.networkResponseError()
                     << " networkResponseErrorMessage=" << task.networkResponseErrorMessage()
