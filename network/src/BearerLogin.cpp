@@ -72,10 +72,9 @@ std::optional<milliseconds> lifetimeFrom(const QJsonValue& value)
     return milliseconds(static_cast<qint64>(std::min(seconds, longest) * 1000));
 }
 
-orv::Error noToken()
+Error noToken()
 {
-    return orv::Error(ErrorCode::AuthenticationFailed,
-                      BearerLogin::tr("The server's answer contains no token"));
+    return Error(ErrorCode::AuthenticationFailed, BearerLogin::tr("The server's answer contains no token"));
 }
 
 // Calls a function of the program. It may replace itself, so it is a copy, like its arguments.
