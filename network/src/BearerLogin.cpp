@@ -217,7 +217,10 @@ void BearerLogin::Private::send(Grant grant, NetworkRequest request)
         task->setTimeout(-1);
     connect(task, &NetworkTask::started, context, [this, grant] { onStarted(grant); });
     connect(task, &NetworkTask::finished, context, [this, grant] { onFinished(grant); });
-    connect(task, &QObject::destroyed, context, [this] { cancel(); });
+    connect(task, &QObject::destroyed, context, [this](QObject* destroyed) {
+        destroyed->setParent(nullptr); // or it would be deleted again, with the context
+        cancel();
+    });
     if (!queue) {
         task->exec();
         return;
