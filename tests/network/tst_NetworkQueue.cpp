@@ -104,7 +104,7 @@ private Q_SLOTS:
     void startsNoTaskThatNeedsALoginInProgress_data()
     {
         addRows("end", {"succeeds", "fails", "fails temporarily", "state alone", "destroyed", "replaced",
-                        "not required"});
+                        "removed", "not required"});
     }
     void startsNoTaskThatNeedsALoginInProgress()
     {
@@ -126,7 +126,7 @@ private Q_SLOTS:
         QCOMPARE(queue.pendingTasksCount(), 3);
         QVERIFY(std::all_of(held.begin(), held.end(), [](auto* task) { return task->executions == 0; }));
 
-        const bool isHeldAlone = end == "replaced"_L1 || end == "not required"_L1;
+        const bool isHeldAlone = end == "replaced"_L1 || end == "removed"_L1 || end == "not required"_L1;
         const Error error(ErrorCode::General, u"refused"_s);
         const QHash<QString, std::function<void()>> ends{
             {u"succeeds"_s, [&] { authenticator->succeed("token"); }},
@@ -144,6 +144,8 @@ private Q_SLOTS:
             {u"destroyed"_s, [&] { authenticator.reset(); }},
             {u"replaced"_s,
              [&] { std::for_each(held.begin(), held.end(), [&](auto* t) { t->setAuthenticator(&other); }); }},
+            {u"removed"_s,
+             [&] { std::for_each(held.begin(), held.end(), [](auto* t) { t->setAuthenticator(nullptr); }); }},
             {u"not required"_s, [&] {
                  std::for_each(held.begin(), held.end(),
                                [](auto* t) { t->setRequiresAuthentication(false); });
@@ -157,9 +159,10 @@ private Q_SLOTS:
         QTRY_VERIFY(std::all_of(held.begin(), held.end(), [](auto* task) { return task->isFinished(); }));
         const auto requests = m_server->requests();
         for (auto* task : held) {
-            QCOMPARE(task->error().errorMessage(), end == "fails"_L1       ? u"refused"_s
-                                                   : end == "destroyed"_L1 ? u"Authentication failed"_s
-                                                                           : QString());
+            QCOMPARE(task->error().errorMessage(), end == "fails"_L1 ? u"refused"_s
+                                                   : end == "destroyed"_L1 || end == "removed"_L1
+                                                       ? u"Authentication failed"_s
+                                                       : QString());
         }
         QCOMPARE(waiting->isFinished(), !isHeldAlone && end != "state alone"_L1);
         if (end == "succeeds"_L1)
@@ -177,6 +180,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, action);
         m_server->addReply(u"/blocker"_s, LoopbackReply::silence());
+        m_server->addReply(u"/task"_s, LoopbackReply(200).delayed(50ms));
         m_server->setHandler([](const auto&) { return LoopbackReply(200); });
         TestAuthenticator authenticator, other;
         other.currentToken = u"other"_s;
@@ -206,6 +210,11 @@ private Q_SLOTS:
         blocker->cancel();
         if (action == "log in"_L1)
             authenticator.succeed("again");
+        if (action == "nothing"_L1) { // its wait was over before it sent
+            QTRY_COMPARE(m_server->requests().size(), 2);
+            task->pause();
+            task->resume();
+        }
         if (queue)
             QTRY_VERIFY(next->isFinished());
         if (action == "pause"_L1) {
