@@ -11,14 +11,17 @@ using namespace std::chrono_literals;
 
 namespace {
 
-// Logs in a little later, as a real one would.
+// Logs in a little later, as a real one would, with the number of the present session.
 class LateAuthenticator : public TestAuthenticator
 {
+public:
+    int session = 1;
+
 protected:
     bool authenticate() override
     {
         ++logins;
-        QTimer::singleShot(1, this, [this] { succeed("token"); });
+        QTimer::singleShot(1, this, [this] { succeed(QByteArray::number(session).constData()); });
         return true;
     }
 };
@@ -53,10 +56,15 @@ private Q_SLOTS:
         QRandomGenerator random(20261122);
         LoopbackServer server;
         server.setRecording(false);
-        server.setHandler([&](const LoopbackRequest&) { return randomReply(random); });
-        QVERIFY(!server.listen().hasError());
         LateAuthenticator authenticator;
-        authenticator.currentToken = u"token"_s;
+        server.setHandler([&](const LoopbackRequest& request) {
+            m_mostRunning = std::max(m_mostRunning, countRunning());
+            authenticator.session += random.bounded(50) == 0 ? 1 : 0;
+            const bool isValid =
+                request.field("Authorization") == "Bearer " + QByteArray::number(authenticator.session);
+            return isValid ? randomReply(random) : LoopbackReply(401);
+        });
+        QVERIFY(!server.listen().hasError());
         NetworkQueue queue;
         queue.setAuthenticator(&authenticator);
         queue.setMaxRunningTasks(network::MAX_PARALLEL_REQUESTS);
@@ -70,7 +78,8 @@ private Q_SLOTS:
             QCOMPARE(counts.finishes.count(1), ROUND - counts.deleted);
             QCOMPARE(counts.finishes.count(0), counts.deleted);
         }
-        QVERIFY(authenticator.logins > 0);
+        QVERIFY(authenticator.logins > rounds);
+        QCOMPARE(m_mostRunning, network::MAX_PARALLEL_REQUESTS);
     }
 
 private:
@@ -83,9 +92,18 @@ private:
         QList<int> finishes = QList<int>(ROUND, 0);
     };
 
+    int countRunning()
+    {
+        m_tasks.removeIf([](const auto& task) { return !task; });
+        return static_cast<int>(std::count_if(m_tasks.begin(), m_tasks.end(), [](const auto& task) {
+            return task->isRunning() && !task->isPaused();
+        }));
+    }
+
     NetworkTask* makeTask(const QString& url, int index, Counts* counts)
     {
         auto* task = new NetworkTask(url, NetworkTask::Priority(index % 3));
+        m_tasks.append(task);
         task->setAutoDelete(true);
         task->setDelayPolicy(Retriable::DelayPolicy::None);
         task->setTimeout(500ms);
@@ -104,6 +122,9 @@ private:
                     [task] { QTimer::singleShot(2, task, &NetworkTask::cancel); });
         return task;
     }
+
+    QList<QPointer<NetworkTask>> m_tasks;
+    int m_mostRunning = 0; // whenever the server receives a request
 };
 
 QTEST_GUILESS_MAIN(tst_Soak)
