@@ -11,13 +11,6 @@ class tst_Error : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void isAnErrorUnlessItsCodeIsNone()
-    {
-        for (const auto& success : {Error(), Error::NoError(), Error(ErrorCode::None, "all is well")})
-            QVERIFY(!success.hasError());
-        for (const auto code : {ErrorCode::General, ErrorCode::Canceled})
-            QVERIFY(Error(code).hasError());
-    }
 
     void keepsDetailsAndMessageApart()
     {

@@ -86,22 +86,6 @@ private Q_SLOTS:
         QCOMPARE(authenticator.retriesCount(), 0);
         QCOMPARE(authenticator.retryDelay(), std::chrono::seconds(0));
     }
-
-    void isForgottenWhenDestroyed()
-    {
-        Authenticable first;
-        QVERIFY(!first.authenticator());
-        auto authenticator = std::make_unique<TestAuthenticator>();
-        first.setAuthenticator(authenticator.get());
-        Authenticable second(first);
-        Authenticable third;
-        third = second;
-        QCOMPARE(third.authenticator(), authenticator.get());
-        second.setAuthenticator(nullptr);
-        QVERIFY(!second.authenticator() && first.authenticator());
-        authenticator.reset();
-        QVERIFY(!first.authenticator() && !third.authenticator());
-    }
 };
 
 QTEST_GUILESS_MAIN(tst_AbstractAuthenticator)

@@ -61,6 +61,7 @@ private Q_SLOTS:
 
     void logsInAgainWhenTheTokenIsRefused()
     {
+        const LogCatcher log("orv.network=true");
         m_authenticator->currentToken = u"expired"_s;
         auto task = makeTask(m_authenticator.get());
         task->setDelay(0);
@@ -75,24 +76,9 @@ private Q_SLOTS:
         QTRY_VERIFY(task->isFinished());
         QCOMPARE(task->data(), "in"_ba); // ... and gone with the new reply
         QCOMPARE(m_server->requests().size(), 3);
+        QCOMPARE(m_authenticator->tokenCalls, 5); // for each request and refusal: a program may count them
+        QCOMPARE(task->errorMessageCalls, 2);
         QCOMPARE(task->log(), u"started finished"_s);
-    }
-
-    // token() and errorMessage() are the program's, and may count their calls.
-    void asksForTokensAndMessagesSparingly()
-    {
-        for (const auto* rules : {"orv.network=true", "orv.network=false"}) {
-            const LogCatcher log(rules);
-            m_authenticator->currentToken = u"expired"_s;
-            m_authenticator->tokenCalls = 0;
-            auto task = makeTask(m_authenticator.get());
-            task->exec();
-            QTRY_VERIFY(task->isPaused());
-            m_authenticator->succeed("good");
-            QTRY_VERIFY(task->isFinished());
-            QCOMPARE(m_authenticator->tokenCalls, 3); // for each attempt, and for another one after the 401
-            QCOMPARE(task->errorMessageCalls, 1);     // for the 401
-        }
     }
 
     void waitsForALoginThatIsUnderWay()
@@ -259,7 +245,10 @@ private Q_SLOTS:
             if (tokens == "*"_L1)
                 m_authenticator->currentToken = QString::number(m_authenticator->tokenCalls);
         };
-        succeedLater([&] { return tokens.section(u',', 1).toLatin1(); }, 0ms);
+        m_authenticator->duringLogin = [&] {
+            QTimer::singleShot(0, m_authenticator.get(),
+                               [&] { m_authenticator->succeed(qPrintable(tokens.section(u',', 1))); });
+        };
         auto task = makeTask(m_authenticator.get());
         if (max != 10)
             task->setMaxTokenRefusals(max);
@@ -388,81 +377,7 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests().size(), isNull ? 0 : 1);
     }
 
-    void logsInThroughTheQueueOfTheWaitingTasks()
-    {
-        m_server->addReply(u"/login"_s, LoopbackReply(503));
-        m_server->addReply(u"/login"_s, LoopbackReply(200, "good"));
-        NetworkQueue queue; // one slot
-        queue.setAuthenticator(m_authenticator.get());
-        TestTask login(m_server->url(u"/login"_s));
-        login.setDelayPolicy(Retriable::DelayPolicy::None);
-        login.setUsesQueueAuthenticator(false);
-        m_authenticator->duringLogin = [&] {
-            connect(&login, &Task::finished, m_authenticator.get(),
-                    [&] { m_authenticator->succeed(login.data().constData()); });
-            queue.append(&login);
-        };
-        std::vector<std::unique_ptr<TestTask>> tasks;
-        for (int i = 0; i < 5; ++i) {
-            tasks.push_back(std::make_unique<TestTask>(m_server->url()));
-            queue.append(tasks.back().get());
-        }
-        QTRY_VERIFY(queue.isEmpty());
-        for (const auto& task : tasks)
-            QVERIFY(task->isFinished() && !task->hasError());
-        QCOMPARE(m_authenticator->logins, 1);
-    }
-
-    // Where each login ends the session of the one before, a refused token that is answered late must not ask
-    // for a login. Where a token is good for one request, each task needs its own.
-    void servesManyTasks_data()
-    {
-        const auto row = addColumns<int, int>({"tasks", "logins"});
-        row("sessions", 200, 1);
-        row("tokens for one request", 30, 30);
-    }
-    void servesManyTasks()
-    {
-        QFETCH(int, logins);
-        QFETCH(int, tasks);
-        QRandomGenerator random(20261123);
-        QSet<QByteArray> used;
-        const auto session = [&] { return "session" + QByteArray::number(m_authenticator->logins); };
-        m_server->setHandler([&](const LoopbackRequest& request) {
-            const auto token = request.field("Authorization");
-            const bool isIn = token == "Bearer " + session() && (logins == 1 || !used.contains(token));
-            used.insert(token);
-            return LoopbackReply(isIn ? 200 : 401).delayed(random.bounded(20, 200) * 1ms);
-        });
-        succeedLater(session, 60ms);
-        m_authenticator->currentToken = u"expired"_s;
-        std::array<SslIgnorantNetworkAccessManager, 20> managers; // with six connections each
-        std::vector<std::unique_ptr<TestTask>> all;
-        for (int i = 0; i < tasks; ++i) {
-            all.push_back(makeTask(m_authenticator.get()));
-            all.back()->setNetworkAccessManager(&managers.at(i % managers.size()));
-            if (logins > 1)
-                all.back()->setMaxTokenRefusals(tasks);
-            all.back()->exec();
-        }
-        for (const auto& task : all) {
-            QVERIFY(runUntil([&] { return task->isFinished(); }));
-            QVERIFY2(!task->hasError(), qPrintable(task->error().errorMessage()));
-        }
-        QCOMPARE(m_authenticator->logins, logins);
-        QVERIFY(logins > 1 || m_server->requests().size() == 2 * tasks);
-    }
-
 private:
-    template <typename Token>
-    void succeedLater(Token token, std::chrono::milliseconds delay)
-    {
-        m_authenticator->duringLogin = [=, this] {
-            QTimer::singleShot(delay, m_authenticator.get(),
-                               [=, this] { m_authenticator->succeed(token()); });
-        };
-    }
-
     QByteArray m_accepted = "Bearer good";
     std::unique_ptr<TestAuthenticator> m_authenticator;
     std::unique_ptr<LoopbackServer> m_server;

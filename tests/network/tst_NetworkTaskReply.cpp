@@ -1,8 +1,5 @@
 #include "NetworkTestSupport.h"
 
-#include <QHttpMultiPart>
-#include <QRegularExpression>
-#include <QSettings>
 #include <QSignalSpy>
 #include <QTimer>
 
@@ -13,23 +10,6 @@ using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 using Code = HttpResponseStatusCode;
-using Method = NetworkRequest::Method;
-
-namespace {
-
-// A log line without its category, quotes and what differs between runs.
-QString normalized(QString line, const QString& url)
-{
-    using Expression = QRegularExpression;
-    return line.replace(u"|orv.network|"_s, u" "_s)
-        .remove(Expression(u"[\"\\\\]"_s))
-        .replace(url, u"URL"_s)
-        .replace(Expression(u"struct orv::NetworkRequest\\(.*\\)"_s), u"REQUEST"_s)
-        .replace(Expression(u"(Error|QHttpMultiPart)\\(.*\\)"_s), u"\\1"_s)
-        .remove(Expression(u"orv::\\w+::HttpResponseStatusCode(::)?"_s));
-}
-
-} // namespace
 
 /// How a reply is read, judged and ended.
 class tst_NetworkTaskReply : public QObject
@@ -45,18 +25,10 @@ private:
     }
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        // The dump settings are read once, so they are set before the first task.
-        QSettings().setValue(u"Network/DumpData"_s, true);
-        QSettings().setValue(u"Network/MaxDumpSize"_s, 5);
-    }
-
     void init()
     {
         m_server = std::make_unique<LoopbackServer>();
         QVERIFY(!m_server->listen().hasError());
-        m_authenticator = std::make_unique<TestAuthenticator>();
     }
 
     void judgesReplies_data()
@@ -321,110 +293,9 @@ private Q_SLOTS:
         }
     }
 
-    void logsEachStep_data();
-    void logsEachStep();
-
 private:
-    const TemporarySettings m_settings;
     std::unique_ptr<LoopbackServer> m_server;
-    std::unique_ptr<TestAuthenticator> m_authenticator;
 };
-
-// Lines are level and text, as normalized() makes them.
-void tst_NetworkTaskReply::logsEachStep_data()
-{
-    const auto row = addColumns<QString, QString, std::function<void(TestTask&)>>({"path", "lines", "run"});
-    const auto sending =
-        u"4 Sending request: QUrl(URL) Method::%1 acceptedContentTypes: application/json for task x\n"_s;
-    const auto getting = sending.arg(u"Get"_s);
-    const auto posting = sending.arg(u"Post"_s);
-    const auto broken =
-        u"1 A task x failed, error message = %1.\n0 Status code: %2\n1 Network error: %3 %4\n0 Server response: conte\n"_s;
-    const auto policy = u"0 Applying error policy FinishWithError\n"_s;
-    const auto failed = u"0 Processing failed reply...\n0 Can't retry task x\n"_s + policy;
-    const auto noToken =
-        u"4 No token, auth required\n0 Authentication required for task x\n0 Authentication required\n"_s;
-    const auto unavailable = posting +
-                             u"4 Using dataContentType a/b (2500bytes): %1\n\n"_s.arg(QString(2000, u'y')) +
-                             broken.arg(u"Error transferring URL - server replied: Service Unavailable"_s,
-                                        u"(503)"_s, u"ServiceUnavailableError"_s, u""_s) +
-                             u"0 Unhandled reply\n0 Recoverable error occurred: (503)\n"_s;
-
-    row("login and retry", u"/503"_s,
-        noToken +
-            u"0 Error\n0 Retrying...\n0 Authentication required\n0 Authentication granted\n0 New access token: token\n"_s +
-            unavailable + u"0 Processing failed reply...\n0 Task x REQUEST attempt # 1\n"_s + unavailable +
-            failed,
-        [this](auto& task) {
-            task.change([](auto& request) {
-                request.method = Method::Post;
-                request.postData = QByteArray(2500, 'x');
-                request.postDataContentType = "a/b";
-                request.setMaskingFunction([](auto data) { return data.replace('x', 'y'); });
-            });
-            task.setMaxRetriesCount(1);
-            task.setAuthenticator(m_authenticator.get());
-            task.exec();
-            QTRY_VERIFY(task.isPaused());
-            m_authenticator->fail(Error(ErrorCode::General), AbstractAuthenticator::Error::TemporaryFailure);
-            m_authenticator->succeed("token");
-            QTRY_VERIFY(task.isFinished());
-        });
-    row("failed login", u"/200"_s, noToken + u"1 Error\n0 Finishing a task with error\n"_s + policy,
-        [this](auto& task) {
-            task.setAuthenticator(m_authenticator.get());
-            task.exec();
-            QTRY_VERIFY(task.isPaused());
-            m_authenticator->fail(Error(ErrorCode::General));
-        });
-    row("form", u"/404"_s,
-        posting + u"4 Using multipart message: QHttpMultiPart\n"_s +
-            broken.arg(u"Error transferring URL - server replied: Not Found"_s, u"NotFound"_s,
-                       u"ContentNotFoundError"_s, u" : extra"_s) +
-            u"0 Handling status code NotFound\n1 Error\n"_s + policy,
-        [](auto& task) {
-            task.extraMessage = u"extra"_s;
-            task.change([](auto& request) { request.method = Method::Post; });
-            task.multiPartFactory = [] { return new QHttpMultiPart(QHttpMultiPart::FormDataType); };
-            QVERIFY(task.run());
-        });
-    row("cut", u"/cut"_s,
-        getting + broken.arg(u"Connection closed"_s, u"OK"_s, u"RemoteHostClosedError"_s, u""_s) +
-            u"0 Handling status code OK\n0 Network error on successful reply\n"_s + failed,
-        [](auto& task) { QVERIFY(task.run()); });
-    row("wrong calls", u"/200"_s,
-        u"1 Null reply\n1 Unable to log in, the task is not running\n1 Unable to start, an attempt is under "
-        u"way\n1 Task is already finished\n"
-        "1 Unable to continue, the task is finished\n4 Request URL changed to: path= /p query: q fragment: f\n"_s,
-        [](auto& task) {
-            task.read();
-            task.handleUnauthorizedError();
-            task.exec();
-            task.exec();
-            task.cancel();
-            task.exec();
-            QVERIFY(task.prepareRequest(QUrl(), u"/p?q#f"_s, Method::Get));
-        });
-}
-
-void tst_NetworkTaskReply::logsEachStep()
-{
-    QFETCH(QString, path);
-    QFETCH(std::function<void(TestTask&)>, run);
-    QSettings().setValue(u"Network/MaxDumpSize"_s, 2); // too late, it has been read
-    m_server->addReply(u"/cut"_s, LoopbackReply(200, "content").withField("Content-Length", "9").closing());
-    m_server->setHandler(
-        [](const LoopbackRequest& request) { return LoopbackReply(request.path.mid(1).toInt(), "content"); });
-    LogCatcher log("orv.network=true");
-    auto task = makeTask(path);
-    task->setDelayPolicy(Retriable::DelayPolicy::None);
-    task->setName(u"x"_s);
-    run(*task);
-    QString lines;
-    for (const auto& line : std::as_const(log.lines))
-        lines += normalized(line, m_server->url(path)) + u'\n';
-    QTEST(lines, "lines");
-}
 
 QTEST_GUILESS_MAIN(tst_NetworkTaskReply)
 

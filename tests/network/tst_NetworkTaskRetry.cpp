@@ -4,7 +4,6 @@
 #include <RetryWait_p.h>
 #include <TasksQueue.h>
 
-#include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QTimeZone>
 
@@ -128,21 +127,6 @@ private Q_SLOTS:
         strict->unregisterRecoverableNetworkErrors({QNetworkReply::ServiceUnavailableError});
         QVERIFY(strict->run());
         QCOMPARE(strict->error().errorDetails().toInt(), 2503);
-    }
-
-    void waitsForTheDelayInSeconds()
-    {
-        answer({503, 200});
-        TestTask task(m_server->url());
-        QElapsedTimer sinceFailure;
-        connect(&task, &NetworkTask::aboutToRetry, this, [&] { sinceFailure.start(); });
-        connect(&task, &NetworkTask::retried, this, [&] {
-            QVERIFY(task.isPaused());
-            QCOMPARE(task.retryDelay(), 1s);
-        });
-        QVERIFY(task.succeeds());
-        QVERIFY(sinceFailure.hasExpired(990));
-        QCOMPARE(task.log(), u"started aboutToRetry started retried finished"_s);
     }
 
     void repeatsInTheQueue()

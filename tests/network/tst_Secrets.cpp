@@ -16,7 +16,7 @@ namespace {
 const QByteArray TOKEN("t0ken-of-the-user");
 const QByteArray OLD_TOKEN("t0ken-that-expired");
 const QByteArray BODY_SECRET("b0dy-secret");
-const QByteArray BODY = R"({"user":"u","password":")" + BODY_SECRET + R"("})";
+const QByteArray BODY = R"({"password":")" + BODY_SECRET + R"("})" + QByteArray(2500, 'x');
 const QByteArray PART_SECRET("p4rt-secret");
 const QByteArray FIELD_SECRET("f1eld-secret");
 const QByteArray REPLY_SECRET("r3ply-secret");
@@ -57,6 +57,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QSettings().setValue(QStringLiteral("Network/DumpData"), true); // read once, with the first reply
+        QSettings().setValue(QStringLiteral("Network/MaxDumpSize"), 12);
     }
 
     void neverReachTheLog()
@@ -102,13 +103,21 @@ private Q_SLOTS:
                 QVERIFY2(isDebug || !bytes.contains(secret), bytes.constData());
         }
         QCOMPARE(levels.size(), 3); // debug, info, warning
-        const auto all = log.lines.join(QLatin1Char('\n'));
-        for (const auto* seen :
-             {"Sending request:", "Using dataContentType", "******",
-              "Using multipart message:", "New access token:", "Retrying...", "Network timeout in task",
-              "attempt #", "Can't retry task", "Server response:", "Network error:", "Download error of file",
-              "Downloaded file", "Applying error policy", "No token"})
-            QVERIFY2(all.contains(QLatin1String(seen)), seen);
+        const auto all = log.text().replace(QStringLiteral("|orv.network|"), QStringLiteral(" "));
+        const auto expected =
+            QByteArray("4 Sending request:|4 Using dataContentType \"application/json\" (|******|"
+                       "4 Using multipart message:|0 New access token:|0 Retrying...|Network timeout in task|"
+                       "attempt #|0 Can't retry task|0 Server response: r3ply-secret|"
+                       "1 Network error: RemoteHostClosedError|1 Download error of file|4 Downloaded file|"
+                       "0 Applying error policy \"FinishWithError\"|4 No token, auth required|"
+                       "0 Authentication required for task|0 Authentication granted|0 Status code: |"
+                       "0 Handling status code \"NotFound\"|0 Network error on successful reply|"
+                       "0 Unhandled reply|0 Recoverable error occurred:|0 Processing failed reply...")
+                .split('|');
+        for (const auto& seen : expected)
+            QVERIFY2(all.contains(QLatin1String(seen)), seen.constData());
+        QVERIFY(!all.contains(QLatin1String(REPLY_SECRET.repeated(2)))); // is cut off, as is the next
+        QVERIFY(log.lines.filter(QStringLiteral("Using dataContentType")).constFirst().size() < 2100);
     }
 
 private:
