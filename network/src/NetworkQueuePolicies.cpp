@@ -47,9 +47,11 @@ void HostLimit::add(const QByteArray& host)
 
 void HostLimit::remove(const QByteArray& host)
 {
-    const auto found = m_running.find(host);
-    if (found != m_running.end() && --*found <= 0)
-        m_running.erase(found);
+    const int left = m_running.value(host) - 1;
+    if (left > 0)
+        m_running.insert(host, left);
+    else
+        m_running.remove(host);
 }
 
 void CoolDowns::begin(const QByteArray& host, Time asked, Time now)
@@ -70,14 +72,12 @@ bool CoolDowns::isCooling(const QByteArray& host, Time now) const
 QList<QByteArray> CoolDowns::takeEnded(Time now)
 {
     QList<QByteArray> ended;
-    for (auto end = m_ends.begin(); end != m_ends.end();) {
-        if (*end > now) {
-            ++end;
-            continue;
-        }
-        ended.append(end.key());
-        end = m_ends.erase(end);
-    }
+    m_ends.removeIf([&](QHash<QByteArray, Time>::iterator end) {
+        const bool hasEnded = *end <= now;
+        if (hasEnded)
+            ended.append(end.key());
+        return hasEnded;
+    });
     return ended;
 }
 
