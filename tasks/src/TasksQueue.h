@@ -56,6 +56,38 @@ public:
         PendingAndRunning, ///< All tasks of the queue.
     };
 
+    /// A gatekeeper's answer about a task.
+    struct Admission
+    {
+        enum class Verdict {
+            GoOn, ///< It may start or go on.
+            Hold, ///< It is held at the gate until that opens; others may go on meanwhile.
+            Wait, ///< Neither it nor any other may, until startTasks() is called.
+        };
+
+        Verdict verdict = Verdict::GoOn;
+        QByteArray gate; ///< The gate to hold it at; any name.
+    };
+
+    /// What a subclass decides with which tasks may go on, beyond the number of slots.
+    ///
+    /// Its functions may call openGate(), openGates() and startTasks(), but must not change the queue or its
+    /// tasks otherwise.
+    class Gatekeeper
+    {
+    public:
+        /// Whether @p task, whose turn it is, may be started, or resumed if it is paused. Called again for
+        /// each task that is refused, when it is its turn again; a task that is held at a closed gate has no
+        /// turn.
+        virtual Admission admit(Task* task) = 0;
+        /// @p task has taken a slot, or has given it back. In the second case it may be being destroyed, and
+        /// only the pointer may be used.
+        virtual void onSlotChanged(Task* task, bool holdsSlot) = 0;
+
+    protected:
+        ~Gatekeeper() = default;
+    };
+
     /// An empty queue that runs one task at a time.
     explicit TasksQueue(QObject* parent = nullptr);
     ~TasksQueue() override;
@@ -95,38 +127,6 @@ Q_SIGNALS:
     void emptied();
 
 protected:
-    /// A gatekeeper's answer about a task.
-    struct Admission
-    {
-        enum class Verdict {
-            GoOn, ///< It may start or go on.
-            Hold, ///< It is held at the gate until that opens; others may go on meanwhile.
-            Wait, ///< Neither it nor any other may, until startTasks() is called.
-        };
-
-        Verdict verdict = Verdict::GoOn;
-        QByteArray gate; ///< The gate to hold it at; any name.
-    };
-
-    /// What a subclass decides with which tasks may go on, beyond the number of slots.
-    ///
-    /// Its functions may call openGate(), openGates() and startTasks(), but must not change the queue or its
-    /// tasks otherwise.
-    class Gatekeeper
-    {
-    public:
-        /// Whether @p task, whose turn it is, may be started, or resumed if it is paused. Called again for
-        /// each task that is refused, when it is its turn again; a task that is held at a closed gate has no
-        /// turn.
-        virtual Admission admit(Task* task) = 0;
-        /// @p task has taken a slot, or has given it back. In the second case it may be being destroyed, and
-        /// only the pointer may be used.
-        virtual void onSlotChanged(Task* task, bool holdsSlot) = 0;
-
-    protected:
-        ~Gatekeeper() = default;
-    };
-
     /// Asks @p gatekeeper from now on; nobody for null, the initial value. To be set by the constructor of a
     /// subclass, which may be the gatekeeper itself. Opens all gates.
     void setGatekeeper(Gatekeeper* gatekeeper);

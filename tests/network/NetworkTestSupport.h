@@ -13,7 +13,6 @@
 #include <QEventLoop>
 #include <QLibraryInfo>
 #include <QLoggingCategory>
-#include <QMetaMethod>
 #include <QPointer>
 #include <QSettings>
 #include <QTemporaryDir>
@@ -44,20 +43,6 @@ bool runUntil(Condition condition, std::chrono::milliseconds limit = std::chrono
     if (!condition())
         loop.exec();
     return condition();
-}
-
-/// The signals and slots that a class itself declares, in order.
-inline QStringList methodsOf(const QMetaObject& metaObject)
-{
-    QStringList methods;
-    for (int i = metaObject.methodOffset(); i < metaObject.methodCount(); ++i) {
-        const auto method = metaObject.method(i);
-        QString text =
-            method.methodType() == QMetaMethod::Signal ? QStringLiteral("signal ") : QStringLiteral("slot ");
-        text += QString::fromLatin1(method.methodSignature());
-        methods.append(method.isConst() ? text + QStringLiteral(" const") : text);
-    }
-    return methods;
 }
 
 /// Settings of the program that are gone after the test.
