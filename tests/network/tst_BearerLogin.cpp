@@ -17,6 +17,8 @@ using namespace orv;
 using Code = AbstractAuthenticator::Error;
 using State = AbstractAuthenticator::State;
 
+// clazy:excludeall=lambda-in-connect
+
 namespace {
 
 LoopbackReply issued(const char* token, const QJsonObject& others = {})

@@ -11,6 +11,8 @@ using namespace Qt::StringLiterals;
 using namespace orv;
 using namespace std::chrono_literals;
 
+// clazy:excludeall=lambda-in-connect
+
 namespace {
 
 class LoginTask : public Task, public Authenticable
