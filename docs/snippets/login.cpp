@@ -11,6 +11,8 @@
 using namespace Qt::StringLiterals;
 using namespace std::chrono_literals;
 
+// clazy:excludeall=lambda-in-connect
+
 namespace {
 
 // Issues a new token for each login, and accepts only the token `valid`.
