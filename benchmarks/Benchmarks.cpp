@@ -20,9 +20,11 @@ const QList<Benchmark>& benchmarks()
         {u"queue"_s, u"What a queue costs a task that does nothing; the count is its greatest length"_s,
          100'000, 5, measureQueue},
         {u"growth"_s, u"Memory that finished tasks leave behind"_s, 100'000, 1, measureGrowth},
+#ifdef ORV_BENCHMARK_STORM
         {u"storm"_s, u"What a server sees when many tasks meet an expired token or an overload"_s, 200, 1,
          measureStorm},
         {u"waiting"_s, u"Memory of tasks in a queue that wait for a login"_s, 100'000, 1, measureWaiting},
+#endif
         {u"clients"_s, u"The same small GETs with other clients"_s, 20'000, 5, measureClients},
         {u"client-bodies"_s, u"The same large body with other clients; the count is its size in MB"_s, 256, 9,
          measureClientBodies},

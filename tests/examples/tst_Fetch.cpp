@@ -105,27 +105,6 @@ private Q_SLOTS:
     }
 #endif
 
-    void logsInOncePerExpiredToken()
-    {
-        int logins = 0;
-        int livesLeft = 0;
-        m_server->setHandler([&](const LoopbackRequest& request) {
-            if (request.path == u"/login") {
-                const bool isRight = request.method == "POST" && request.content == credentials.toUtf8();
-                livesLeft = 2;
-                return isRight ? token(u"t%1"_s.arg(++logins)).delayed(30ms) : LoopbackReply(400);
-            }
-            if (--livesLeft < 0 || request.field("Authorization") != "Bearer t" + QByteArray::number(logins))
-                return LoopbackReply(401).withField("WWW-Authenticate", "Bearer");
-            return LoopbackReply(200, "yes");
-        });
-        FetchProcess fetch(loggingIn(u"-o DIR URLa URLb URLc URLd"_s));
-        QCOMPARE(fetch.run(), 0);
-        QCOMPARE(logins, 2);
-        QCOMPARE(files().size(), 4);
-        QCOMPARE(contentOf(u"d"_s), "yes"_ba);
-    }
-
     void keepsSecretsOutOfItsMessages()
     {
         m_server->addReply(u"/login"_s, token(u"n3w-t0ken"_s));

@@ -263,34 +263,6 @@ private Q_SLOTS:
         QTEST(int(m_server->requests().size()), "requests");
     }
 
-    // Under the policy Ignore the program goes on, with a count that starts again.
-    void countsRefusalsAnew()
-    {
-        TestAuthenticator other;
-        auto task = makeWaitingTask();
-        task->setMaxTokenRefusals(2);
-        task->setResponseErrorPolicy(NetworkTask::Ignore);
-        const auto isRefused = [&](TestAuthenticator& authenticator, int requests) {
-            const auto isWaiting = [&] { return task->isPaused() && authenticator.logins > 0; };
-            if (!runUntil(isWaiting))
-                return false;
-            authenticator.succeed("bad");
-            return runUntil([&] { return m_server->requests().size() == requests; });
-        };
-        QVERIFY(isRefused(*m_authenticator, 1));
-        QTRY_VERIFY(task->isPaused());
-        task->setAuthenticator(&other);
-        QVERIFY(isRefused(other, 2) && isRefused(other, 3));
-        QTRY_COMPARE(task->httpResponseStatusCodeNumber(), 401); // two of that one, and no more
-        task->exec();
-        QVERIFY(isRefused(other, 5) && isRefused(other, 6)); // after the last one of before
-        QTRY_COMPARE(task->httpResponseStatusCodeNumber(), 401);
-        QVERIFY(task->isRunning());
-        task->setResponseErrorPolicy(NetworkTask::FinishWithSuccess);
-        task->handleUnauthorizedError();
-        QVERIFY(task->isFinished() && !task->hasError());
-    }
-
     // The end is decided by then. A login would be started, and the task would leave its queue.
     void startsNothingWhileItFinishes()
     {

@@ -1,6 +1,7 @@
 #include <AbstractAuthenticator.h>
 #include <Authenticable.h>
 #include <BaseTask.h>
+#include <BearerLogin.h>
 #include <Cancelable.h>
 #include <DownloadOutput.h>
 #include <Error.h>
