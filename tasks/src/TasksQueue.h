@@ -59,14 +59,15 @@ public:
     /// A gatekeeper's answer about a task.
     struct Admission
     {
+        /// What may happen to the task now.
         enum class Verdict {
             GoOn, ///< It may start or go on.
             Hold, ///< It is held at the gate until that opens; others may go on meanwhile.
             Wait, ///< Neither it nor any other may, until startTasks() is called.
         };
 
-        Verdict verdict = Verdict::GoOn;
-        QByteArray gate; ///< The gate to hold it at; any name.
+        Verdict verdict = Verdict::GoOn; ///< The decision.
+        QByteArray gate;                 ///< The gate to hold it at; any name.
     };
 
     /// What a subclass decides with which tasks may go on, beyond the number of slots.
