@@ -1,5 +1,6 @@
 #include "NetworkTestSupport.h"
 
+#include <QMetaMethod>
 #include <QTimer>
 
 #include <typeinfo>
@@ -33,6 +34,19 @@ QStringList sendWithoutManager(int& argc, char** argv)
     return log.lines + task.events;
 }
 
+// The signals and slots that a class itself declares, in order.
+QStringList methodsOf(const QMetaObject& metaObject)
+{
+    QStringList methods;
+    for (int i = metaObject.methodOffset(); i < metaObject.methodCount(); ++i) {
+        const auto method = metaObject.method(i);
+        const bool isSignal = method.methodType() == QMetaMethod::Signal;
+        methods.append((isSignal ? u"signal "_s : u"slot "_s) +
+                       QString::fromLatin1(method.methodSignature()));
+    }
+    return methods;
+}
+
 } // namespace
 
 class tst_NetworkTask : public QObject
@@ -43,6 +57,18 @@ public:
     QStringList withoutManager;
 
 private Q_SLOTS:
+    void declaresMembersInOrder()
+    {
+        QCOMPARE(
+            methodsOf(NetworkTask::staticMetaObject),
+            (QStringList{u"signal readyRead()"_s, u"signal retried()"_s, u"signal aboutToRetry()"_s,
+                         u"slot read(qlonglong)"_s, u"slot read()"_s, u"slot exec()"_s, u"slot cancel()"_s}));
+        QCOMPARE(methodsOf(AbstractAuthenticator::staticMetaObject),
+                 (QStringList{u"signal authenticating()"_s, u"signal authenticated()"_s,
+                              u"signal error(orv::AbstractAuthenticator::Error)"_s,
+                              u"slot onAuthenticationRequired()"_s, u"slot cancel()"_s}));
+    }
+
     void changesOnlyWhatIsSet()
     {
         TestTask task;
