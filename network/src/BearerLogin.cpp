@@ -1,9 +1,12 @@
 #include "BearerLogin.h"
 
+#include "CurrentException_p.h"
+#include "FieldSyntax_p.h"
 #include "HttpResponseStatusCodesUtils.h"
 #include "NetworkQueue.h"
 #include "NetworkTask.h"
 #include "SslIgnorantNetworkAccessManager.h"
+#include "TimerInterval_p.h"
 
 #include <QCryptographicHash>
 #include <QDataStream>
@@ -16,8 +19,6 @@
 
 #include <algorithm>
 #include <cmath>
-#include <exception>
-#include <limits>
 #include <utility>
 
 namespace orv {
@@ -31,18 +32,12 @@ constexpr milliseconds longestLifetime = 10 * 365 * 24h;
 constexpr std::chrono::seconds longestDelay = 20 * 24h; // a timer can wait
 constexpr milliseconds shortestRefreshedLifetime = 1s;
 
-milliseconds timerInterval(milliseconds time)
-{
-    return std::clamp(time, milliseconds(0), milliseconds(std::numeric_limits<int>::max()));
-}
-
 // Tasks send the token as Latin-1.
 bool isSendable(const QString& token)
 {
-    return std::all_of(token.begin(), token.end(), [](QChar c) {
-        const auto code = c.unicode();
-        return (code >= 0x20 || code == '\t') && code != 0x7f && code <= 0xff;
-    });
+    const bool isLatin1 =
+        std::all_of(token.begin(), token.end(), [](QChar c) { return c.unicode() <= 0xff; });
+    return isLatin1 && isFieldValue(token.toLatin1());
 }
 
 // To recognize credentials without keeping them.
@@ -75,10 +70,8 @@ Result<T> evaluate(Function function, Arguments... arguments)
 {
     try {
         return function(arguments...);
-    } catch (const std::exception& exception) {
-        return orv::Error(ErrorCode::General, QString::fromUtf8(exception.what()));
     } catch (...) {
-        return orv::Error(ErrorCode::General, Task::tr("Unknown exception"));
+        return errorOfCurrentException();
     }
 }
 

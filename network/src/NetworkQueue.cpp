@@ -5,6 +5,7 @@
 #include "NetworkTask_p.h"
 #include "RetryAfter_p.h"
 #include "SslIgnorantNetworkAccessManager.h"
+#include "TimerInterval_p.h"
 
 #include <QCoreApplication>
 #include <QDateTime>
@@ -24,6 +25,7 @@ class NetworkQueue::Private : public QObject, public TasksQueue::Gatekeeper
 public:
     explicit Private(NetworkQueue* queue);
 
+    void share(Task* task) const;
     Admission admit(Task* task) override;
     void onSlotChanged(Task* task, bool holdsSlot) override;
     bool isHeldForLogin(NetworkTask* task);
@@ -38,7 +40,6 @@ public:
 
     NetworkQueue* const q;
 
-    void share(Task* task) const;
     QPointer<AbstractAuthenticator> authenticator;
     QPointer<SslIgnorantNetworkAccessManager> networkAccessManager = new SslIgnorantNetworkAccessManager(
         SslIgnorantNetworkAccessManager::SslMode::Verify, QCoreApplication::instance());
@@ -110,9 +111,9 @@ TasksQueue::Admission NetworkQueue::Private::admit(Task* task)
 
 bool NetworkQueue::Private::isHeldForLogin(NetworkTask* task)
 {
-    auto* login = task->requiresAuthentication() ? task->authenticator() : nullptr;
-    if (!login || login->state() != AbstractAuthenticator::State::Authenticating)
+    if (!task->requiresAuthentication() || !task->d->isLoginUnderWay())
         return false;
+    auto* login = task->authenticator();
     task->d->wasHeldForLogin = true;
     login->callAfterLogin(this, [this, gate = loginGate(login)] { q->openGate(gate); });
     return true;
@@ -156,7 +157,7 @@ void NetworkQueue::Private::wakeAt(milliseconds time)
     if (timer.isActive() && wakeUp <= time)
         return;
     wakeUp = time;
-    timer.start(std::clamp(time - now(), milliseconds(0), milliseconds(std::numeric_limits<int>::max())));
+    timer.start(timerInterval(time - now()));
 }
 
 void NetworkQueue::Private::onWakeUp()

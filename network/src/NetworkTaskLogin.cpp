@@ -10,11 +10,20 @@
 
 namespace orv {
 
+using namespace std::chrono_literals;
+
 namespace {
 
 Error authenticationFailed()
 {
     return Error(ErrorCode::AuthenticationFailed, NetworkTask::tr("Authentication failed"));
+}
+
+// Some authenticators fail without saying why.
+Error errorOfLogin(const AbstractAuthenticator* authenticator)
+{
+    const auto error = authenticator->authenticationError();
+    return error.hasError() ? error : authenticationFailed();
 }
 
 } // namespace
@@ -69,8 +78,9 @@ void NetworkTask::Private::giveUpLoggingIn()
 }
 
 // The token that was refused may have been replaced since it was sent: another login would be needless, and
-// on some servers ends the session of the last one. One attempt without a login for each login: the token of
-// an authenticator that makes another one for each call may still need a login.
+// on some servers ends the session of the last one. One attempt without
+// a login for each login: the token of an authenticator that makes another one for each call may still need a
+// login.
 void NetworkTask::Private::renewToken()
 {
     enterPhase(Phase::LoggingIn); // token() is the program's, and the old reply must not act in it
@@ -88,9 +98,7 @@ void NetworkTask::Private::renewToken()
         return;
     }
     loginOfResend = q->authenticator()->lastLogin();
-    pending = std::make_unique<QObject>(q);
-    QMetaObject::invokeMethod(
-        pending.get(), [this] { sendNewerToken(); }, Qt::QueuedConnection);
+    callAfter(0ms, &Private::sendNewerToken);
 }
 
 void NetworkTask::Private::sendNewerToken()
@@ -138,9 +146,7 @@ void NetworkTask::Private::onAuthenticatorReplaced()
     if (phase != Phase::LoggingIn)
         return;
     enterPhase(Phase::LoggingIn);
-    pending = std::make_unique<QObject>(q);
-    QMetaObject::invokeMethod(
-        pending.get(), [this] { startSending(); }, Qt::QueuedConnection);
+    callAfter(0ms, &Private::startSending);
 }
 
 void NetworkTask::Private::onAccessGranted()
@@ -177,9 +183,7 @@ void NetworkTask::Private::onAuthenticationError(AbstractAuthenticator::Error co
         return;
     if (code == AbstractAuthenticator::Error::TemporaryFailure && retryLogin())
         return;
-    auto error = q->authenticator()->authenticationError();
-    if (!error.hasError()) // an authenticator that fails without saying why
-        error = authenticationFailed();
+    const auto error = errorOfLogin(q->authenticator());
     qCWarning(networkLog) << error;
     qCDebug(networkLog) << "Finishing a task with error";
     q->applyResponseErrorPolicy(error);
@@ -192,9 +196,7 @@ bool NetworkTask::Private::endIfLoginFailed()
     auto* authenticator = q->authenticator();
     if (!requiresAuthentication || !authenticator || !authenticator->hasFailedForGood())
         return false;
-    auto error = authenticator->authenticationError();
-    if (!error.hasError())
-        error = authenticationFailed();
+    const auto error = errorOfLogin(authenticator);
     qCWarning(networkLog) << error;
     enterPhase(Phase::Deciding);
     q->applyResponseErrorPolicy(error);

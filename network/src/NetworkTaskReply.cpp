@@ -215,9 +215,8 @@ void NetworkTask::Private::processNetworkReply()
 // Before the handlers, which may start another attempt.
 void NetworkTask::Private::reportToQueue() const
 {
-    constexpr int serviceUnavailable = 503;
-    if (httpResponseStatusCode != HttpResponseStatusCode::TooManyRequests &&
-        httpResponseStatusCodeNumber != serviceUnavailable)
+    const auto status = responseStatusCodeNumber(exchange->reply());
+    if (status != 429 && status != 503)
         return;
     if (auto* queue = qobject_cast<NetworkQueue*>(q->queue()))
         queue->onServerBusy(*exchange->reply());

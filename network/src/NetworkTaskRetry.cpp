@@ -4,6 +4,7 @@
 #include "NetworkTask_p.h"
 #include "Redaction_p.h"
 #include "RetryAfter_p.h"
+#include "TimerInterval_p.h"
 
 #include <TasksQueue.h>
 
@@ -140,7 +141,7 @@ void NetworkTask::Private::watchDeadline()
         watch->setTimerType(Qt::PreciseTimer);
         QObject::connect(watch.get(), &QTimer::timeout, watch.get(), [this] { onDeadline(); });
     }
-    watch->start(std::clamp(*left, milliseconds(0), RetryWait::longest()));
+    watch->start(timerInterval(*left));
 }
 
 void NetworkTask::Private::stopWatchingDeadline()

@@ -1,5 +1,7 @@
 // Building a request, authorizing it and sending it.
 
+#include "CurrentException_p.h"
+#include "FieldSyntax_p.h"
 #include "NetworkLog_p.h"
 #include "NetworkRequest_p.h"
 #include "NetworkTask_p.h"
@@ -15,11 +17,7 @@
 #include <QLibraryInfo>
 #include <QVersionNumber>
 
-#include <algorithm>
-#include <array>
-#include <cstddef>
 #include <functional>
-#include <string_view>
 #include <utility>
 
 namespace orv {
@@ -27,38 +25,6 @@ namespace orv {
 using namespace std::chrono_literals;
 
 namespace {
-
-// RFC 9110, 5.6.2
-constexpr bool isTokenCharacter(unsigned char c)
-{
-    constexpr std::string_view others = "!#$%&'*+-.^_`|~";
-    return (c >= '0' && c <= '9') || (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') ||
-           others.find(static_cast<char>(c)) != std::string_view::npos;
-}
-
-constexpr auto tokenCharacters = [] {
-    std::array<bool, 256> table{};
-    for (std::size_t c = 0; c < table.size(); ++c)
-        table.at(c) = isTokenCharacter(static_cast<unsigned char>(c));
-    return table;
-}();
-
-bool isToken(const QByteArray& text)
-{
-    return !text.isEmpty() && std::all_of(text.begin(), text.end(), [](char c) {
-        return tokenCharacters[static_cast<unsigned char>(c)];
-    });
-}
-
-// Qt up to 6.7 writes names and values as they are, so a line break would begin another field; later versions
-// drop such a field and send the request without it.
-bool isFieldValue(const QByteArray& text)
-{
-    return std::none_of(text.begin(), text.end(), [](char c) {
-        const auto code = static_cast<unsigned char>(c);
-        return (code < 0x20 && c != '\t') || code == 0x7f;
-    });
-}
 
 bool isField(const QByteArray& name, const QByteArray& value)
 {
@@ -195,9 +161,15 @@ void NetworkTask::Private::scheduleSending()
     const auto delay = takeTimeToWait();
     enterPhase(Phase::Delayed);
     isSentAgain = false;
-    pending = std::make_unique<Delay>(delay, q, [this] { startSending(); });
+    callAfter(delay, &Private::startSending);
     if (delay > std::chrono::milliseconds(0) || std::exchange(isStartedWithoutSlot, false))
         q->pause();
+}
+
+// Continues the phase with @p step, unless something else happens before.
+void NetworkTask::Private::callAfter(std::chrono::milliseconds delay, void (Private::*step)())
+{
+    pending = std::make_unique<Delay>(delay, q, [this, step] { (this->*step)(); });
 }
 
 // Called when what the task waited for is over.
@@ -235,7 +207,7 @@ void NetworkTask::resume()
         return;
     Task::resume();
     if (d->isWaitOver && isRunning() && !isPaused())
-        d->pending = std::make_unique<Delay>(0ms, this, [this] { d->startSending(); });
+        d->callAfter(0ms, &Private::startSending);
 }
 
 // An exception from code that is not ours would leave the task in a phase in which nothing is pending.
@@ -244,13 +216,9 @@ void NetworkTask::Private::endIfThrown(const std::function<void()>& step)
     const ForeignCall call(calls);
     try {
         step();
-    } catch (const std::exception& exception) {
-        if (call.isTaskAlive())
-            q->finish(Error(ErrorCode::General, QString::fromUtf8(exception.what())));
-        throw;
     } catch (...) {
         if (call.isTaskAlive())
-            q->finish(Error(ErrorCode::General, Task::tr("Unknown exception")));
+            q->finish(errorOfCurrentException());
         throw;
     }
 }

@@ -48,6 +48,7 @@ public:
 
     // Sending
     void scheduleSending();
+    void callAfter(std::chrono::milliseconds delay, void (Private::*step)());
     void startSending();
     bool goOn();
     void endIfThrown(const std::function<void()>& step);
@@ -194,9 +195,9 @@ public:
 
     // The login
     QString sentToken;         // as doAuthenticateRequest() put it into the last request; empty if it did not
-    bool isTokenNew = false;   // got by a login, and not sent yet
-    bool isTokenFresh = false; // got after another was refused or missing, and not refused itself
-    int refusedTokens = 0;     // fresh ones of this authenticator, since the program called exec()
+    bool isTokenNew = false;              // got by a login, and not sent yet
+    bool isTokenFresh = false;            // got after another was refused or missing, and not refused itself
+    int refusedTokens = 0;                // fresh ones of this authenticator, since the program called exec()
     std::optional<quint64> loginOfResend; // the last one when a newer token was sent without a login
 };
 

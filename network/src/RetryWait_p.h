@@ -1,8 +1,9 @@
 #pragma once
 
+#include "TimerInterval_p.h"
+
 #include <algorithm>
 #include <chrono>
-#include <limits>
 
 namespace orv {
 
@@ -15,18 +16,13 @@ struct RetryWait
     std::chrono::milliseconds retryAfter{0}; ///< How long the server asks to wait.
     std::chrono::seconds maxRetryAfter{0};   ///< How much of that counts.
 
-    /// The longest time: as much as a timer takes, 24.8 days.
-    static constexpr std::chrono::milliseconds longest()
-    {
-        return std::chrono::milliseconds(std::numeric_limits<int>::max());
-    }
-
-    /// The delay less the random part of its jitter, or what the server asks for if that is longer.
+    /// The delay less the random part of its jitter, or what the server asks for if that is longer; at most
+    /// as long as a timer takes.
     std::chrono::milliseconds time() const
     {
         using namespace std::chrono;
         const auto limited = [](seconds time) {
-            return milliseconds(std::clamp(time, seconds(0), duration_cast<seconds>(longest())));
+            return milliseconds(std::clamp(time, seconds(0), duration_cast<seconds>(longestTimerInterval)));
         };
         const duration<double, std::milli> own = limited(delay) * (1 - jitter * random);
         return std::max(duration_cast<milliseconds>(own), std::min(retryAfter, limited(maxRetryAfter)));

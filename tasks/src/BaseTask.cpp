@@ -1,6 +1,7 @@
 #include "BaseTask.h"
 
 #include "BaseTask_p.h"
+#include "CurrentException_p.h"
 #include "TasksLog_p.h"
 #include "TasksQueue.h"
 

@@ -42,9 +42,6 @@ struct TaskLink
     qint64 sequence = 0;
 };
 
-/// The exception that is being handled, as the error that a task ends with. For use in a catch block.
-Error errorOfCurrentException();
-
 class BaseTask::Private
 {
 public:

@@ -1,28 +1,14 @@
 #include "Task.h"
 
 #include "BaseTask_p.h"
+#include "CurrentException_p.h"
 #include "TasksLog_p.h"
 #include "TasksQueue.h"
 
 #include <QDebug>
 #include <QPointer>
 
-#include <exception>
-
 namespace orv {
-
-Error errorOfCurrentException()
-{
-    QString text;
-    try {
-        throw;
-    } catch (const std::exception& exception) {
-        text = QString::fromUtf8(exception.what());
-    } catch (...) {
-        text = Task::tr("Unknown exception");
-    }
-    return Error(ErrorCode::General, text).ecatch(Q_FUNC_INFO, __FILE__, __LINE__);
-}
 
 Task::Task(QObject* parent)
     : BaseTask(parent)
@@ -34,7 +20,7 @@ Task::~Task()
     if (d->queue)
         d->queue->onTaskDestroyed(this);
     if (d->queue) // an override that does not call its base
-        d->queue->forget(this);
+        d->queue->TasksQueue::onTaskDestroyed(this);
 }
 
 void Task::setPriority(int priority)

@@ -434,10 +434,4 @@ void TasksQueue::stopWaitingForSlot(BaseTask* task)
         d->activate(t->link);
 }
 
-void TasksQueue::forget(Task* task)
-{
-    if (d->holds(task))
-        d->release(task);
-}
-
 } // namespace orv

@@ -165,7 +165,6 @@ private:
     void onTaskStateChanged(BaseTask* task);
     bool mayGoOn(BaseTask* task);
     void stopWaitingForSlot(BaseTask* task);
-    void forget(Task* task);
 
     class Private;
     std::unique_ptr<Private> d;
