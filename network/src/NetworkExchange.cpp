@@ -35,8 +35,9 @@ void abortUnlessFailed(QNetworkReply* reply)
 }
 
 // With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
-// 6.8). Qt fails those with the first of these errors, from 6.11 on with the last one and this text, and
-// those that still waited for the connection with the second.
+// 6.8). Qt fails those with the first of these errors, from 6.11 on with the third one and this text, and
+// those that still waited for the connection with the second. With REFUSED_STREAM, a server says it of a
+// single request (RFC 9113, 8.7).
 bool isLeftByServer(const QNetworkReply& reply)
 {
     switch (reply.error()) {
@@ -45,6 +46,8 @@ bool isLeftByServer(const QNetworkReply& reply)
         return true;
     case QNetworkReply::RemoteHostClosedError:
         return reply.errorString() == QLatin1String("Remote host signaled shutdown");
+    case QNetworkReply::ProtocolFailure:
+        return reply.errorString() == QLatin1String("Server refused a stream");
     default:
         return false;
     }

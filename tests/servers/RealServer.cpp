@@ -18,7 +18,7 @@ using namespace Qt::StringLiterals;
 
 namespace {
 
-// %1 to %3 stand for the ports, %4 for the directory.
+// %1 to %4 stand for the ports, %5 for the directory.
 
 // "user root": when started by root, workers must also run as root to be able to read the directory.
 constexpr auto NGINX = R"(
@@ -36,7 +36,7 @@ http {
   scgi_temp_path scgi;
   ssl_certificate certificate.pem;
   ssl_certificate_key key.pem;
-  root %4;
+  root %5;
   server {
     listen 127.0.0.1:%1;
     listen 127.0.0.1:%2 ssl http2;
@@ -48,21 +48,27 @@ http {
     keepalive_requests 10;
     location /post { return 200 posted; }
   }
+  server {
+    listen 127.0.0.1:%4 ssl http2;
+    http2_max_concurrent_streams 1;
+    location /post { return 200 posted; access_log %5/posts; }
+  }
 }
 )";
 
 constexpr auto LIGHTTPD = R"(
 server.modules = ("mod_openssl", "mod_deflate")
-server.document-root = "%4"
-server.errorlog = "%4/error.log"
-server.upload-dirs = ("%4")
+server.document-root = "%5"
+server.errorlog = "%5/error.log"
+server.upload-dirs = ("%5")
 server.bind = "127.0.0.1"
 server.port = %1
 $HTTP["url"] == "/long" { deflate.mimetypes = ("") deflate.allowed-encodings = ("gzip") }
-ssl.pemfile = "%4/certificate.pem"
-ssl.privkey = "%4/key.pem"
+ssl.pemfile = "%5/certificate.pem"
+ssl.privkey = "%5/key.pem"
 $SERVER["socket"] == "127.0.0.1:%2" { ssl.engine = "enable" }
 $SERVER["socket"] == "127.0.0.1:%3" { ssl.engine = "enable" server.max-keep-alive-requests = 10 }
+$SERVER["socket"] == "127.0.0.1:%4" { ssl.engine = "enable" }
 )";
 
 QString program(const QString& name)
@@ -72,13 +78,14 @@ QString program(const QString& name)
     return found.isEmpty() ? QStandardPaths::findExecutable(name) : found;
 }
 
-// All three servers exist at the same time, so the system gives them different ports.
-std::array<quint16, 3> freePorts()
+// All servers exist at the same time, so the system gives them different ports.
+std::array<quint16, 4> freePorts()
 {
-    std::array<QTcpServer, 3> servers;
+    std::array<QTcpServer, 4> servers;
     for (auto& server : servers)
         server.listen(QHostAddress::LocalHost);
-    return {servers[0].serverPort(), servers[1].serverPort(), servers[2].serverPort()};
+    return {servers[0].serverPort(), servers[1].serverPort(), servers[2].serverPort(),
+            servers[3].serverPort()};
 }
 
 } // namespace
@@ -121,6 +128,11 @@ QString RealServer::url(Port port, const QString& path) const
     return u"%1://127.0.0.1:%2%3"_s.arg(scheme).arg(m_ports.at(port)).arg(path);
 }
 
+qsizetype RealServer::loggedPosts() const
+{
+    return readFile(path(u"posts"_s)).count('\n');
+}
+
 QByteArray RealServer::longText()
 {
     return QByteArray("All work and no play.\n").repeated(20000);
@@ -153,6 +165,7 @@ QString RealServer::configuration() const
         .arg(m_ports[Plain])
         .arg(m_ports[Tls])
         .arg(m_ports[Limited])
+        .arg(m_ports[Refusing])
         .arg(m_directory.path());
 }
 

@@ -6,9 +6,10 @@
 
 #include <array>
 
-/// A private nginx or lighttpd with its own directory, on three ports of 127.0.0.1: plain HTTP, HTTP/2 over
-/// TLS with a self-signed certificate, and the same with connections that end after 10 requests. The server
-/// is terminated with this object or with this process.
+/// A private nginx or lighttpd with its own directory, on four ports of 127.0.0.1: plain HTTP, HTTP/2 over
+/// TLS with a self-signed certificate, the same with connections that end after 10 requests, and with nginx
+/// the same with one stream at a time, where others are refused. The server is terminated with this object or
+/// with this process.
 ///
 ///   /text      the text "Hello from a server.\n"
 ///   /random    a megabyte, the same as content()
@@ -19,7 +20,7 @@ class RealServer
 {
 public:
     enum Kind { Nginx, Lighttpd };
-    enum Port { Plain, Tls, Limited };
+    enum Port { Plain, Tls, Limited, Refusing };
 
     explicit RealServer(Kind kind);
     ~RealServer();
@@ -32,6 +33,8 @@ public:
     QString start();
     QString url(Port port, const QString& path) const;
     const QByteArray& content() const { return m_content; }
+    /// How many requests for /post the server has processed at the port Refusing.
+    qsizetype loggedPosts() const;
     static QByteArray longText();
 
 private:
@@ -46,5 +49,5 @@ private:
     QTemporaryDir m_directory;
     QProcess m_process;
     QByteArray m_content;
-    std::array<quint16, 3> m_ports{};
+    std::array<quint16, 4> m_ports{};
 };

@@ -24,6 +24,7 @@ struct Scenario
     QByteArray content = "Hello from a server.\n";
     NetworkRequest::Method method = NetworkRequest::Method::Get;
     bool isHttp2 = false;
+    bool isCareful = false;
 };
 
 /// Lets a task use HTTP/2 although the server closes connections (GOAWAY). Qt loses requests that are started
@@ -111,6 +112,12 @@ private Q_SLOTS:
                                                        .content = "posted",
                                                        .method = NetworkRequest::Method::Post,
                                                        .isHttp2 = true});
+        row("nginx: HTTP/2, refused streams, careful POST", {.port = Refusing,
+                                                             .path = u"/post"_s,
+                                                             .content = "posted",
+                                                             .method = NetworkRequest::Method::Post,
+                                                             .isHttp2 = true,
+                                                             .isCareful = true});
     }
 
     void losesNoTask()
@@ -129,7 +136,9 @@ private Q_SLOTS:
             task->setNetworkAccessManager(&manager);
             task->setDelayPolicy(Retriable::DelayPolicy::None);
             task->setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
-            surviveGoAway(*task);
+            task->setUnsafeRetriesEnabled(!scenario.isCareful);
+            if (scenario.port == RealServer::Limited)
+                surviveGoAway(*task);
             connect(task.get(), &NetworkTask::finished, this, [&] { ++ends; });
             task->exec();
         }
@@ -145,6 +154,8 @@ private Q_SLOTS:
             isOverHttp2 |= reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool();
         }
         QCOMPARE(isOverHttp2, scenario.isHttp2);
+        if (scenario.isCareful)
+            QTRY_COMPARE(m_servers.at(scenario.kind)->loggedPosts(), tasks.size());
     }
 
 private:
