@@ -45,12 +45,7 @@ void DownloadTask::onStarted()
 
 void DownloadTask::onUnauthorized()
 {
-    const bool wasTokenSent = requiresAuthentication();
     setRequiresAuthentication(authenticator());
-    if (!wasTokenSent && hasToken()) { // another download has logged in meanwhile
-        exec();
-        return;
-    }
     m_needsLogin = true;
     handleUnauthorizedError();
 }

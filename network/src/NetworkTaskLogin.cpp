@@ -77,16 +77,16 @@ void NetworkTask::Private::giveUpLoggingIn()
     q->applyResponseErrorPolicy(error);
 }
 
-// The token that was refused may have been replaced since it was sent: another login would be needless, and
-// on some servers ends the session of the last one. One attempt without
+// The token that was refused, or was not sent before the handler asked for one, may have been replaced since:
+// another login would be needless, and on some servers ends the session of the last one. One attempt without
 // a login for each login: the token of an authenticator that makes another one for each call may still need a
 // login.
 void NetworkTask::Private::renewToken()
 {
     enterPhase(Phase::LoggingIn); // token() is the program's, and the old reply must not act in it
     auto* authenticator = q->authenticator();
-    const bool mayBeOld =
-        !sentToken.isEmpty() && !isLoginUnderWay() && loginOfResend != authenticator->lastLogin();
+    const bool mayBeOld = requiresAuthentication && sentToken && !isLoginUnderWay() &&
+                          loginOfResend != authenticator->lastLogin();
     const ForeignCall call(calls);
     QString token;
     if (mayBeOld)

@@ -235,7 +235,9 @@ void NetworkTask::Private::sendRequest()
         q->finish(refusal);
         return;
     }
-    sentToken.clear();
+    sentToken.reset();
+    if (!requiresAuthentication)
+        sentToken.emplace();
     const ForeignCall call(calls);
     const bool isAuthorized = !requiresAuthentication || authorize(networkRequest);
     if (!call)

@@ -194,7 +194,8 @@ public:
     bool isAppendedAgain = false; // and the queue is being given the task for it
 
     // The login
-    QString sentToken;         // as doAuthenticateRequest() put it into the last request; empty if it did not
+    std::optional<QString> sentToken;     // in the last request; empty if it was sent without authentication,
+                                          // none if a subclass authorized it in its own way
     bool isTokenNew = false;              // got by a login, and not sent yet
     bool isTokenFresh = false;            // got after another was refused or missing, and not refused itself
     int refusedTokens = 0;                // fresh ones of this authenticator, since the program called exec()
