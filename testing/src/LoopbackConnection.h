@@ -30,6 +30,9 @@ public:
     /// Closes at once and deletes the connection as soon as none of its functions is on the stack.
     void drop();
 
+    /// Whether a request has arrived and the reply to it is still being sent.
+    bool isReplying() const { return m_state == State::Answering || m_state == State::Replying; }
+
 Q_SIGNALS:
     /// The connection has ended without drop() and is about to be deleted.
     void closed();

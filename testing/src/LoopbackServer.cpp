@@ -247,4 +247,11 @@ int LoopbackServer::connectionCount() const
     return d->connectionCount;
 }
 
+int LoopbackServer::openRequestCount() const
+{
+    return static_cast<int>(
+        std::count_if(d->connections.begin(), d->connections.end(),
+                      [](const LoopbackConnection* connection) { return connection->isReplying(); }));
+}
+
 } // namespace orv

@@ -88,6 +88,10 @@ public:
     /// How many connections have been accepted since construction, including those whose TLS handshake
     /// failed.
     int connectionCount() const;
+    /// How many requests are being answered: they are complete, and the reply, unless it is a silence, has
+    /// not been handed to the operating system as a whole. In the handler this includes its own request, and
+    /// maybe some of clients that have just gone away.
+    int openRequestCount() const;
 
 Q_SIGNALS:
     /// A connection was accepted; nothing has been read from it yet. @p connection is 1 for the first one.
