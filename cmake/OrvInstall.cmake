@@ -4,6 +4,9 @@ include_guard(GLOBAL)
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)
 
+# Builds what is installed and nothing else.
+add_custom_target(orv_installed)
+
 set(ORV_CMAKE_DIR ${CMAKE_INSTALL_LIBDIR}/cmake/OrvNetwork)
 set(ORV_INCLUDE_DIR ${CMAKE_INSTALL_INCLUDEDIR}/orv_network)
 
@@ -14,6 +17,7 @@ function(orv_install_library target)
     cmake_parse_arguments(PARSE_ARGV 1 arg "" "ALIAS;DESCRIPTION" "LINK;LINK_PRIVATE")
     set_target_properties(${target} PROPERTIES
         INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>") # the libraries are installed side by side
+    add_dependencies(orv_installed ${target})
     install(TARGETS ${target} EXPORT Orv${arg_ALIAS}Targets
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Runtime NAMELINK_COMPONENT Development
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT Development
@@ -33,6 +37,7 @@ function(orv_install_program target)
     file(RELATIVE_PATH to_libraries ${CMAKE_INSTALL_FULL_BINDIR} ${CMAKE_INSTALL_FULL_LIBDIR})
     set_target_properties(${target} PROPERTIES
         INSTALL_RPATH "$<IF:$<PLATFORM_ID:Darwin>,@loader_path,$ORIGIN>/${to_libraries}")
+    add_dependencies(orv_installed ${target})
     install(TARGETS ${target} DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Tools)
 endfunction()
 
