@@ -28,25 +28,28 @@ function(orv_configure_target target)
         CXX_SCAN_FOR_MODULES OFF # it takes longer than some of the sources
         CXX_VISIBILITY_PRESET hidden
         VISIBILITY_INLINES_HIDDEN ON)
-    if(TARGET orv_precompiled AND NOT target STREQUAL orv_precompiled)
-        target_precompile_headers(${target} REUSE_FROM orv_precompiled)
+    if(TARGET orv_precompiled)
+        target_compile_options(${target} PRIVATE -fPIC) # in programs, too: with the same options as the headers
+        if(NOT target STREQUAL orv_precompiled)
+            target_precompile_headers(${target} REUSE_FROM orv_precompiled)
+        endif()
     endif()
 endfunction()
 
 # orv_add_precompiled_headers()
 #
 # Most of the time to compile a file goes into headers of Qt and the standard library, so those in precompiled.h are
-# compiled once, for all targets that are declared later. All are compiled with the same options, since Qt asks for
-# position-independent code in programs, too. The preset "lint" does without, and so finds what a file forgets to include.
+# compiled once, for all targets that are declared later. The preset "lint" does without, and so finds what a file
+# forgets to include.
 function(orv_add_precompiled_headers)
-    if(CMAKE_DISABLE_PRECOMPILE_HEADERS OR NOT CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
+    if(CMAKE_DISABLE_PRECOMPILE_HEADERS OR WIN32 OR NOT CMAKE_CXX_COMPILER_ID MATCHES "GNU|Clang")
         return()
     endif()
     set(stub ${CMAKE_CURRENT_BINARY_DIR}/precompiled.cpp)
     file(CONFIGURE OUTPUT ${stub} CONTENT "")
     add_library(orv_precompiled OBJECT ${stub})
     orv_configure_target(orv_precompiled)
-    set_target_properties(orv_precompiled PROPERTIES AUTOMOC OFF POSITION_INDEPENDENT_CODE ON)
+    set_target_properties(orv_precompiled PROPERTIES AUTOMOC OFF)
     target_link_libraries(orv_precompiled PRIVATE Qt6::Core)
     foreach(library IN ITEMS Qt6::Network QCoro6::Coro) # without their definitions, which not all targets have
         target_include_directories(orv_precompiled SYSTEM PRIVATE
