@@ -93,6 +93,13 @@
     </message>
 </context>
 <context>
+    <name>orv::LoopbackProxy</name>
+    <message>
+        <source>The loopback proxy is listening already</source>
+        <translation>Der Loopback-Proxy nimmt bereits Verbindungen an</translation>
+    </message>
+</context>
+<context>
     <name>orv::LoopbackServer</name>
     <message>
         <source>The loopback server is listening already</source>

@@ -93,6 +93,13 @@
     </message>
 </context>
 <context>
+    <name>orv::LoopbackProxy</name>
+    <message>
+        <source>The loopback proxy is listening already</source>
+        <translation>Le proxy de bouclage est déjà à l’écoute</translation>
+    </message>
+</context>
+<context>
     <name>orv::LoopbackServer</name>
     <message>
         <source>The loopback server is listening already</source>

@@ -6,10 +6,12 @@
 #include <BearerLogin.h>
 #include <DownloadOutput.h>
 #include <FileDownloadTask.h>
+#include <LoopbackProxy.h>
 #include <NetworkConstants.h>
 #include <NetworkQueue.h>
 #include <NetworkRequest.h>
 #include <Result.h>
+#include <SslIgnorantNetworkAccessManager.h>
 #include <Task.h>
 #include <TasksQueue.h>
 
@@ -18,6 +20,7 @@
 #include <QFile>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QNetworkProxy>
 #include <QPointer>
 #include <QtConcurrent>
 #include <QTemporaryDir>
@@ -267,6 +270,24 @@ QByteArray tokenOfSecond(const std::function<void(QString)>& send)
     return seen;
 }
 
+QStringList requestsThroughProxy(QNetworkAccessManager& manager, const std::function<void(QString)>& send,
+                                 const LoopbackServer& server)
+{
+    QStringList requests;
+    const auto run = [&] {
+        //! [LoopbackProxy.h]
+        LoopbackProxy proxy(LoopbackProxy::Protocol::Socks5);
+        if (proxy.listen().hasError())
+            return;
+        manager.setProxy(proxy.proxy());
+        send(QStringLiteral("http://server.test:%1/hello").arg(server.port()));
+        requests = proxy.requests(); // "SOCKS server.test:" and the port
+        //! [LoopbackProxy.h]
+    };
+    run();
+    return requests;
+}
+
 } // namespace
 
 void Snippets::headerSnippets()
@@ -321,6 +342,16 @@ void Snippets::headerSnippets()
         QVERIFY(succeeds(&get));
     };
     QCOMPARE(tokenOfSecond(sendThrough), "Bearer t");
+
+    SslIgnorantNetworkAccessManager manager;
+    const auto sendByManager = [this, &manager](const QString& url) {
+        NetworkTask get(url);
+        get.setNetworkAccessManager(&manager);
+        get.exec();
+        QVERIFY(succeeds(&get));
+    };
+    QCOMPARE(requestsThroughProxy(manager, sendByManager, *m_server),
+             QStringList(u"SOCKS server.test:%1"_s.arg(m_server->port())));
 }
 
 #include "headers.moc"

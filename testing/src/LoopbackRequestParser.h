@@ -23,6 +23,8 @@ public:
     Progress advance();
     /// Returns the complete request and gets ready for the next one.
     LoopbackRequest take();
+    /// How many of the bytes appended belong to later requests, if a request is complete.
+    qsizetype unusedSize() const { return m_buffer.size() - m_begin; }
 
 private:
     enum class Part { StartLine, Fields, Content, ChunkSize, ChunkData, ChunkEnd, Trailer, End };
