@@ -4,10 +4,20 @@
 
 namespace orv {
 
+namespace {
+
+bool isPlainSuccess(const Error& error)
+{
+    return !error.hasError() && error.errorMessage().isEmpty() && !error.errorDetails().isValid() &&
+           error.warnings().isEmpty() && error.catchTrail().isEmpty();
+}
+
+} // namespace
+
 class ErrorCancelable::Private
 {
 public:
-    Error error;
+    std::unique_ptr<const Error> error; // null: a plain success, which most objects have all their life
     bool isCanceled = false;
 };
 
@@ -31,17 +41,17 @@ void ErrorCancelable::setCanceled(bool canceled)
 
 bool ErrorCancelable::hasError() const
 {
-    return d->error.hasError();
+    return d->error && d->error->hasError();
 }
 
 Error ErrorCancelable::error() const
 {
-    return d->error;
+    return d->error ? *d->error : Error();
 }
 
 void ErrorCancelable::setError(Error error)
 {
-    d->error = std::move(error);
+    d->error = isPlainSuccess(error) ? nullptr : std::make_unique<const Error>(std::move(error));
 }
 
 } // namespace orv

@@ -1,7 +1,5 @@
 #include "InactivityTimer_p.h"
 
-#include "NetworkConstants.h"
-
 #include <QPointer>
 #include <QTimer>
 
@@ -15,10 +13,11 @@ namespace {
 class CallingTimer : public QTimer
 {
 public:
-    CallingTimer(QObject* parent, std::function<void()> onTimeout)
+    CallingTimer(QObject* parent, const std::function<void()>& onTimeout)
         : QTimer(parent)
-        , m_onTimeout(std::move(onTimeout))
+        , m_onTimeout(onTimeout)
     {
+        setSingleShot(true);
     }
 
 protected:
@@ -28,21 +27,20 @@ protected:
         QTimer::timerEvent(event);
         if (!self)
             return;
-        const auto onTimeout = m_onTimeout;
+        const auto onTimeout = m_onTimeout; // it may delete the original
         onTimeout();
     }
 
 private:
-    const std::function<void()> m_onTimeout;
+    const std::function<void()>& m_onTimeout;
 };
 
 } // namespace
 
 InactivityTimer::InactivityTimer(QObject* parent, std::function<void()> onTimeout)
-    : m_timer(new CallingTimer(parent, std::move(onTimeout)))
+    : m_parent(parent)
+    , m_onTimeout(std::move(onTimeout))
 {
-    m_timer->setSingleShot(true);
-    m_timer->setInterval(network::DEFAULT_TIMEOUT);
 }
 
 InactivityTimer::~InactivityTimer()
@@ -55,6 +53,8 @@ void InactivityTimer::start(int limit)
     stop();
     if (limit < 0)
         return;
+    if (!m_timer)
+        m_timer = new CallingTimer(m_parent, m_onTimeout);
     m_timer->setInterval(limit);
     m_isEnabled = true;
     startAnew();
@@ -62,27 +62,33 @@ void InactivityTimer::start(int limit)
 
 void InactivityTimer::suspend()
 {
-    m_timer->stop();
+    if (m_timer)
+        m_timer->stop();
 }
 
 void InactivityTimer::stop()
 {
     m_isEnabled = false;
-    m_timer->stop();
+    suspend();
 }
 
 void InactivityTimer::extend()
 {
-    if (m_timer->isActive() && m_sinceStart.hasExpired(m_timer->interval() / 100))
+    if (isRunning() && m_sinceStart.hasExpired(m_timer->interval() / 100))
         startAnew();
 }
 
 void InactivityTimer::restart()
 {
-    if (m_timer->isActive())
+    if (isRunning())
         extend();
     else if (m_isEnabled)
         startAnew();
+}
+
+bool InactivityTimer::isRunning() const
+{
+    return m_timer && m_timer->isActive();
 }
 
 void InactivityTimer::startAnew()

@@ -16,8 +16,8 @@ namespace orv {
 class InactivityTimer
 {
 public:
-    /// Makes a stopped timer with the default time-out, as a child of @p parent. @p onTimeout is called after
-    /// the timer's timeout(), and may delete this object.
+    /// A stopped timer. Its QTimer is made when it is started first, as a child of @p parent. @p onTimeout is
+    /// called after the timer's timeout(), and may delete this object.
     InactivityTimer(QObject* parent, std::function<void()> onTimeout);
     ~InactivityTimer();
     InactivityTimer(const InactivityTimer&) = delete;
@@ -36,9 +36,12 @@ public:
     void restart();
 
 private:
+    bool isRunning() const;
     void startAnew();
 
-    QTimer* const m_timer;
+    QObject* const m_parent;
+    const std::function<void()> m_onTimeout;
+    QTimer* m_timer = nullptr;
     QElapsedTimer m_sinceStart;
     bool m_isEnabled = false;
 };

@@ -197,11 +197,11 @@ private Q_SLOTS:
         auto task = makeTask();
         task->setNetworkAccessManager(&manager);
         task->setTimeout(10s); // is extended in steps of a hundredth
-        auto* timer = task->findChild<QTimer*>();
-        timer->setTimerType(Qt::PreciseTimer);
         task->change([&](auto& request) { request.streaming = isStreaming; });
         task->exec();
         QTRY_VERIFY(reply);
+        auto* timer = task->findChild<QTimer*>();
+        timer->setTimerType(Qt::PreciseTimer);
         QTest::qWait(150);
         QTimer other; // which ends before one that is started after it
         other.setTimerType(Qt::PreciseTimer);
