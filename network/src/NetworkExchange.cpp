@@ -2,10 +2,10 @@
 
 #include "HttpResponseStatusCodesUtils.h"
 #include "InactivityTimer_p.h"
+#include "SslIgnorantNetworkAccessManager.h"
 
 #include <QCoreApplication>
 #include <QMetaMethod>
-#include <QNetworkAccessManager>
 #include <QThread>
 
 #include <algorithm>
@@ -32,6 +32,11 @@ void abortUnlessFailed(QNetworkReply* reply)
 {
     if (reply->error() == QNetworkReply::NoError)
         reply->abort();
+}
+
+bool isOfQtHttp(const QNetworkReply& reply)
+{
+    return reply.inherits("QNetworkReplyHttpImpl");
 }
 
 // With GOAWAY, an HTTP/2 server says which requests on a connection it has not begun to process (RFC 9113,
@@ -97,7 +102,8 @@ QByteArray readAvailable(QNetworkReply* reply)
 } // namespace
 
 NetworkExchange::NetworkExchange(InactivityTimer& timer, ForeignCalls& calls, Listener& listener)
-    : m_timer(timer)
+    : m_managerWatch([this] { m_listener.onTransportLost(); })
+    , m_timer(timer)
     , m_calls(calls)
     , m_listener(listener)
 {
@@ -124,6 +130,7 @@ void NetworkExchange::setReply(QNetworkReply* reply, QObject* parent, bool isStr
     if (reply == previous)
         return;
     m_bytesReported = m_bytesTaken = 0;
+    m_wasSent = false;
     const auto previousLevel = std::exchange(m_loopLevel, loopLevel());
     disposeReply(previous, std::exchange(m_content, nullptr), previousLevel); // may delete this
 }
@@ -138,6 +145,7 @@ void NetworkExchange::connectReply()
     const auto operation = m_reply->operation();
     if (operation != QNetworkAccessManager::GetOperation && operation != QNetworkAccessManager::HeadOperation)
         connect(m_reply, &QNetworkReply::uploadProgress, this, [this] { m_timer.extend(); });
+    connect(m_reply, &QNetworkReply::requestSent, this, [this] { m_wasSent = true; });
     connect(m_reply, &QNetworkReply::readyRead, this, [this] { m_listener.onContentArrived(); });
     m_replyDestroyed = connect(m_reply, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
     // While a slot keeps this thread busy, Qt's own thread continues to receive, up to the whole content.
@@ -173,9 +181,9 @@ void NetworkExchange::setSent(NetworkRequest::Method method, QHttpMultiPart* con
     m_content = content;
 }
 
-QMetaObject::Connection NetworkExchange::awaitCompletion(QNetworkAccessManager* manager)
+QMetaObject::Connection NetworkExchange::awaitCompletion(SslIgnorantNetworkAccessManager* manager)
 {
-    connect(manager, &QObject::destroyed, this, [this] { m_listener.onTransportLost(); });
+    manager->watchDestruction(m_managerWatch);
     if (m_reply->isFinished())
         announceCompletion();
     return connect(m_reply, &QNetworkReply::finished, this, &NetworkExchange::announceCompletion);
@@ -277,7 +285,7 @@ bool NetworkExchange::isContentShort() const
 // arrives for the whole. A server that sends no field at all looks the same.
 bool NetworkExchange::isHeadLost() const
 {
-    return m_reply->rawHeaderPairs().isEmpty() && m_reply->inherits("QNetworkReplyHttpImpl") &&
+    return m_reply->rawHeaderPairs().isEmpty() && isOfQtHttp(*m_reply) &&
            !m_reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool() && mayHaveContent();
 }
 
@@ -289,6 +297,14 @@ bool NetworkExchange::isUnprocessed() const
     const auto sent = m_reply->request();
     return sent.url().scheme() == QLatin1String("https") && m_reply->url() == sent.url() &&
            sent.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool();
+}
+
+// When a connection breaks in the middle of a reply, Qt also fails the requests that wait for one of the
+// connections to that host. Of content, a part may have been sent.
+bool NetworkExchange::wasLeftUnsent() const
+{
+    return m_reply && isOfQtHttp(*m_reply) && !m_wasSent && m_method != NetworkRequest::Method::Post &&
+           m_reply->error() == QNetworkReply::RemoteHostClosedError && responseStatusCodeNumber(m_reply) == 0;
 }
 
 // RFC 9110, 9.2.2: a method that is not idempotent only if the request was not processed.

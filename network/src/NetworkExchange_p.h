@@ -1,5 +1,6 @@
 #pragma once
 
+#include "DestructionWatch_p.h"
 #include "ForeignCall_p.h"
 #include "NetworkRequest.h"
 
@@ -10,6 +11,7 @@
 namespace orv {
 
 class InactivityTimer;
+class SslIgnorantNetworkAccessManager;
 
 /// One request on its way and the reply to it: what belongs to a single attempt of a task.
 ///
@@ -55,7 +57,7 @@ public:
 
     /// Reports onCompleted() when the reply has finished, also if it has already. Returns the connection on
     /// which this depends until then.
-    QMetaObject::Connection awaitCompletion(QNetworkAccessManager* manager);
+    QMetaObject::Connection awaitCompletion(SslIgnorantNetworkAccessManager* manager);
     /// Whether the reply has finished and onCompleted() is the next thing to come.
     bool isCompletionOnItsWay() const { return m_isCompletionOnItsWay; }
 
@@ -77,6 +79,8 @@ public:
     bool isWhole() const;
     /// Whether an HTTP/2 server has said that it did not process the request.
     bool isUnprocessed() const;
+    /// Whether the connection that broke was another request's, and this one was never sent.
+    bool wasLeftUnsent() const;
     /// Whether sending the request again cannot do more than sending it once.
     bool isRepeatable() const;
 
@@ -92,6 +96,7 @@ private:
     void disposeReply(QNetworkReply* reply, QHttpMultiPart* content, int level);
     void announceCompletion();
 
+    DestructionWatch m_managerWatch;
     QPointer<QNetworkReply> m_reply;
     QPointer<QHttpMultiPart> m_content;
     QMetaObject::Connection m_replyDestroyed;
@@ -101,7 +106,8 @@ private:
     NetworkRequest::Method m_method = NetworkRequest::Method::Get;
     qint64 m_bytesReported = 0; // by the reply's progress
     qint64 m_bytesTaken = 0;
-    int m_loopLevel = 0; // of event loops when the reply was taken
+    int m_loopLevel = 0;    // of event loops when the reply was taken
+    bool m_wasSent = false; // the whole request
     bool m_isStreaming = false;
     bool m_isCompletionOnItsWay = false;
 };

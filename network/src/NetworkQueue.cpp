@@ -72,6 +72,7 @@ NetworkQueue::Private::Private(NetworkQueue* queue)
     timer.setSingleShot(true);
     timer.setTimerType(Qt::PreciseTimer);
     connect(&timer, &QTimer::timeout, this, &Private::onWakeUp);
+    networkAccessManager->setConnectionBufferingEnabled(true);
 }
 
 milliseconds NetworkQueue::Private::now()

@@ -50,6 +50,7 @@ private:
     explicit DefaultManager(QObject* parent)
         : SslIgnorantNetworkAccessManager(SslMode::Verify, parent)
     {
+        setConnectionBufferingEnabled(true);
     }
 
     static inline std::atomic<DefaultManager*> current = nullptr;

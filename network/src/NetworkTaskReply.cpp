@@ -160,8 +160,9 @@ bool NetworkTask::setNetworkTaskStatusFromReply()
     }
     if (!isReadable)
         return false;
-    setHttpResponseStatusCode(responseStatusCode(networkReply()));
-    setHttpResponseStatusCodeNumber(responseStatusCodeNumber(networkReply()));
+    const int number = responseStatusCodeNumber(networkReply());
+    setHttpResponseStatusCode(static_cast<HttpResponseStatusCode>(number));
+    setHttpResponseStatusCodeNumber(number);
     return true;
 }
 
@@ -176,7 +177,7 @@ void NetworkTask::Private::onCompleted()
                                      .arg(q->name(), withoutPasswords(reply->errorString()));
     }
     q->resetNetworkConnection();
-    if (q->isRunning() && !isSentAgain && exchange->isUnprocessed()) {
+    if (q->isRunning() && !isSentAgain && (exchange->isUnprocessed() || exchange->wasLeftUnsent())) {
         // Safe for every method, since nothing was processed. Over HTTP/1.1, which has no GOAWAY.
         isSentAgain = true;
         startSending();

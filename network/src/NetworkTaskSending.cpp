@@ -51,6 +51,36 @@ void setField(QNetworkRequest& request, const QByteArray& name, const QByteArray
         request.setRawHeader(name, value.isEmpty() ? QByteArrayLiteral(" ") : value);
 }
 
+// What the requests of a program have in common but for their URL and fields of their own. Qt parses each
+// field that is set, so they are set once and copied.
+struct RequestTemplate
+{
+    QByteArray acceptedContentTypes;
+    QByteArray userAgent;
+    QNetworkRequest request;
+    Error refusal;
+};
+
+RequestTemplate makeTemplate(const QByteArray& acceptedContentTypes, const QByteArray& userAgent)
+{
+    RequestTemplate made{acceptedContentTypes, userAgent, {}, {}};
+    made.request.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
+                              QNetworkRequest::ManualRedirectPolicy);
+    if (!acceptedContentTypes.isEmpty())
+        setField(made.request, QByteArrayLiteral("Accept"), acceptedContentTypes, made.refusal);
+    setField(made.request, QByteArrayLiteral("User-Agent"), userAgent, made.refusal);
+    return made;
+}
+
+// The one that this thread has used last.
+const RequestTemplate& requestTemplate(const QByteArray& acceptedContentTypes, const QByteArray& userAgent)
+{
+    thread_local auto last = makeTemplate(acceptedContentTypes, userAgent);
+    if (last.acceptedContentTypes != acceptedContentTypes || last.userAgent != userAgent)
+        last = makeTemplate(acceptedContentTypes, userAgent);
+    return last;
+}
+
 // For a POST, Qt takes an empty type of content for a missing one, and adds that of a form to it. Up to 6.7,
 // a blank is not empty; later, the type for content of which nothing is known (RFC 9110, 8.3) stands for it.
 void completeContentType(QNetworkRequest& request, const QByteArray& content)
@@ -255,15 +285,15 @@ void NetworkTask::Private::sendRequest()
 
 QNetworkRequest NetworkTask::Private::buildRequest(Error& refusal) const
 {
-    QNetworkRequest networkRequest(QUrl(request.url, QUrl::TolerantMode));
-    networkRequest.setAttribute(QNetworkRequest::RedirectPolicyAttribute,
-                                QNetworkRequest::ManualRedirectPolicy);
+    const auto& common = requestTemplate(request.acceptedContentTypes, q->userAgent());
+    refusal = common.refusal;
+    auto networkRequest = common.request;
+    networkRequest.setUrl(QUrl(request.url, QUrl::TolerantMode));
     // While an HTTP/2 server is closing a connection that is still in use (GOAWAY), Qt 6.4 forgets the
-    // requests made to it: they are neither sent nor failed, and wait for the time-out.
-    networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
-    if (!request.acceptedContentTypes.isEmpty())
-        setField(networkRequest, QByteArrayLiteral("Accept"), request.acceptedContentTypes, refusal);
-    setField(networkRequest, QByteArrayLiteral("User-Agent"), q->userAgent(), refusal);
+    // requests made to it: they are neither sent nor failed, and wait for the time-out. It is not used for
+    // http, unless an attribute of the task leads to it.
+    if (networkRequest.url().scheme() != QLatin1String("http") || !requestAttributes.isEmpty())
+        networkRequest.setAttribute(QNetworkRequest::Http2AllowedAttribute, false);
     for (auto field = request.rawHeaders.cbegin(); field != request.rawHeaders.cend(); ++field)
         setField(networkRequest, field.key(), field.value(), refusal);
     addIdempotencyKey(networkRequest);

@@ -182,7 +182,7 @@ public:
     InactivityTimer timer;
     std::unique_ptr<NetworkExchange> exchange; // the last one; under way in Exchanging
     std::optional<QMetaObject::Connection> networkConnection;
-    bool isSentAgain = false; // the server did not process it, and it is sent over HTTP/1.1 now
+    bool isSentAgain = false; // it was not sent, or not processed, and is sent over HTTP/1.1 now
 
     // The wait
     bool isWaitOver = false;           // of this phase: the task waits for a slot of its queue, or to send

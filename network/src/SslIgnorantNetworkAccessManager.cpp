@@ -1,7 +1,10 @@
 #include "SslIgnorantNetworkAccessManager.h"
 
+#include "BufferedConnections_p.h"
+#include "DestructionWatch_p.h"
 #include "SeparateAccessManager_p.h"
 
+#include <QNetworkProxy>
 #include <QNetworkRequest>
 #include <QSslConfiguration>
 #include <QSslSocket>
@@ -23,6 +26,7 @@ public:
     // For what is not verified; made when it is needed, as a child of the public object. The replies that it
     // makes go on using it until Qt's destructor deletes them.
     SeparateAccessManager* unverified = nullptr;
+    DestructionWatches watches; // of the exchanges that wait for replies
 };
 
 SslIgnorantNetworkAccessManager::SslIgnorantNetworkAccessManager(SslMode mode, QObject* parent)
@@ -31,7 +35,15 @@ SslIgnorantNetworkAccessManager::SslIgnorantNetworkAccessManager(SslMode mode, Q
 {
 }
 
-SslIgnorantNetworkAccessManager::~SslIgnorantNetworkAccessManager() = default;
+SslIgnorantNetworkAccessManager::~SslIgnorantNetworkAccessManager()
+{
+    d->watches.callAll();
+}
+
+void SslIgnorantNetworkAccessManager::watchDestruction(DestructionWatch& watch)
+{
+    d->watches.add(watch);
+}
 
 SslIgnorantNetworkAccessManager::SslMode SslIgnorantNetworkAccessManager::sslMode() const
 {
@@ -41,6 +53,21 @@ SslIgnorantNetworkAccessManager::SslMode SslIgnorantNetworkAccessManager::sslMod
 void SslIgnorantNetworkAccessManager::setSslMode(const SslMode& mode)
 {
     d->sslMode = mode;
+}
+
+bool SslIgnorantNetworkAccessManager::connectionBufferingEnabled() const
+{
+    return dynamic_cast<BufferedConnections*>(proxyFactory());
+}
+
+void SslIgnorantNetworkAccessManager::setConnectionBufferingEnabled(bool enabled)
+{
+    const bool isOurs = connectionBufferingEnabled();
+    const bool isUnset = !proxyFactory() && proxy().type() == QNetworkProxy::DefaultProxy;
+    if (enabled && isUnset)
+        setProxyFactory(new BufferedConnections);
+    else if (!enabled && isOurs)
+        setProxyFactory(nullptr);
 }
 
 QNetworkReply* SslIgnorantNetworkAccessManager::deleteResource(const QNetworkRequest& request,

@@ -10,6 +10,8 @@ class QHttpMultiPart;
 
 namespace orv {
 
+class DestructionWatch;
+
 /// The access manager that network tasks send through: Qt's, with a switch for servers whose certificate
 /// cannot be verified, and a DELETE that carries content.
 ///
@@ -38,6 +40,22 @@ public:
     /// redirected to https is always verified.
     void setSslMode(const SslMode& mode);
 
+    /// Whether connections to http servers are buffered. False for a manager that a program makes; true for
+    /// those that the library makes: NetworkTask::defaultNetworkAccessManager() and that of a NetworkQueue.
+    bool connectionBufferingEnabled() const;
+    /// Sets connectionBufferingEnabled(), for connections that are opened from now on.
+    ///
+    /// For http without a proxy, Qt uses sockets without a buffer, and reads the head of a reply with one
+    /// system call for each byte. With a buffer, a small GET takes a third of the processor time; large
+    /// content is copied once more. It is done by a proxy factory, to be seen at proxyFactory(), which asks
+    /// for the proxies of the application and the system as Qt does, and changes nothing where there is one.
+    /// For a host without, a factory of the application is asked about its sockets too, on the thread on
+    /// which Qt opens them.
+    ///
+    /// setProxy() and setProxyFactory() of the program switch buffering off, and once one of them has set
+    /// something, this function does nothing.
+    void setConnectionBufferingEnabled(bool enabled);
+
     using QNetworkAccessManager::deleteResource;
     /// Sends a DELETE with @p multiPart as its content, which must outlive the reply; without content when it
     /// is null.
@@ -55,6 +73,10 @@ protected:
                                  QIODevice* outgoingData = nullptr) override;
 
 private:
+    friend class NetworkExchange;
+
+    void watchDestruction(DestructionWatch& watch);
+
     class Private;
     std::unique_ptr<Private> d;
 };

@@ -1,6 +1,7 @@
 #include "../Rows.h"
 #include "FetchProcess.h"
 
+#include <LoopbackProxy.h>
 #include <LoopbackServer.h>
 
 #include <QJsonObject>
@@ -104,6 +105,22 @@ private Q_SLOTS:
         QCOMPARE(files(), QStringList());
     }
 #endif
+
+    void usesTheProxyOfTheEnvironment()
+    {
+        LoopbackProxy proxy;
+        m_server->addReply(u"/direct"_s, LoopbackReply(200, "content"));
+        m_server->addReply(u"/proxied"_s, LoopbackReply(200, "content"));
+        QVERIFY(!proxy.listen().hasError());
+        FetchProcess fetch(arguments(u"-o DIR URLdirect"_s)
+                           << u"http://server.test:%1/proxied"_s.arg(m_server->port()));
+        auto environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(u"http_proxy"_s, u"http://127.0.0.1:%1"_s.arg(proxy.port()));
+        fetch.process().setProcessEnvironment(environment);
+        QVERIFY2(fetch.run() == 0, fetch.messages().constData());
+        QCOMPARE(contentOf(u"direct"_s) + contentOf(u"proxied"_s), "contentcontent"_ba);
+        QCOMPARE(proxy.requests(), QStringList{u"GET http://server.test:%1/proxied"_s.arg(m_server->port())});
+    }
 
     void keepsSecretsOutOfItsMessages()
     {

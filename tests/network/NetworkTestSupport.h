@@ -160,6 +160,14 @@ protected:
     }
 };
 
+/// Some tests run a second time, with connections as Qt makes them.
+inline void chooseConnections()
+{
+    if (qEnvironmentVariableIsSet("ORV_TEST_UNBUFFERED"))
+        orv::NetworkTask::defaultNetworkAccessManager()->setConnectionBufferingEnabled(false);
+}
+Q_COREAPP_STARTUP_FUNCTION(chooseConnections)
+
 /// A task that makes its protected functions public and records its signals in order.
 class TestTask : public orv::NetworkTask
 {

@@ -70,8 +70,6 @@ private Q_SLOTS:
         QCOMPARE(request.field("Accept"), "application/json"_ba);
         QCOMPARE(request.field("User-Agent"), "OrvLabs"_ba);
         QVERIFY(!request.hasField("Authorization"));
-        const auto sent = task.networkReply()->request();
-        QVERIFY(!sent.attribute(QNetworkRequest::Http2AllowedAttribute, true).toBool());
     }
 
     // Qt leaves empty known fields out or replaces them, takes an empty type of content for a missing one and

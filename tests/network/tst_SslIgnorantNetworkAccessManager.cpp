@@ -1,14 +1,19 @@
 #include "NetworkTestSupport.h"
 
+#include <LoopbackProxy.h>
+
 #include <QDateTime>
 #include <QHstsPolicy>
 #include <QNetworkCookie>
 #include <QNetworkCookieJar>
 #include <QNetworkDiskCache>
 #include <QNetworkProxy>
+#include <QNetworkProxyFactory>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 
+#include <algorithm>
 #include <memory>
 
 using namespace Qt::StringLiterals;
@@ -118,6 +123,87 @@ private Q_SLOTS:
 
         manager.setTransferTimeout(0);
         manager.get(request(u"/silence"_s)); // is under way when the manager is destroyed
+    }
+
+    // With the proxy of the application, or the one that the manager was given.
+    void leavesProxiesAloneWhenBuffering_data()
+    {
+        const auto addRow = addColumns<int, QString, bool, bool, QString>(
+            {"protocol", "host", "isTls", "isOfManager", "request"});
+        const int http = static_cast<int>(LoopbackProxy::Protocol::Http);
+        const int socks = static_cast<int>(LoopbackProxy::Protocol::Socks5);
+        addRow("none", -1, u"127.0.0.1"_s, false, false, {});
+        addRow("none, TLS", -1, u"127.0.0.1"_s, true, false, {});
+        addRow("HTTP", http, u"server.test"_s, false, false, u"GET http://server.test:%1/"_s);
+        addRow("HTTP, TLS", http, u"server.test"_s, true, false, u"CONNECT server.test:%1"_s);
+        addRow("SOCKS", socks, u"server.test"_s, false, false, u"SOCKS server.test:%1"_s);
+        addRow("SOCKS, TLS", socks, u"server.test"_s, true, false, u"SOCKS server.test:%1"_s);
+        addRow("loopback excluded", http, u"127.0.0.1"_s, false, false, {});
+        addRow("set on the manager", http, u"127.0.0.1"_s, false, true, u"GET http://127.0.0.1:%1/"_s);
+    }
+    void leavesProxiesAloneWhenBuffering()
+    {
+        QFETCH(const int, protocol);
+        QFETCH(const QString, host);
+        QFETCH(const bool, isTls);
+        QFETCH(const bool, isOfManager);
+        QFETCH(QString, request);
+        using enum LoopbackServer::Transport;
+        LoopbackServer server(isTls ? Tls : Plain);
+        server.addReply(u"/"_s, LoopbackReply(200, "content"));
+        LoopbackProxy proxy(static_cast<LoopbackProxy::Protocol>(std::max(protocol, 0)));
+        QVERIFY(!server.listen().hasError() && !proxy.listen().hasError());
+        const auto restore = qScopeGuard([] { QNetworkProxy::setApplicationProxy(QNetworkProxy::NoProxy); });
+        SslIgnorantNetworkAccessManager manager(SslMode::Ignore);
+        manager.setConnectionBufferingEnabled(true);
+        if (isOfManager)
+            manager.setProxy(proxy.proxy());
+        else if (protocol >= 0)
+            QNetworkProxy::setApplicationProxy(proxy.proxy());
+        manager.setConnectionBufferingEnabled(true); // does nothing after setProxy()
+        QCOMPARE(manager.connectionBufferingEnabled(), !isOfManager);
+
+        QUrl url(server.url());
+        url.setHost(host);
+        QCOMPARE(finished(manager.get(QNetworkRequest(url)))->readAll(), "content"_ba);
+        const auto expected = request.isEmpty() ? QStringList() : QStringList{request.arg(server.port())};
+        QCOMPARE(proxy.requests(), expected);
+        if (isOfManager)
+            return;
+        const auto answer = manager.proxyFactory()->queryProxy(QNetworkProxyQuery(url)).constFirst().type();
+        const bool isBuffered = request.isEmpty() && !isTls;
+        QCOMPARE(answer == QNetworkProxy::DefaultProxy, isBuffered);
+        manager.setConnectionBufferingEnabled(false);
+        QVERIFY(!manager.proxyFactory());
+    }
+
+    void buffersOnlyWhatUsesNoProxyInAnyWay()
+    {
+        struct ForSockets : QNetworkProxyFactory
+        {
+            QList<QNetworkProxy> queryProxy(const QNetworkProxyQuery& query) override
+            {
+                const bool isSocket = query.queryType() == QNetworkProxyQuery::TcpSocket;
+                const auto proxied = isSocket ? "sockets.test"_L1 : "urls.test"_L1;
+                socketQueries += isSocket;
+                return {query.peerHostName() == proxied ? QNetworkProxy::Socks5Proxy
+                                                        : QNetworkProxy::NoProxy};
+            }
+            int socketQueries = 0;
+        };
+        auto* factory = new ForSockets;
+        const auto restore = qScopeGuard([] { QNetworkProxyFactory::setApplicationProxyFactory(nullptr); });
+        QNetworkProxyFactory::setApplicationProxyFactory(factory);
+        SslIgnorantNetworkAccessManager manager;
+        manager.setConnectionBufferingEnabled(true);
+        const auto answer = [&](const QString& url) {
+            return manager.proxyFactory()->queryProxy(QNetworkProxyQuery(QUrl(url))).constFirst().type();
+        };
+        QCOMPARE(answer(u"http://server.test/"_s), QNetworkProxy::DefaultProxy);
+        QCOMPARE(answer(u"http://sockets.test/"_s), QNetworkProxy::NoProxy);
+        QCOMPARE(answer(u"http://urls.test/"_s), QNetworkProxy::Socks5Proxy);
+        QCOMPARE(answer(u"http://server.test/again"_s), QNetworkProxy::DefaultProxy);
+        QCOMPARE(factory->socketQueries, 2);
     }
 };
 

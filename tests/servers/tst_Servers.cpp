@@ -135,7 +135,8 @@ private Q_SLOTS:
             task->setRequest(request);
             task->setNetworkAccessManager(&manager);
             task->setDelayPolicy(Retriable::DelayPolicy::None);
-            task->setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, scenario.isHttp2);
+            if (scenario.isHttp2)
+                task->setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
             task->setUnsafeRetriesEnabled(!scenario.isCareful);
             if (scenario.port == RealServer::Limited)
                 surviveGoAway(*task);
