@@ -31,6 +31,13 @@ void measureBody(Session& session)
                    session.times({bareStream(server), streamedBody(server)}, session.count()).wall);
 }
 
+void measureFile(Session& session)
+{
+    auto& server = session.server();
+    session.record({u"Download into a file"_s, u"ns per MB"_s, {}},
+                   session.times({bareFile(server), downloadedFile(server)}, session.count()).wall);
+}
+
 void measureStream(Session& session)
 {
     auto& server = session.server();

@@ -20,14 +20,14 @@ void measureClients(Session& session)
 #ifdef ORV_BENCHMARK_HTTPLIB
         httplibGets(server, parallel),
 #endif
-        queuedGets(server, parallel),
+        queuedGets(server, parallel, Connections::Buffered),
     };
     const auto times = session.times(contenders, session.count());
     session.record({u"Small GETs, 6 at a time"_s, u"ns per GET"_s, {}}, times.wall);
     session.record({u"The same, of the processors"_s, u"ns per GET"_s, {}}, times.cpu);
     const int countedGets = std::max(session.count() / 50, 1); // callgrind is about that much slower
     session.record({u"The same, counted"_s, u"instructions per GET"_s, {}},
-                   session.instructions(contenders, countedGets));
+                   session.instructions(contenders, countedGets).all);
 }
 
 void measureClientBodies(Session& session)

@@ -3,13 +3,20 @@
 
 #include "Countdown.h"
 
+#include <FileDownloadTask.h>
 #include <NetworkQueue.h>
 #include <NetworkTask.h>
+#include <SslIgnorantNetworkAccessManager.h>
 
+#include <QFile>
+#include <QFileInfo>
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
+#include <QTemporaryDir>
+#include <QTimer>
 
 #include <memory>
+#include <utility>
 
 using namespace Qt::StringLiterals;
 
@@ -19,16 +26,6 @@ namespace {
 
 using orv::NetworkQueue;
 using orv::NetworkTask;
-
-// The same request as a task sends.
-QNetworkRequest bareRequest(const QString& url)
-{
-    QNetworkRequest request{QUrl(url)};
-    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
-    request.setRawHeader("Accept", orv::NetworkRequest::defaultContentType);
-    request.setRawHeader("User-Agent", network::DEFAULT_USER_AGENT);
-    return request;
-}
 
 class BareGets
 {
@@ -68,20 +65,106 @@ private:
     const int m_parallel;
 };
 
+// What a careful program does around a reply by hand: an inactivity time-out, the status and the transport
+// error told apart, content compared with its stated length, an outcome from the event loop in any case, also
+// if the manager is deleted, and nothing after the end.
+class HandWrittenGet : public QObject
+{
+public:
+    using Done = std::function<void(bool isComplete, const QByteArray& content)>;
+
+    HandWrittenGet(QNetworkAccessManager& manager, const QString& url, Done done)
+        : m_done(std::move(done))
+        , m_reply(manager.get(bareRequest(url)))
+    {
+        m_reply->setParent(this);
+        m_timer.setSingleShot(true);
+        connect(&m_timer, &QTimer::timeout, this, [this] { m_reply->abort(); });
+        connect(m_reply, &QNetworkReply::downloadProgress, this, [this] { m_timer.start(); });
+        connect(m_reply, &QNetworkReply::finished, this, &HandWrittenGet::finish, Qt::QueuedConnection);
+        connect(&manager, &QObject::destroyed, this, [this] { end(false); });
+        m_timer.start(network::DEFAULT_TIMEOUT);
+    }
+
+private:
+    void finish()
+    {
+        m_timer.stop();
+        const int status = m_reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
+        const auto length = m_reply->header(QNetworkRequest::ContentLengthHeader);
+        m_content = m_reply->readAll();
+        const bool isWhole = !length.isValid() || length.toLongLong() == m_content.size();
+        end(m_reply->error() == QNetworkReply::NoError && (status == 200 || status == 201) && isWhole);
+    }
+
+    void end(bool isComplete)
+    {
+        m_reply->disconnect(this);
+        deleteLater();
+        const auto done = std::exchange(m_done, nullptr);
+        if (done)
+            done(isComplete, m_content);
+    }
+
+    Done m_done;
+    QNetworkReply* const m_reply;
+    QTimer m_timer;
+    QByteArray m_content;
+};
+
+class HandWrittenGets
+{
+public:
+    HandWrittenGets(QString url, int parallel)
+        : m_url(std::move(url))
+        , m_parallel(parallel)
+    {
+    }
+
+    void run(int count)
+    {
+        Countdown countdown(count);
+        for (int i = 0; i < m_parallel; ++i)
+            startNext(countdown);
+        countdown.wait();
+    }
+
+private:
+    void startNext(Countdown& countdown)
+    {
+        if (!countdown.take())
+            return;
+        new HandWrittenGet(m_manager, m_url, [this, &countdown](bool isComplete, const QByteArray& content) {
+            startNext(countdown);
+            countdown.finish(isComplete && content.size() == Server::smallSize());
+        });
+    }
+
+    QNetworkAccessManager m_manager;
+    const QString m_url;
+    const int m_parallel;
+};
+
+QString nameOfTasks(const QString& name, Connections connections)
+{
+    return connections == Connections::Buffered ? name : name + u", unbuffered"_s;
+}
+
 bool isComplete(const NetworkTask& task)
 {
     return !task.hasError() && task.data().size() == Server::smallSize();
 }
 
-void runNextTask(const QString& url, Countdown& countdown)
+void runNextTask(const QString& url, orv::SslIgnorantNetworkAccessManager* manager, Countdown& countdown)
 {
     if (!countdown.take())
         return;
     auto* task = new NetworkTask(url);
+    task->setNetworkAccessManager(manager);
     task->setAutoDelete(true);
-    QObject::connect(task, &NetworkTask::finished, task, [task, url, &countdown] {
+    QObject::connect(task, &NetworkTask::finished, task, [task, url, manager, &countdown] {
         const bool isAsExpected = isComplete(*task);
-        runNextTask(url, countdown);
+        runNextTask(url, manager, countdown);
         countdown.finish(isAsExpected);
     });
     task->exec();
@@ -174,6 +257,15 @@ Contender taskBodyContender(const QString& name, Server& server, bool isStreamin
 
 } // namespace
 
+QNetworkRequest bareRequest(const QString& url)
+{
+    QNetworkRequest request{QUrl(url)};
+    request.setAttribute(QNetworkRequest::RedirectPolicyAttribute, QNetworkRequest::ManualRedirectPolicy);
+    request.setRawHeader("Accept", orv::NetworkRequest::defaultContentType);
+    request.setRawHeader("User-Agent", network::DEFAULT_USER_AGENT);
+    return request;
+}
+
 Contender bareGets(Server& server, int parallel)
 {
     const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, 0);
@@ -187,20 +279,30 @@ Contender watchedBareGets(Server& server, int parallel)
     return {u"QNetworkAccessManager with a time-out"_s, [gets](int count) { gets->run(count); }};
 }
 
-Contender directGets(Server& server)
+Contender handWrittenGets(Server& server, int parallel)
 {
-    return {u"NetworkTask"_s, [url = server.smallUrl()](int count) {
+    const auto gets = std::make_shared<HandWrittenGets>(server.smallUrl(), parallel);
+    return {u"QNetworkAccessManager with the same care by hand"_s, [gets](int count) { gets->run(count); }};
+}
+
+Contender directGets(Server& server, Connections connections)
+{
+    const auto manager = std::make_shared<orv::SslIgnorantNetworkAccessManager>();
+    manager->setConnectionBufferingEnabled(connections == Connections::Buffered);
+    return {nameOfTasks(u"NetworkTask"_s, connections), [manager, url = server.smallUrl()](int count) {
                 Countdown countdown(count);
-                runNextTask(url, countdown);
+                runNextTask(url, manager.get(), countdown);
                 countdown.wait();
             }};
 }
 
-Contender queuedGets(Server& server, int slots)
+Contender queuedGets(Server& server, int slots, Connections connections)
 {
     const auto queue = std::make_shared<NetworkQueue>();
     queue->setMaxRunningTasks(slots);
-    return {u"NetworkTask in a NetworkQueue"_s, [queue, url = server.smallUrl()](int count) {
+    queue->networkAccessManager()->setConnectionBufferingEnabled(connections == Connections::Buffered);
+    return {nameOfTasks(u"NetworkTask in a NetworkQueue"_s, connections),
+            [queue, url = server.smallUrl()](int count) {
                 Countdown countdown(count);
                 while (countdown.take()) {
                     auto* task = new NetworkTask(url);
@@ -272,6 +374,44 @@ Contender choppedBody(Server& server, int step)
         }
         return consumed;
     });
+}
+
+Contender bareFile(Server& server)
+{
+    const auto directory = std::make_shared<QTemporaryDir>();
+    const auto manager = std::make_shared<QNetworkAccessManager>();
+    return {u"QNetworkAccessManager into a QFile"_s, [&server, directory, manager](int megabytes) {
+                Countdown countdown(1);
+                QFile file(directory->filePath(u"file"_s));
+                bool isWritten = file.open(QIODevice::WriteOnly);
+                auto request = bareRequest(server.url() + server.bodyPath(megabytes));
+                const std::unique_ptr<QNetworkReply> reply(manager->get(request));
+                const auto write = [&] {
+                    const auto content = reply->readAll();
+                    isWritten = isWritten && file.write(content) == content.size();
+                };
+                QObject::connect(reply.get(), &QNetworkReply::readyRead, reply.get(), write);
+                QObject::connect(reply.get(), &QNetworkReply::finished, reply.get(), [&] {
+                    write();
+                    countdown.finish(isWritten && file.flush() && file.size() == qint64{megabytes} << 20);
+                });
+                countdown.wait();
+            }};
+}
+
+Contender downloadedFile(Server& server)
+{
+    const auto directory = std::make_shared<QTemporaryDir>();
+    return {u"FileDownloadTask"_s, [&server, directory](int megabytes) {
+                Countdown countdown(1);
+                const auto path = directory->filePath(u"file"_s);
+                orv::FileDownloadTask task(server.url() + server.bodyPath(megabytes), path);
+                QObject::connect(&task, &NetworkTask::finished, &task, [&] {
+                    countdown.finish(!task.hasError() && QFileInfo(path).size() == qint64{megabytes} << 20);
+                });
+                task.exec();
+                countdown.wait();
+            }};
 }
 
 } // namespace benchmark

@@ -2,7 +2,12 @@
 
 #include "Session.h"
 
+#include <QNetworkRequest>
+
 namespace benchmark {
+
+/// The same request as a task sends.
+QNetworkRequest bareRequest(const QString& url);
 
 // Ways of requesting the same small reply many times.
 
@@ -10,10 +15,16 @@ namespace benchmark {
 Contender bareGets(Server& server, int parallel);
 /// Like bareGets(), but with Qt's transfer time-out, which monitors a request as a task does.
 Contender watchedBareGets(Server& server, int parallel);
+/// With what a program needs to be as sure of the outcome as a task is: see HandWrittenGet.
+Contender handWrittenGets(Server& server, int parallel);
+
+/// Whether tasks use connections as Qt makes them, or those that the library makes by default.
+enum class Connections { Unbuffered, Buffered };
+
 /// Tasks executed one after the other.
-Contender directGets(Server& server);
+Contender directGets(Server& server, Connections connections);
 /// Tasks that are all appended to a queue at the beginning.
-Contender queuedGets(Server& server, int slots);
+Contender queuedGets(Server& server, int slots, Connections connections);
 
 // Ways of getting content of a given size in MB, once per run, so that the figures are per MB.
 
@@ -29,5 +40,10 @@ Contender streamedBody(Server& server);
 Contender readBody(Server& server, int step);
 /// Calls data() and chopFirstBytes() of a streaming task, in steps of @p step bytes.
 Contender choppedBody(Server& server, int step);
+
+/// Writes data to a file as it arrives.
+Contender bareFile(Server& server);
+/// Runs a FileDownloadTask.
+Contender downloadedFile(Server& server);
 
 } // namespace benchmark

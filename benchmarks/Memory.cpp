@@ -2,6 +2,8 @@
 
 #include "Session.h"
 
+#include <QFile>
+
 #ifdef __GLIBC__
 #include <malloc.h>
 #endif
@@ -16,6 +18,19 @@ double allocatedBytes()
 #else
     throw Unavailable("the C library does not tell how much is allocated");
 #endif
+}
+
+double readCalls()
+{
+    QFile file(QStringLiteral("/proc/self/io"));
+    if (!file.open(QIODevice::ReadOnly))
+        throw Unavailable("the system does not tell how often a process reads");
+    const auto lines = file.readAll().split('\n');
+    for (const auto& line : lines) {
+        if (line.startsWith("syscr: "))
+            return line.mid(7).toDouble();
+    }
+    throw Unavailable("the system does not tell how often a process reads");
 }
 
 } // namespace benchmark

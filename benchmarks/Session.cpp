@@ -41,6 +41,20 @@ double cpuNanoseconds()
     return static_cast<double>(std::clock()) * (1e9 / CLOCKS_PER_SEC);
 }
 
+// What follows a key at the beginning of a line.
+QByteArray valueIn(const QString& path, const QByteArray& key)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw std::runtime_error("cannot read what callgrind has dumped");
+    while (!file.atEnd()) {
+        const auto line = file.readLine().trimmed();
+        if (line.startsWith(key))
+            return line.mid(key.size());
+    }
+    return {};
+}
+
 QList<Series> emptySeries(const QList<Contender>& contenders)
 {
     QList<Series> series;
@@ -104,9 +118,9 @@ Session::Times Session::times(const QList<Contender>& contenders, int count)
     return times;
 }
 
-QList<Series> Session::instructions(const QList<Contender>& contenders, int count)
+Session::Instructions Session::instructions(const QList<Contender>& contenders, int count)
 {
-    auto series = emptySeries(contenders);
+    Instructions result{emptySeries(contenders), emptySeries(contenders)};
     const int comparison = m_comparisons++;
     if (m_settings.isCounting) {
         takeTurns(contenders, count, [&](int index) {
@@ -115,22 +129,31 @@ QList<Series> Session::instructions(const QList<Contender>& contenders, int coun
             contenders.at(index).run(count);
             CALLGRIND_DUMP_STATS_AT(name.constData());
         });
-        return series;
+        return result;
     }
     if (!std::exchange(m_isCounted, true))
         countElsewhere();
-    for (int i = 0; i < series.size(); ++i) {
+    for (int i = 0; i < contenders.size(); ++i) {
         const auto counts = m_counts.value(label(comparison, i));
-        if (counts.size() != m_settings.rounds)
+        if (counts.all.size() != m_settings.rounds || counts.main.size() != m_settings.rounds)
             throw std::runtime_error("callgrind has not dumped what it counted");
-        for (const auto value : counts)
-            series[i].rounds.append(value / count);
+        for (int round = 0; round < m_settings.rounds; ++round) {
+            result.all[i].rounds.append(counts.all.at(round) / count);
+            result.main[i].rounds.append(counts.main.at(round) / count);
+        }
     }
-    return series;
+    return result;
 }
 
-// Runs the same benchmark, with the same server, under callgrind.
+// Runs the same benchmark, with the same server, under callgrind. It counts all threads together, or dumps
+// only the one that asks for it, so it takes two runs.
 void Session::countElsewhere()
+{
+    countElsewhere(false);
+    countElsewhere(true);
+}
+
+void Session::countElsewhere(bool isMainThreadOnly)
 {
     const auto valgrind = QStandardPaths::findExecutable(u"valgrind"_s);
     if (valgrind.isEmpty())
@@ -138,6 +161,7 @@ void Session::countElsewhere()
     const QTemporaryDir directory;
     QStringList arguments{u"--tool=callgrind"_s,
                           u"--quiet"_s,
+                          u"--separate-threads="_s + (isMainThreadOnly ? u"yes"_s : u"no"_s),
                           u"--callgrind-out-file="_s + directory.filePath(u"dump"_s),
                           QCoreApplication::applicationFilePath(),
                           m_settings.benchmark,
@@ -154,28 +178,12 @@ void Session::countElsewhere()
     if (!process.waitForFinished(-1) || process.exitStatus() != QProcess::NormalExit ||
         process.exitCode() != 0)
         throw std::runtime_error("the process under callgrind has failed");
-    for (int number = 1;; ++number) {
-        const auto path = directory.filePath(u"dump.%1"_s.arg(number));
-        if (!QFile::exists(path))
-            return;
-        readDump(path);
-    }
-}
-
-void Session::readDump(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        throw std::runtime_error("cannot read what callgrind has dumped");
-    static const QByteArray trigger = "desc: Trigger: Client Request: ";
-    static const QByteArray totals = "totals: ";
-    QString name;
-    while (!file.atEnd()) {
-        const auto line = file.readLine().trimmed();
-        if (line.startsWith(trigger))
-            name = QString::fromLatin1(line.mid(trigger.size()));
-        else if (line.startsWith(totals) && !name.isEmpty())
-            m_counts[name].append(line.mid(totals.size()).toDouble());
+    const auto name = isMainThreadOnly ? u"dump.%1-01"_s : u"dump.%1"_s;
+    for (int number = 1; QFile::exists(directory.filePath(name.arg(number))); ++number) {
+        const auto path = directory.filePath(name.arg(number));
+        const auto label = valueIn(path, "desc: Trigger: Client Request: ");
+        auto& counts = m_counts[QString::fromLatin1(label)];
+        (isMainThreadOnly ? counts.main : counts.all).append(valueIn(path, "totals: ").toDouble());
     }
 }
 

@@ -58,9 +58,16 @@ public:
     /// The server. It is started by the first call.
     Server& server();
 
+    struct Instructions
+    {
+        QList<Series> all;  ///< Of all threads, per operation.
+        QList<Series> main; ///< Of the main thread.
+    };
+
     Times times(const QList<Contender>& contenders, int count);
-    /// User-space instructions of all threads per operation, from runs with @p count operations.
-    QList<Series> instructions(const QList<Contender>& contenders, int count);
+    /// User-space instructions, from runs with @p count operations. Those of the main thread hardly vary; how
+    /// the threads alternate shows in the sum.
+    Instructions instructions(const QList<Contender>& contenders, int count);
     void record(const Figure& figure, const QList<Series>& series);
 
     const QList<Measurement>& measurements() const { return m_measurements; }
@@ -69,16 +76,20 @@ private:
     using Turn = std::function<void(int contender)>;
 
     void takeTurns(const QList<Contender>& contenders, int count, const Turn& turn) const;
-    void countHere(const QList<Contender>& contenders, int count);
     void countElsewhere();
-    void readDump(const QString& path);
+    void countElsewhere(bool isMainThreadOnly);
 
     const Settings m_settings;
     std::unique_ptr<Server> m_server;
     QList<Measurement> m_measurements;
     int m_comparisons = 0; // number of calls of instructions()
     bool m_isCounted = false;
-    QMap<QString, QList<double>> m_counts; // by label
+    struct Counts
+    {
+        QList<double> all;
+        QList<double> main;
+    };
+    QMap<QString, Counts> m_counts; // by label
 };
 
 } // namespace benchmark

@@ -1,16 +1,20 @@
 #include "Benchmarks.h"
 #include "Clients.h"
+#include "Countdown.h"
 #include "Memory.h"
 
 #include <NetworkTask.h>
+#include <SslIgnorantNetworkAccessManager.h>
 #include <TasksQueue.h>
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <QNetworkReply>
 #include <QNetworkRequest>
 #include <QTimer>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <vector>
 
@@ -105,6 +109,16 @@ Contender noOpTasks(int length)
     return tasks->contender(tasks);
 }
 
+std::unique_ptr<QNetworkReply> bareGet(QNetworkAccessManager& manager, const QString& url,
+                                       Countdown& countdown)
+{
+    std::unique_ptr<QNetworkReply> reply(manager.get(bareRequest(url)));
+    QObject::connect(reply.get(), &QNetworkReply::finished, reply.get(), [reply = reply.get(), &countdown] {
+        countdown.finish(reply->readAll().size() == Server::smallSize());
+    });
+    return reply;
+}
+
 } // namespace
 
 void measureMemory(Session& session)
@@ -114,15 +128,62 @@ void measureMemory(Session& session)
     const auto before = allocatedBytes();
     for (int i = 0; i < session.count(); ++i)
         tasks.push_back(std::make_unique<NetworkTask>());
-    session.record({u"Idle task"_s, u"bytes"_s, 2048},
+    session.record({u"Idle task"_s, u"bytes"_s, 1050},
                    {{u"NetworkTask"_s, {(allocatedBytes() - before) / session.count()}}});
+}
+
+void measureHold(Session& session)
+{
+    auto& server = session.server();
+    const int count = session.count();
+    QNetworkAccessManager bareManager;
+    orv::SslIgnorantNetworkAccessManager manager;
+    std::vector<std::unique_ptr<QNetworkReply>> replies(static_cast<size_t>(count));
+    std::vector<std::unique_ptr<NetworkTask>> idle(replies.size());
+    std::vector<std::unique_ptr<NetworkTask>> tasks(replies.size());
+    const auto bytesPer = [&](auto& objects, const std::function<void(size_t)>& make) {
+        const auto before = allocatedBytes();
+        for (size_t i = 0; i < objects.size(); ++i)
+            make(i);
+        QCoreApplication::processEvents();
+        return (allocatedBytes() - before) / count;
+    };
+    const auto holdReply = [&](size_t i) {
+        Countdown countdown(1);
+        replies[i] = bareGet(bareManager, server.smallUrl(), countdown);
+        countdown.wait();
+    };
+    const auto holdTask = [&](size_t i) {
+        Countdown countdown(1);
+        tasks[i] = std::make_unique<NetworkTask>(server.smallUrl());
+        auto* task = tasks[i].get();
+        task->setNetworkAccessManager(&manager);
+        QObject::connect(task, &NetworkTask::finished, task, [task, &countdown] {
+            const bool isComplete = task->data().size() == Server::smallSize();
+            task->clearData();
+            countdown.finish(isComplete);
+        });
+        task->exec();
+        countdown.wait();
+    };
+    holdReply(0); // fills all caches
+    holdTask(0);
+    const auto ofIdle =
+        bytesPer(idle, [&](size_t i) { idle[i] = std::make_unique<NetworkTask>(server.smallUrl()); });
+    const auto ofReplies = bytesPer(replies, holdReply);
+    const auto ofTasks = bytesPer(tasks, holdTask);
+    session.record(
+        {u"Finished, content taken"_s, u"bytes"_s, {}},
+        {{u"QNetworkReply"_s, {ofReplies}}, {u"NetworkTask, beyond an idle one"_s, {ofTasks - ofIdle}}});
+    session.record({u"Finished task, content taken"_s, u"bytes beyond an idle task and a reply"_s, 1500},
+                   {{u"NetworkTask"_s, {ofTasks - ofIdle - ofReplies}}});
 }
 
 void measureConstruction(Session& session)
 {
     const QList<Contender> contenders{parts(), construction()};
     session.record({u"Making and deleting a task"_s, u"instructions"_s, 2.0},
-                   session.instructions(contenders, session.count()));
+                   session.instructions(contenders, session.count()).all);
     session.record({u"The same, in time"_s, u"ns"_s, {}}, session.times(contenders, session.count()).wall);
 }
 
@@ -133,7 +194,7 @@ void measureQueue(Session& session)
     for (const int part : {100, 10, 1}) {
         const int length = std::max(session.count() / part, 1);
         const QList<Contender> contenders{singleShots(), noOpTasks(length)};
-        const auto instructions = session.instructions(contenders, length);
+        const auto instructions = session.instructions(contenders, length).all;
         session.record(
             {u"Task that does nothing, in a queue of %1"_s.arg(length), u"instructions per task"_s, 3.0},
             instructions);
@@ -149,7 +210,7 @@ void measureQueue(Session& session)
 void measureGrowth(Session& session)
 {
     constexpr int pieces = 10;
-    const auto gets = queuedGets(session.server(), 6);
+    const auto gets = queuedGets(session.server(), 6, Connections::Buffered);
     const int piece = std::max(session.count() / pieces, 1);
     const auto memoryAfter = [&](const QString& name) {
         Series memory{name, {}};
