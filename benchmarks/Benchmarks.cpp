@@ -11,6 +11,7 @@ const QList<Benchmark>& benchmarks()
          measureDirect},
         {u"queued"_s, u"Instructions of a small GET through a queue with 6 slots"_s, 300, 5, measureQueued},
         {u"gets"_s, u"Time of small GETs, 6 at a time"_s, 20'000, 7, measureGets},
+        {u"many"_s, u"Time of many small GETs over each kind of connection"_s, 5'000, 7, measureMany},
         {u"reads"_s, u"System calls that read, for a small GET"_s, 2'000, 1, measureReads},
         {u"body"_s, u"Time of a large body, in one piece and streamed; the count is its size in MB"_s, 256, 9,
          measureBody},

@@ -20,6 +20,7 @@ const QList<Benchmark>& benchmarks();
 void measureDirect(Session& session);
 void measureQueued(Session& session);
 void measureGets(Session& session);
+void measureMany(Session& session);
 void measureReads(Session& session);
 void measureBody(Session& session);
 void measureStream(Session& session);

@@ -41,7 +41,7 @@ void measureClientBodies(Session& session)
 #ifdef ORV_BENCHMARK_HTTPLIB
         httplibStream(server),
 #endif
-        streamedBody(server),
+        streamedBody(server, Connections::Unbuffered),
     };
     const auto times = session.times(contenders, session.count());
     session.record({u"Large body, as it comes"_s, u"ns per MB"_s, {}}, times.wall);

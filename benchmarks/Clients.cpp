@@ -155,6 +155,24 @@ bool isComplete(const NetworkTask& task)
     return !task.hasError() && task.data().size() == Server::smallSize();
 }
 
+std::function<void(int)> runThrough(const std::shared_ptr<NetworkQueue>& queue, const QString& url,
+                                    Version version)
+{
+    return [queue, url, version](int count) {
+        Countdown countdown(count);
+        while (countdown.take()) {
+            auto* task = new NetworkTask(url);
+            task->setAutoDelete(true);
+            if (version == Version::Http2)
+                task->setRequestAttribute(QNetworkRequest::Http2AllowedAttribute, true);
+            QObject::connect(task, &NetworkTask::finished, task,
+                             [task, &countdown] { countdown.finish(isComplete(*task)); });
+            queue->append(task);
+        }
+        countdown.wait();
+    };
+}
+
 void runNextTask(const QString& url, orv::SslIgnorantNetworkAccessManager* manager, Countdown& countdown)
 {
     if (!countdown.take())
@@ -212,17 +230,19 @@ public:
     /// Returns how many bytes it took from the task.
     using Consume = std::function<qint64(NetworkTask& task)>;
 
-    TaskBody(Server& server, bool isStreaming, Consume onReadyRead)
+    TaskBody(Server& server, Connections connections, bool isStreaming, Consume onReadyRead)
         : m_server(server)
         , m_isStreaming(isStreaming)
         , m_onReadyRead(std::move(onReadyRead))
     {
+        m_manager.setConnectionBufferingEnabled(connections == Connections::Buffered);
     }
 
-    void run(int megabytes) const
+    void run(int megabytes)
     {
         Countdown countdown(1);
         NetworkTask task;
+        task.setNetworkAccessManager(&m_manager);
         task.setRequest(m_server.url() + m_server.bodyPath(megabytes),
                         orv::NetworkRequest::defaultContentType, orv::NetworkRequest::Method::Get,
                         m_isStreaming);
@@ -238,6 +258,7 @@ public:
     }
 
 private:
+    orv::SslIgnorantNetworkAccessManager m_manager;
     Server& m_server;
     const bool m_isStreaming;
     const Consume m_onReadyRead;
@@ -249,10 +270,11 @@ Contender bareBodyContender(const QString& name, Server& server, BareBody::Consu
     return {name, [body](int megabytes) { body->run(megabytes); }};
 }
 
-Contender taskBodyContender(const QString& name, Server& server, bool isStreaming, TaskBody::Consume consume)
+Contender taskBodyContender(const QString& name, Server& server, bool isStreaming, TaskBody::Consume consume,
+                            Connections connections = Connections::Unbuffered)
 {
-    const auto body = std::make_shared<TaskBody>(server, isStreaming, std::move(consume));
-    return {name, [body](int megabytes) { body->run(megabytes); }};
+    const auto body = std::make_shared<TaskBody>(server, connections, isStreaming, std::move(consume));
+    return {nameOfTasks(name, connections), [body](int megabytes) { body->run(megabytes); }};
 }
 
 } // namespace
@@ -301,18 +323,17 @@ Contender queuedGets(Server& server, int slots, Connections connections)
     const auto queue = std::make_shared<NetworkQueue>();
     queue->setMaxRunningTasks(slots);
     queue->networkAccessManager()->setConnectionBufferingEnabled(connections == Connections::Buffered);
-    return {nameOfTasks(u"NetworkTask in a NetworkQueue"_s, connections),
-            [queue, url = server.smallUrl()](int count) {
-                Countdown countdown(count);
-                while (countdown.take()) {
-                    auto* task = new NetworkTask(url);
-                    task->setAutoDelete(true);
-                    QObject::connect(task, &NetworkTask::finished, task,
-                                     [task, &countdown] { countdown.finish(isComplete(*task)); });
-                    queue->append(task);
-                }
-                countdown.wait();
-            }};
+    const auto run = runThrough(queue, server.smallUrl(), Version::Http1);
+    return {nameOfTasks(u"NetworkTask in a NetworkQueue"_s, connections), run};
+}
+
+Contender secureGets(Server& server, int slots, Version version)
+{
+    const auto queue = std::make_shared<NetworkQueue>();
+    queue->setMaxRunningTasks(slots);
+    queue->setIgnoreSslErrors(true);
+    const auto name = version == Version::Http2 ? u"HTTP/2"_s : u"HTTP/1.1 over TLS"_s;
+    return {u"%1, %2 slots"_s.arg(name).arg(slots), runThrough(queue, server.smallUrl(), version)};
 }
 
 Contender bareBody(Server& server)
@@ -335,18 +356,19 @@ Contender bareStream(Server& server, int step)
                              });
 }
 
-Contender directBody(Server& server)
+Contender directBody(Server& server, Connections connections)
 {
-    return taskBodyContender(u"NetworkTask, data at the end"_s, server, false, {});
+    return taskBodyContender(u"NetworkTask, data at the end"_s, server, false, {}, connections);
 }
 
-Contender streamedBody(Server& server)
+Contender streamedBody(Server& server, Connections connections)
 {
-    return taskBodyContender(u"NetworkTask, streaming"_s, server, true, [](NetworkTask& task) {
+    const auto consume = [](NetworkTask& task) {
         const auto size = task.data().size();
         task.clearData();
         return size;
-    });
+    };
+    return taskBodyContender(u"NetworkTask, streaming"_s, server, true, consume, connections);
 }
 
 Contender readBody(Server& server, int step)
@@ -399,13 +421,16 @@ Contender bareFile(Server& server)
             }};
 }
 
-Contender downloadedFile(Server& server)
+Contender downloadedFile(Server& server, Connections connections)
 {
     const auto directory = std::make_shared<QTemporaryDir>();
-    return {u"FileDownloadTask"_s, [&server, directory](int megabytes) {
+    const auto manager = std::make_shared<orv::SslIgnorantNetworkAccessManager>();
+    manager->setConnectionBufferingEnabled(connections == Connections::Buffered);
+    return {nameOfTasks(u"FileDownloadTask"_s, connections), [&server, directory, manager](int megabytes) {
                 Countdown countdown(1);
                 const auto path = directory->filePath(u"file"_s);
                 orv::FileDownloadTask task(server.url() + server.bodyPath(megabytes), path);
+                task.setNetworkAccessManager(manager.get());
                 QObject::connect(&task, &NetworkTask::finished, &task, [&] {
                     countdown.finish(!task.hasError() && QFileInfo(path).size() == qint64{megabytes} << 20);
                 });

@@ -26,6 +26,10 @@ Contender directGets(Server& server, Connections connections);
 /// Tasks that are all appended to a queue at the beginning.
 Contender queuedGets(Server& server, int slots, Connections connections);
 
+/// The same over TLS. Over HTTP/2, all slots share one connection.
+enum class Version { Http1, Http2 };
+Contender secureGets(Server& server, int slots, Version version);
+
 // Ways of getting content of a given size in MB, once per run, so that the figures are per MB.
 
 /// Calls readAll() when the reply is complete.
@@ -33,9 +37,9 @@ Contender bareBody(Server& server);
 /// Reads data as it arrives, in steps of @p step bytes; 0 for readAll().
 Contender bareStream(Server& server, int step = 0);
 /// Takes data() of the finished task.
-Contender directBody(Server& server);
+Contender directBody(Server& server, Connections connections);
 /// Takes data() of a streaming task as it arrives.
-Contender streamedBody(Server& server);
+Contender streamedBody(Server& server, Connections connections);
 /// Calls read() of a task that does not stream, in steps of @p step bytes; 0 for all available data.
 Contender readBody(Server& server, int step);
 /// Calls data() and chopFirstBytes() of a streaming task, in steps of @p step bytes.
@@ -44,6 +48,6 @@ Contender choppedBody(Server& server, int step);
 /// Writes data to a file as it arrives.
 Contender bareFile(Server& server);
 /// Runs a FileDownloadTask.
-Contender downloadedFile(Server& server);
+Contender downloadedFile(Server& server, Connections connections);
 
 } // namespace benchmark

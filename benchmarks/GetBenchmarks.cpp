@@ -61,6 +61,21 @@ void measureGets(Session& session)
                    {times.cpu.first(), times.cpu.last()});
 }
 
+void measureMany(Session& session)
+{
+    auto& server = session.server();
+    auto& secure = session.secureServer();
+    auto one = queuedGets(server, 1, Connections::Buffered);
+    one.name += u", one at a time"_s;
+    const auto times = session.times(
+        {bareGets(server, SLOTS), one, queuedGets(server, SLOTS, Connections::Unbuffered),
+         queuedGets(server, SLOTS, Connections::Buffered), secureGets(secure, SLOTS, Version::Http1),
+         secureGets(secure, SLOTS, Version::Http2), secureGets(secure, 100, Version::Http2)},
+        session.count());
+    session.record({u"Many small GETs"_s, u"ns per GET"_s, {}}, times.wall);
+    session.record({u"Many small GETs, of the processors"_s, u"ns per GET"_s, {}}, times.cpu);
+}
+
 void measureReads(Session& session)
 {
     auto& server = session.server();

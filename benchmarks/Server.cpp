@@ -45,10 +45,13 @@ bool isOpen(quint16 port)
 
 } // namespace
 
-Server::Server()
+Server::Server(Transport transport)
+    : m_transport(transport)
 {
     if (nginx().isEmpty())
         throw Unavailable("nginx is missing");
+    if (transport == Transport::Tls)
+        makeCertificate();
 #ifdef Q_OS_LINUX
     // If this process crashes, the server is terminated too.
     m_process.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGKILL); });
@@ -101,6 +104,17 @@ QString Server::bodyPath(int megabytes)
     return path;
 }
 
+void Server::makeCertificate()
+{
+    QProcess openssl;
+    openssl.start(u"openssl"_s,
+                  {u"req"_s, u"-x509"_s, u"-newkey"_s, u"rsa:2048"_s, u"-nodes"_s, u"-days"_s, u"2"_s,
+                   u"-subj"_s, u"/CN=localhost"_s, u"-keyout"_s, m_directory.filePath(u"key.pem"_s),
+                   u"-out"_s, m_directory.filePath(u"certificate.pem"_s)});
+    if (!openssl.waitForFinished() || openssl.exitCode() != 0)
+        throw Unavailable("openssl is missing, or makes no certificate");
+}
+
 bool Server::start()
 {
     const auto port = freePort();
@@ -114,7 +128,8 @@ bool Server::start()
     // If another process has taken the port, nginx exits, and it is that process which answers.
     for (int i = 0; i < 500 && !m_process.waitForFinished(10); ++i) {
         if (isOpen(port) && m_process.state() == QProcess::Running) {
-            m_url = u"http://127.0.0.1:%1"_s.arg(port);
+            const auto scheme = m_transport == Transport::Tls ? u"https"_s : u"http"_s;
+            m_url = u"%1://127.0.0.1:%2"_s.arg(scheme).arg(port);
             return true;
         }
     }
@@ -144,12 +159,16 @@ QByteArray Server::configuration(quint16 port) const
                                 "  keepalive_timeout 1h;\n"
                                 "  keepalive_time 24h;\n"
                                 "  server {\n"
-                                "    listen 127.0.0.1:%1;\n"
+                                "    listen 127.0.0.1:%1%5;\n"
                                 "    root %2;\n"
                                 "    location = %3 { default_type application/json; return 200 '%4'; }\n"
                                 "  }\n"
                                 "}\n"_s;
-    return pattern.arg(port).arg(m_directory.path(), smallPath(), SMALL_CONTENT).toUtf8();
+    const auto tls =
+        m_transport == Transport::Tls
+            ? u" ssl http2;\n    ssl_certificate certificate.pem;\n    ssl_certificate_key key.pem"_s
+            : QString();
+    return pattern.arg(port).arg(m_directory.path(), smallPath(), SMALL_CONTENT, tls).toUtf8();
 }
 
 } // namespace benchmark

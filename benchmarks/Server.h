@@ -13,8 +13,14 @@ namespace benchmark {
 class Server
 {
 public:
-    /// Starts a server on a port that the system picks. Throws Unavailable if there is no nginx.
-    Server();
+    enum class Transport {
+        Plain,
+        Tls, ///< With HTTP/2 for clients that want it, and a self-signed certificate.
+    };
+
+    /// Starts a server on a port that the system picks. Throws Unavailable if there is no nginx, or no
+    /// openssl to make a certificate with.
+    explicit Server(Transport transport = Transport::Plain);
     /// Refers to a server that another process has started.
     explicit Server(const QString& url);
     ~Server();
@@ -29,9 +35,11 @@ public:
     QString bodyPath(int megabytes);
 
 private:
+    void makeCertificate();
     bool start();
     QByteArray configuration(quint16 port) const;
 
+    const Transport m_transport = Transport::Plain;
     QTemporaryDir m_directory;
     QProcess m_process;
     QString m_url;

@@ -81,6 +81,13 @@ Server& Session::server()
     return *m_server;
 }
 
+Server& Session::secureServer()
+{
+    if (!m_secureServer)
+        m_secureServer = std::make_unique<Server>(Server::Transport::Tls);
+    return *m_secureServer;
+}
+
 void Session::takeTurns(const QList<Contender>& contenders, int count, const Turn& turn) const
 {
     const auto run = [&](int index, int runCount, const std::function<void()>& measure) {

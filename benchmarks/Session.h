@@ -57,6 +57,8 @@ public:
     int count() const { return m_settings.count; }
     /// The server. It is started by the first call.
     Server& server();
+    /// The same over TLS. Only for times, since nothing tells a process under callgrind about it.
+    Server& secureServer();
 
     struct Instructions
     {
@@ -81,6 +83,7 @@ private:
 
     const Settings m_settings;
     std::unique_ptr<Server> m_server;
+    std::unique_ptr<Server> m_secureServer;
     QList<Measurement> m_measurements;
     int m_comparisons = 0; // number of calls of instructions()
     bool m_isCounted = false;

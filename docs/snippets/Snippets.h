@@ -57,6 +57,7 @@ private Q_SLOTS:
     void loginIsRefused();
 
     void queueRunsByPriority();
+    void queueSendsManyRequests();
     void queueCountsProgress();
     void queueIsCleared();
 

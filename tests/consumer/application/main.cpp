@@ -10,6 +10,7 @@
 #include <ErrorWarningMessagesUtils.h>
 #include <FileDownloadTask.h>
 #include <HttpResponseStatusCodesUtils.h>
+#include <LoopbackProxy.h>
 #include <LoopbackReply.h>
 #include <LoopbackRequest.h>
 #include <LoopbackServer.h>
