@@ -27,12 +27,16 @@ namespace {
 using orv::NetworkQueue;
 using orv::NetworkTask;
 
-class BareGets
+// Sends requests one after the other, a number of them at a time. @p Send gets manager, URL and a function to
+// call with whether the reply is as expected.
+template <typename Send>
+class ParallelGets
 {
 public:
-    BareGets(QString url, int parallel, int transferTimeout)
+    ParallelGets(QString url, int parallel, Send send, int transferTimeout = 0)
         : m_url(std::move(url))
         , m_parallel(parallel)
+        , m_send(std::move(send))
     {
         m_manager.setTransferTimeout(transferTimeout);
     }
@@ -50,11 +54,7 @@ private:
     {
         if (!countdown.take())
             return;
-        auto* reply = m_manager.get(bareRequest(m_url));
-        QObject::connect(reply, &QNetworkReply::finished, &m_manager, [this, reply, &countdown] {
-            reply->deleteLater();
-            const bool isComplete =
-                reply->error() == QNetworkReply::NoError && reply->readAll().size() == Server::smallSize();
+        m_send(m_manager, m_url, [this, &countdown](bool isComplete) {
             startNext(countdown);
             countdown.finish(isComplete);
         });
@@ -63,6 +63,15 @@ private:
     QNetworkAccessManager m_manager;
     const QString m_url;
     const int m_parallel;
+    const Send m_send;
+};
+
+const auto sendBare = [](QNetworkAccessManager& manager, const QString& url, auto done) {
+    auto* reply = manager.get(bareRequest(url));
+    QObject::connect(reply, &QNetworkReply::finished, &manager, [reply, done] {
+        reply->deleteLater();
+        done(reply->error() == QNetworkReply::NoError && reply->readAll().size() == Server::smallSize());
+    });
 };
 
 // What a careful program does around a reply by hand: an inactivity time-out, the status and the transport
@@ -112,38 +121,19 @@ private:
     QByteArray m_content;
 };
 
-class HandWrittenGets
-{
-public:
-    HandWrittenGets(QString url, int parallel)
-        : m_url(std::move(url))
-        , m_parallel(parallel)
-    {
-    }
-
-    void run(int count)
-    {
-        Countdown countdown(count);
-        for (int i = 0; i < m_parallel; ++i)
-            startNext(countdown);
-        countdown.wait();
-    }
-
-private:
-    void startNext(Countdown& countdown)
-    {
-        if (!countdown.take())
-            return;
-        new HandWrittenGet(m_manager, m_url, [this, &countdown](bool isComplete, const QByteArray& content) {
-            startNext(countdown);
-            countdown.finish(isComplete && content.size() == Server::smallSize());
-        });
-    }
-
-    QNetworkAccessManager m_manager;
-    const QString m_url;
-    const int m_parallel;
+const auto sendWithCare = [](QNetworkAccessManager& manager, const QString& url, auto done) {
+    new HandWrittenGet(manager, url, [done](bool isComplete, const QByteArray& content) {
+        done(isComplete && content.size() == Server::smallSize());
+    });
 };
+
+template <typename Send>
+Contender parallelGets(const QString& name, Server& server, int parallel, Send send, int transferTimeout = 0)
+{
+    const auto gets =
+        std::make_shared<ParallelGets<Send>>(server.smallUrl(), parallel, std::move(send), transferTimeout);
+    return {name, [gets](int count) { gets->run(count); }};
+}
 
 QString nameOfTasks(const QString& name, Connections connections)
 {
@@ -290,21 +280,19 @@ QNetworkRequest bareRequest(const QString& url)
 
 Contender bareGets(Server& server, int parallel)
 {
-    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, 0);
-    return {u"QNetworkAccessManager"_s, [gets](int count) { gets->run(count); }};
+    return parallelGets(u"QNetworkAccessManager"_s, server, parallel, sendBare);
 }
 
 Contender watchedBareGets(Server& server, int parallel)
 {
     const auto milliseconds = static_cast<int>(network::DEFAULT_TIMEOUT.count());
-    const auto gets = std::make_shared<BareGets>(server.smallUrl(), parallel, milliseconds);
-    return {u"QNetworkAccessManager with a time-out"_s, [gets](int count) { gets->run(count); }};
+    return parallelGets(u"QNetworkAccessManager with a time-out"_s, server, parallel, sendBare, milliseconds);
 }
 
 Contender handWrittenGets(Server& server, int parallel)
 {
-    const auto gets = std::make_shared<HandWrittenGets>(server.smallUrl(), parallel);
-    return {u"QNetworkAccessManager with the same care by hand"_s, [gets](int count) { gets->run(count); }};
+    return parallelGets(u"QNetworkAccessManager with the same care by hand"_s, server, parallel,
+                        sendWithCare);
 }
 
 Contender directGets(Server& server, Connections connections)

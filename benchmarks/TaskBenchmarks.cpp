@@ -1,3 +1,4 @@
+// clazy:excludeall=lambda-in-connect
 #include "Benchmarks.h"
 #include "Clients.h"
 #include "Countdown.h"

@@ -20,7 +20,7 @@ bool isDirect(const QList<QNetworkProxy>& proxies)
 
 QList<QNetworkProxy> BufferedConnections::queryProxy(const QNetworkProxyQuery& query)
 {
-    const auto proxies = proxyForQuery(query);
+    auto proxies = proxyForQuery(query);
     const auto url = query.url();
     if (url.scheme() != QLatin1String("http") || !isDirect(proxies) ||
         !isDirectForSockets(url.host(), url.port(80)))

@@ -133,7 +133,6 @@ private Q_SLOTS:
         const int http = static_cast<int>(LoopbackProxy::Protocol::Http);
         const int socks = static_cast<int>(LoopbackProxy::Protocol::Socks5);
         addRow("none", -1, u"127.0.0.1"_s, false, false, {});
-        addRow("none, TLS", -1, u"127.0.0.1"_s, true, false, {});
         addRow("HTTP", http, u"server.test"_s, false, false, u"GET http://server.test:%1/"_s);
         addRow("HTTP, TLS", http, u"server.test"_s, true, false, u"CONNECT server.test:%1"_s);
         addRow("SOCKS", socks, u"server.test"_s, false, false, u"SOCKS server.test:%1"_s);

@@ -156,7 +156,7 @@ private Q_SLOTS:
         }
         QCOMPARE(isOverHttp2, scenario.isHttp2);
         if (scenario.isCareful)
-            QTRY_COMPARE(m_servers.at(scenario.kind)->loggedPosts(), tasks.size());
+            QTRY_COMPARE(m_servers.at(scenario.kind)->loggedPosts(), static_cast<qsizetype>(tasks.size()));
     }
 
 private:
