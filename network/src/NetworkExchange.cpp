@@ -289,10 +289,15 @@ bool NetworkExchange::isHeadLost() const
            !m_reply->attribute(QNetworkRequest::Http2WasUsedAttribute).toBool() && mayHaveContent();
 }
 
-// After a redirect, or with content that may not be read twice, Qt's errors say less.
 bool NetworkExchange::isUnprocessed() const
 {
-    if (!m_reply || m_content || responseStatusCodeNumber(m_reply) != 0 || !isLeftByServer(*m_reply))
+    return m_reply && (isLeftOverHttp2() || isLeftUnsent()) && responseStatusCodeNumber(m_reply) == 0;
+}
+
+// After a redirect, or with content that may not be read twice, Qt's errors say less.
+bool NetworkExchange::isLeftOverHttp2() const
+{
+    if (m_content || !isLeftByServer(*m_reply))
         return false;
     const auto sent = m_reply->request();
     return sent.url().scheme() == QLatin1String("https") && m_reply->url() == sent.url() &&
@@ -300,11 +305,11 @@ bool NetworkExchange::isUnprocessed() const
 }
 
 // When a connection breaks in the middle of a reply, Qt also fails the requests that wait for one of the
-// connections to that host. Of content, a part may have been sent.
-bool NetworkExchange::wasLeftUnsent() const
+// connections to that host. Of the content of a POST, a part may have been sent.
+bool NetworkExchange::isLeftUnsent() const
 {
-    return m_reply && isOfQtHttp(*m_reply) && !m_wasSent && m_method != NetworkRequest::Method::Post &&
-           m_reply->error() == QNetworkReply::RemoteHostClosedError && responseStatusCodeNumber(m_reply) == 0;
+    return !m_wasSent && m_method != NetworkRequest::Method::Post &&
+           m_reply->error() == QNetworkReply::RemoteHostClosedError && isOfQtHttp(*m_reply);
 }
 
 // RFC 9110, 9.2.2: a method that is not idempotent only if the request was not processed.

@@ -77,10 +77,9 @@ public:
     qint64 bytesReported() const { return m_bytesReported; }
     /// Whether the reply has finished without an error and is not known to lack anything.
     bool isWhole() const;
-    /// Whether an HTTP/2 server has said that it did not process the request.
+    /// Whether the reply failed although the request was not processed: an HTTP/2 server has said so, or the
+    /// connection that broke was another request's, and this one was never sent.
     bool isUnprocessed() const;
-    /// Whether the connection that broke was another request's, and this one was never sent.
-    bool wasLeftUnsent() const;
     /// Whether sending the request again cannot do more than sending it once.
     bool isRepeatable() const;
 
@@ -91,6 +90,8 @@ private:
     bool isReadable() const { return m_reply && m_reply->isOpen() && m_reply->isReadable(); }
     bool mayHaveContent() const;
     bool isContentShort() const;
+    bool isLeftOverHttp2() const;
+    bool isLeftUnsent() const;
     bool isHeadLost() const;
     void connectReply();
     void disposeReply(QNetworkReply* reply, QHttpMultiPart* content, int level);

@@ -12,21 +12,17 @@ namespace orv {
 
 using namespace std::chrono_literals;
 
-namespace {
-
-Error authenticationFailed()
+Error NetworkTask::Private::authenticationFailed()
 {
     return Error(ErrorCode::AuthenticationFailed, NetworkTask::tr("Authentication failed"));
 }
 
 // Some authenticators fail without saying why.
-Error errorOfLogin(const AbstractAuthenticator* authenticator)
+Error NetworkTask::Private::errorOfLogin() const
 {
-    const auto error = authenticator->authenticationError();
+    const auto error = q->authenticator()->authenticationError();
     return error.hasError() ? error : authenticationFailed();
 }
-
-} // namespace
 
 void NetworkTask::handleUnauthorizedError()
 {
@@ -183,7 +179,7 @@ void NetworkTask::Private::onAuthenticationError(AbstractAuthenticator::Error co
         return;
     if (code == AbstractAuthenticator::Error::TemporaryFailure && retryLogin())
         return;
-    const auto error = errorOfLogin(q->authenticator());
+    const auto error = errorOfLogin();
     qCWarning(networkLog) << error;
     qCDebug(networkLog) << "Finishing a task with error";
     q->applyResponseErrorPolicy(error);
@@ -196,7 +192,7 @@ bool NetworkTask::Private::endIfLoginFailed()
     auto* authenticator = q->authenticator();
     if (!requiresAuthentication || !authenticator || !authenticator->hasFailedForGood())
         return false;
-    const auto error = errorOfLogin(authenticator);
+    const auto error = errorOfLogin();
     qCWarning(networkLog) << error;
     enterPhase(Phase::Deciding);
     q->applyResponseErrorPolicy(error);

@@ -177,7 +177,7 @@ void NetworkTask::Private::onCompleted()
                                      .arg(q->name(), withoutPasswords(reply->errorString()));
     }
     q->resetNetworkConnection();
-    if (q->isRunning() && !isSentAgain && (exchange->isUnprocessed() || exchange->wasLeftUnsent())) {
+    if (q->isRunning() && !isSentAgain && exchange->isUnprocessed()) {
         // Safe for every method, since nothing was processed. Over HTTP/1.1, which has no GOAWAY.
         isSentAgain = true;
         startSending();

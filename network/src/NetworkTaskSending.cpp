@@ -120,13 +120,16 @@ QNetworkReply* postOnce(QNetworkAccessManager* sender, const QNetworkRequest& ne
     return reply;
 }
 
-// Waits for a delay, or just for the event loop, and then makes a call that may delete it.
-class Delay : public QObject
+} // namespace
+
+/// Waits for a delay, or just for the event loop, and then takes a step that may delete it.
+class NetworkTask::Private::Delay : public QObject
 {
 public:
-    Delay(std::chrono::milliseconds time, QObject* parent, std::function<void()> call)
-        : QObject(parent)
-        , m_call(std::move(call))
+    Delay(std::chrono::milliseconds time, Private* task, void (Private::*step)())
+        : QObject(task->q)
+        , m_task(task)
+        , m_step(step)
     {
         constexpr std::chrono::seconds coarse(2); // as QTimer has it
         if (time > std::chrono::milliseconds(0))
@@ -136,20 +139,13 @@ public:
     }
 
 protected:
-    void customEvent(QEvent* /*event*/) override { end(); }
-    void timerEvent(QTimerEvent* /*event*/) override { end(); }
+    void customEvent(QEvent* /*event*/) override { (m_task->*m_step)(); }
+    void timerEvent(QTimerEvent* /*event*/) override { (m_task->*m_step)(); }
 
 private:
-    void end()
-    {
-        const auto call = m_call;
-        call();
-    }
-
-    const std::function<void()> m_call;
+    Private* const m_task;
+    void (Private::*const m_step)();
 };
-
-} // namespace
 
 void NetworkTask::exec()
 {
@@ -199,7 +195,7 @@ void NetworkTask::Private::scheduleSending()
 // Continues the phase with @p step, unless something else happens before.
 void NetworkTask::Private::callAfter(std::chrono::milliseconds delay, void (Private::*step)())
 {
-    pending = std::make_unique<Delay>(delay, q, [this, step] { (this->*step)(); });
+    pending = std::make_unique<Delay>(delay, this, step);
 }
 
 // Called when what the task waited for is over.
@@ -260,7 +256,7 @@ void NetworkTask::Private::sendRequest()
     Error refusal;
     auto networkRequest = buildRequest(refusal);
     if (requiresAuthentication && !q->authenticator())
-        refusal = Error(ErrorCode::AuthenticationFailed, NetworkTask::tr("Authentication failed"));
+        refusal = authenticationFailed();
     if (refusal.hasError()) {
         q->finish(refusal);
         return;

@@ -47,6 +47,7 @@ public:
     bool isWaiting() const { return phase == Phase::Delayed || phase == Phase::LoggingIn; }
 
     // Sending
+    class Delay;
     void scheduleSending();
     void callAfter(std::chrono::milliseconds delay, void (Private::*step)());
     void startSending();
@@ -110,6 +111,8 @@ public:
     void onDeadline();
 
     // Waiting for a token
+    static Error authenticationFailed();
+    Error errorOfLogin() const;
     bool isLoginUnderWay() const;
     void forgetRefusals();
     void onAuthenticationRequired();
